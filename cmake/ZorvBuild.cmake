@@ -1,0 +1,32 @@
+# How everything here is compiled: warnings are errors, sanitizers on request.
+add_library(zorv_flags INTERFACE)
+target_compile_options(zorv_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror)
+if(ZORV_SANITIZE OR ZORV_FUZZ)
+    target_compile_options(zorv_flags INTERFACE
+        -fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all
+        -fno-omit-frame-pointer)
+    target_link_options(zorv_flags INTERFACE
+        -fsanitize=address,undefined -fno-sanitize=vptr)
+endif()
+if(ZORV_FUZZ)
+    target_compile_options(zorv_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+# What the library itself is compiled with: C++ without its runtime.
+add_library(zorv_library_flags INTERFACE)
+target_link_libraries(zorv_library_flags INTERFACE zorv_flags)
+target_include_directories(zorv_library_flags INTERFACE
+    ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
+target_compile_definitions(zorv_library_flags INTERFACE _GNU_SOURCE)
+target_compile_options(zorv_library_flags INTERFACE
+    -fPIC -fvisibility=hidden -fno-semantic-interposition -ffunction-sections -fdata-sections
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>)
+
+# zorv_folder(NAME [LIBRARIES ...] SOURCES ...): one folder of src/ as an object library.
+function(zorv_folder name)
+    cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+    add_library(zorv_${name} OBJECT ${arg_SOURCES})
+    target_link_libraries(zorv_${name} PRIVATE zorv_library_flags ${arg_LIBRARIES})
+    set_property(GLOBAL APPEND PROPERTY ZORV_FOLDERS zorv_${name})
+endfunction()

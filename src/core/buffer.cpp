@@ -1,0 +1,271 @@
+#include <zorv/buffer.h>
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <sys/socket.h>
+
+#include "core/log_gate.h"
+#include "core/own.h"
+
+using namespace zorv;
+
+// The layout is part of the interface: callers are built against it.
+static_assert(sizeof(buffer_storage) == 48);
+static_assert(offsetof(buffer_storage, write_offset) == 16);
+static_assert(offsetof(buffer_storage, initial_capacity) == 40);
+static_assert(sizeof(buffer) == 14 * sizeof(void *));
+static_assert(offsetof(buffer, append) == 4 * sizeof(void *));
+static_assert(offsetof(buffer, clone) == 8 * sizeof(void *));
+static_assert(offsetof(buffer, append_zero) == 13 * sizeof(void *));
+
+namespace {
+
+constexpr char kModule[] = "buffer";
+constexpr size_t kStep = 4096;       // the storage grows by whole steps
+constexpr size_t kLargest = 4194304; // at creation; growth goes beyond it
+
+void free_storage(buffer_storage *storage)
+{
+    free(storage->data);
+    free(storage);
+}
+
+using Storage = std::unique_ptr<buffer_storage, Closer<free_storage>>;
+using Buffer = std::unique_ptr<buffer, Closer<buffer_destroy>>;
+
+// An allocation of 0 bytes may be NULL, which would look like a failure.
+size_t allocated(size_t capacity)
+{
+    return std::max<size_t>(capacity, 1);
+}
+
+// Makes the storage bytes_needed or more longer; false when that cannot be had.
+bool grow(buffer_storage &storage, size_t bytes_needed)
+{
+    const size_t steps = bytes_needed / kStep + (bytes_needed % kStep != 0);
+    size_t grown;
+    if (__builtin_mul_overflow(steps, kStep, &grown) ||
+        __builtin_add_overflow(grown, storage.capacity, &grown))
+        return false;
+    const auto data = static_cast<uint8_t *>(realloc(storage.data, grown));
+    if (!data)
+        return false;
+    storage.data = data;
+    storage.capacity = grown;
+    return true;
+}
+
+// Reserves n bytes at the write end; they are at the returned pointer. NULL changes nothing.
+//
+// In a clone the unread bytes end behind the write end, and appending moves that end on. Growth
+// looks at both ends, so that all unread bytes are inside the storage, and clears what it adds to
+// such a buffer, since it can be read before it is written.
+uint8_t *reserve(buffer_storage &storage, size_t n)
+{
+    buffer_storage next = storage; // takes its place when there is room
+    if (next.length == 0)
+        next.read_offset = next.write_offset = 0;
+    const uint64_t unread_end = next.read_offset + next.length;
+    if (n > next.capacity - std::max(next.write_offset, unread_end)) {
+        if (!grow(next, n))
+            return nullptr;
+        if (unread_end > next.write_offset)
+            memset(next.data + storage.capacity, 0, next.capacity - storage.capacity);
+    }
+    uint8_t *const reserved = next.data + next.write_offset;
+    next.write_offset += n;
+    next.length += n;
+    storage = next;
+    return reserved;
+}
+
+// Takes n bytes back off the write end.
+void take_back(buffer_storage &storage, uint64_t n)
+{
+    storage.write_offset -= std::min(n, storage.write_offset);
+    storage.length -= std::min(n, storage.length);
+}
+
+int buffer_init(buffer *b, size_t count)
+{
+    Storage storage(static_cast<buffer_storage *>(calloc(1, sizeof(buffer_storage))));
+    if (!storage)
+        return -1;
+    storage->data = static_cast<uint8_t *>(calloc(allocated(count), 1));
+    if (!storage->data)
+        return -1;
+    storage->capacity = storage->initial_capacity = count;
+    const Storage old(std::exchange(b->storage, storage.release()));
+    return 0;
+}
+
+size_t buffer_length(buffer *b)
+{
+    return b->storage->length;
+}
+
+size_t buffer_capacity(buffer *b)
+{
+    return b->storage->capacity;
+}
+
+size_t buffer_append(buffer *b, const void *bytes, size_t n)
+{
+    uint8_t *const reserved = bytes && n > 0 ? reserve(*b->storage, n) : nullptr;
+    if (!reserved)
+        return 0;
+    memcpy(reserved, bytes, n);
+    return n;
+}
+
+// Measures, then writes in place: no text between the two.
+ZORV_PRINTF(2, 3) int buffer_printf(buffer *b, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = vsnprintf(nullptr, 0, format, arguments);
+    va_end(arguments);
+    if (length < 0)
+        return 0;
+    const size_t size = static_cast<size_t>(length) + 1;
+    uint8_t *const reserved = reserve(*b->storage, size);
+    if (!reserved)
+        return 0;
+    va_start(arguments, format);
+    vsnprintf(reinterpret_cast<char *>(reserved), size, format, arguments);
+    va_end(arguments);
+    take_back(*b->storage, 1); // the NUL, so that the next text goes on here
+    return length;
+}
+
+size_t buffer_read(buffer *b, void *destination, size_t n)
+{
+    buffer_storage &storage = *b->storage;
+    const size_t count = std::min<size_t>(n, storage.length);
+    if (destination && count > 0)
+        memcpy(destination, storage.data + storage.read_offset, count);
+    storage.read_offset += count;
+    storage.length -= count;
+    return count;
+}
+
+uint8_t *buffer_data(buffer *b)
+{
+    return b->storage->data + b->storage->read_offset;
+}
+
+// On purpose: copies from the start of the storage and leaves the write end there. Callers clone
+// freshly written buffers and read the clone before they write to it.
+buffer *buffer_clone(buffer *b)
+{
+    const buffer_storage &source = *b->storage;
+    if (source.length == 0)
+        return buffer_create();
+    buffer *const copy = buffer_create2(source.capacity);
+    if (!copy)
+        return nullptr;
+    copy->storage->length = source.length;
+    memcpy(copy->storage->data, source.data, source.length);
+    return copy;
+}
+
+void buffer_reset(buffer *b)
+{
+    if (!b->storage)
+        return;
+    buffer_storage &storage = *b->storage;
+    storage.read_offset = storage.write_offset = storage.length = 0;
+    if (storage.capacity > storage.initial_capacity) {
+        const size_t size = allocated(storage.initial_capacity);
+        if (const auto data = static_cast<uint8_t *>(realloc(storage.data, size))) {
+            storage.data = data;
+            storage.capacity = storage.initial_capacity;
+        } else {
+            log_warning("Failed to reallocate buffer");
+        }
+    }
+    memset(storage.data, 0, storage.capacity);
+}
+
+void buffer_rewind(buffer *b)
+{
+    b->storage->read_offset = 0;
+    b->storage->length = b->storage->write_offset;
+}
+
+void destroy_buffer(buffer *b)
+{
+    const Storage storage(b->storage);
+    free(b);
+}
+
+ssize_t buffer_send(buffer *b, int socket, int flags)
+{
+    if (socket < 0)
+        return -1;
+    const ssize_t sent = send(socket, buffer_data(b), b->storage->length, flags);
+    if (sent > 0)
+        buffer_read(b, nullptr, static_cast<size_t>(sent));
+    return sent;
+}
+
+void *buffer_append_zero(buffer *b, size_t n)
+{
+    uint8_t *const reserved = reserve(*b->storage, n);
+    if (reserved)
+        memset(reserved, 0, n);
+    return reserved;
+}
+
+constexpr buffer kEmpty = {
+    nullptr,       buffer_init,    buffer_length, buffer_capacity,    buffer_append,
+    buffer_printf, buffer_read,    buffer_data,   buffer_clone,       buffer_reset,
+    buffer_rewind, destroy_buffer, buffer_send,   buffer_append_zero,
+};
+
+} // namespace
+
+buffer *buffer_create2(size_t size)
+{
+    if (size > kLargest)
+        return nullptr;
+    Buffer created(static_cast<buffer *>(malloc(sizeof(buffer))));
+    if (!created)
+        return nullptr;
+    *created = kEmpty;
+    return created->init(created.get(), size) == 0 ? created.release() : nullptr;
+}
+
+buffer *buffer_create(void)
+{
+    return buffer_create2(kStep);
+}
+
+void buffer_destroy(buffer *b)
+{
+    if (b)
+        b->destroy(b);
+}
+
+void buffer_pop(buffer *b, int n)
+{
+    if (n > 0)
+        take_back(*b->storage, static_cast<uint64_t>(n));
+}
+
+void buffer_fill(buffer *b, int count)
+{
+    static constexpr char kDigits[] = "12345678901234567890123456789012345678901234567890";
+    static constexpr char kText[50] = "123456789012345678901234567890123456789\n";
+    for (int i = 0; i < count; ++i) {
+        const int64_t hundred = int64_t{i} * 100;
+        b->printf(b, "%04" PRId64 "-%04" PRId64 " ", hundred + 1, hundred + 100);
+        b->append(b, kDigits, sizeof kDigits - 1);
+        b->append(b, kText, sizeof kText);
+    }
+}

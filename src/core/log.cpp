@@ -1,0 +1,205 @@
+#include <zorv/log.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include <alloca.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
+
+#include "core/own.h"
+
+using namespace zorv;
+
+int32_t libzorv_log_level = 4;
+int32_t libzorv_log_use_syslog = 1;
+const char *libzorv_log_level_names[8] = {"emerg", "alert", "crit ", "error",
+                                          "warn ", "notic", "info ", "debug"};
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the name is libc's
+extern "C" const char *__progname; // the C library's short program name
+
+namespace {
+
+constexpr char kSyslogFile[] = "/var/log/messages"; // there while a syslog daemon runs
+constexpr char kKernelLog[] = "/dev/kmsg";
+constexpr char kPrefix[] = "%s[%d]: [%s] %s.%s(): ";
+constexpr size_t kLine = 1024;   // a syslog message; longer lines are rare and take a longer way
+constexpr size_t kRecord = 976;  // the kernel log refuses more: 1024 less 48 of its own
+constexpr int kJsonColumn = 960; // no syslog line of a JSON dump is longer
+constexpr int kHexRow = 16;      // bytes on a line of a hexadecimal dump
+
+// What a line says besides its message.
+struct Origin {
+    int level;
+    const char *module;
+    const char *function;
+};
+
+bool syslog_is_running()
+{
+    struct stat info;
+    return stat(kSyslogFile, &info) == 0;
+}
+
+// Formats a whole line with its newline; 0 when it does not fit.
+ZORV_PRINTF(3, 0)
+size_t print_line(char (&line)[kLine], const Origin &origin, const char *format, va_list arguments)
+{
+    const int prefix =
+        snprintf(line, sizeof line, kPrefix, __progname, getpid(),
+                 libzorv_log_level_names[origin.level], origin.module, origin.function);
+    if (prefix < 0 || static_cast<size_t>(prefix) >= sizeof line)
+        return 0;
+    const auto used = static_cast<size_t>(prefix);
+    va_list copy;
+    va_copy(copy, arguments);
+    const int message = vsnprintf(line + used, sizeof line - used, format, copy);
+    va_end(copy);
+    if (message < 0 || static_cast<size_t>(message) + 1 >= sizeof line - used)
+        return 0;
+    const size_t length = used + static_cast<size_t>(message);
+    line[length] = '\n';
+    return length + 1;
+}
+
+// A line of any length: prefix, message, newline.
+ZORV_PRINTF(3, 0)
+void write_long_line(FILE *stream, const Origin &origin, const char *format, va_list arguments)
+{
+    fprintf(stream, kPrefix, __progname, getpid(), libzorv_log_level_names[origin.level],
+            origin.module, origin.function);
+    vfprintf(stream, format, arguments);
+    fputc('\n', stream);
+}
+
+// The kernel log makes one record of each write, so a line is one write, if it is not too long.
+void write_records(const Fd &device, const char *line, size_t length)
+{
+    for (; length > kRecord; line += kRecord, length -= kRecord)
+        [[maybe_unused]] const ssize_t written = write(device.get(), line, kRecord);
+    [[maybe_unused]] const ssize_t written = write(device.get(), line, length);
+}
+
+ZORV_PRINTF(3, 0)
+void write_kernel_line(const Fd &device, const Origin &origin, const char *format,
+                       va_list arguments)
+{
+    char line[kLine];
+    if (const size_t length = print_line(line, origin, format, arguments))
+        return write_records(device, line, length);
+    char *text = nullptr;
+    size_t length = 0;
+    File stream(open_memstream(&text, &length));
+    if (!stream)
+        return;
+    write_long_line(stream.get(), origin, format, arguments);
+    stream.reset(); // text and length are there from now on
+    if (const Text owner{text})
+        write_records(device, text, length);
+}
+
+ZORV_PRINTF(2, 0)
+void write_error_line(const Origin &origin, const char *format, va_list arguments)
+{
+    char line[kLine];
+    if (const size_t length = print_line(line, origin, format, arguments))
+        fwrite(line, 1, length, stderr);
+    else
+        write_long_line(stderr, origin, format, arguments);
+}
+
+ZORV_PRINTF(2, 0)
+void write_syslog_line(const Origin &origin, const char *format, va_list arguments)
+{
+    char message[kLine];
+    if (vsnprintf(message, sizeof message, format, arguments) < 0)
+        message[0] = '\0';
+    syslog(origin.level, "%s[%d]: %s.%s(): %s\n", __progname, getpid(), origin.module,
+           origin.function, message);
+}
+
+ZORV_PRINTF(2, 0)
+void write_line(const Origin &origin, const char *format, va_list arguments)
+{
+    if (libzorv_log_use_syslog) {
+        if (syslog_is_running())
+            return write_syslog_line(origin, format, arguments);
+        if (const Fd device{open(kKernelLog, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)})
+            return write_kernel_line(device, origin, format, arguments);
+    }
+    write_error_line(origin, format, arguments);
+}
+
+// How many characters of JSON text a line holds; at least 1, however long the program's name.
+size_t json_width(const Origin &origin)
+{
+    const int prefix = snprintf(nullptr, 0, "%s: %s[%d]: %s.%s(): JSON - %4s: ", __progname,
+                                __progname, getpid(), origin.module, origin.function, "");
+    return static_cast<size_t>(std::clamp(kJsonColumn - prefix, 1, kJsonColumn));
+}
+
+void log_json_text(const Origin &origin, const char *text)
+{
+    const size_t width = json_width(origin);
+    const auto piece = static_cast<char *>(alloca(width + 1));
+    int number = 0;
+    bool begins_line = true;
+    while (*text != '\0') {
+        const size_t length = strnlen(text, width);
+        const auto newline = static_cast<const char *>(memchr(text, '\n', length));
+        const size_t used = newline ? static_cast<size_t>(newline - text) : length;
+        memcpy(piece, text, used);
+        piece[used] = '\0';
+        if (begins_line)
+            libzorv_log(origin.level, origin.module, origin.function, "JSON - %4d: %s", ++number,
+                        piece);
+        else
+            libzorv_log(origin.level, origin.module, origin.function, "JSON - %4s: %s", "", piece);
+        text += used;
+        begins_line = *text == '\n'; // also behind a piece that the newline follows exactly
+        if (begins_line)
+            ++text;
+    }
+}
+
+} // namespace
+
+void libzorv_log(int level, const char *module, const char *function, const char *format, ...)
+{
+    const int saved = errno;
+    va_list arguments;
+    va_start(arguments, format);
+    write_line({std::clamp(level, LOG_EMERG, LOG_DEBUG), module, function}, format, arguments);
+    va_end(arguments);
+    errno = saved;
+}
+
+void libzorv_log_json(int level, const char *module, const char *function, const json_t *json,
+                      const char *title)
+{
+    const Text text(json ? json_dumps(json, JSON_INDENT(4)) : nullptr);
+    if (title)
+        libzorv_log(level, module, function, "JSON - %4s: %s", "", title);
+    if (!text)
+        libzorv_log(level, module, function, "JSON - %4s: %s", "", "null data");
+    else
+        log_json_text({level, module, function}, text.get());
+}
+
+void libzorv_log_hex(int level, const char *module, const char *function, const unsigned char *data,
+                     int length, const char *title)
+{
+    libzorv_log(level, module, function, "%s - HEX(%p) len %d", title ? title : "",
+                static_cast<const void *>(data), length);
+    for (int offset = 0; offset < length; offset += std::min(kHexRow, length - offset)) {
+        char row[sizeof "00000000:" + 3UL * kHexRow];
+        int used = snprintf(row, sizeof row, "%08x:", static_cast<unsigned>(offset));
+        for (int i = offset; i < length && i - offset < kHexRow; ++i)
+            used += snprintf(row + used, sizeof row - static_cast<size_t>(used), " %02x", data[i]);
+        libzorv_log(level, module, function, "%s", row);
+    }
+}

@@ -1,0 +1,26 @@
+// log_gate.h - log call sites: a silent one costs one comparison and evaluates no argument.
+//
+// A file that logs has one `constexpr char kModule[]`. __func__ is the function that stands in the
+// line, so no logging inside lambdas.
+#ifndef ZORV_CORE_LOG_GATE_H
+#define ZORV_CORE_LOG_GATE_H
+
+#include <syslog.h>
+
+#include <zorv/log.h>
+
+#define LOG_GATED(gate, priority, ...)                                                             \
+    do {                                                                                           \
+        if (libzorv_log_level >= (gate))                                                           \
+            libzorv_log((priority), kModule, __func__, __VA_ARGS__);                               \
+    } while (0)
+#define log_error(...) LOG_GATED(1, LOG_ERR, __VA_ARGS__)
+#define log_warning(...) LOG_GATED(2, LOG_WARNING, __VA_ARGS__)
+#define log_info(...) LOG_GATED(4, LOG_INFO, __VA_ARGS__)
+#define log_debug(...) LOG_GATED(8, LOG_DEBUG, __VA_ARGS__)
+#define log_verbose(...) LOG_GATED(16, LOG_DEBUG, __VA_ARGS__)
+
+// After an allocation that failed; the line is that of the call.
+#define log_malloc_failed(size) log_error("%d: malloc(%zu) failed", __LINE__, size)
+
+#endif
