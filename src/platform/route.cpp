@@ -1,0 +1,78 @@
+#include <zorv/status.h>
+
+#include <arpa/inet.h>
+#include <linux/neighbour.h>
+#include <net/if.h>
+#include <unistd.h>
+
+#include "core/text_tools.h"
+#include "platform/iface_request.h"
+#include "platform/netlink.h"
+
+using namespace zorv;
+
+namespace {
+
+constexpr char kUplink[] = "br0";
+constexpr size_t kAnswer = 8192; // more than a hundred routes
+
+bool request_routes(const Fd &socket, uint32_t port)
+{
+    rtmsg fixed = {};
+    fixed.rtm_family = AF_INET;
+    fixed.rtm_table = RT_TABLE_MAIN;
+    NetlinkRequest request(RTM_GETROUTE, NLM_F_REQUEST | NLM_F_DUMP, fixed);
+    request.sign(0, port);
+    return request.send_on(socket);
+}
+
+bool leaves_through_uplink(const Route &route)
+{
+    char ifname[IF_NAMESIZE];
+    return if_indextoname(route.oif, ifname) && strcmp(ifname, kUplink) == 0;
+}
+
+} // namespace
+
+int get_gateway(char *buf, uint32_t *addr, uint32_t len)
+{
+    const Fd socket = open_route_socket(SOCK_DGRAM);
+    const auto port = static_cast<uint32_t>(getpid());
+    uint8_t room[kAnswer];
+    Bytes answer;
+    if (!buf || !addr || !socket || !request_routes(socket, port) ||
+        !receive_answer(socket, port, room, answer))
+        return -1;
+    Route route;
+    while (take_route(answer, route)) {
+        if (!route.is_default || !route.has_gateway || !leaves_through_uplink(route))
+            continue;
+        char text[INET_ADDRSTRLEN];
+        copy_text(buf, len, inet_ntop(AF_INET, &route.gateway, text, sizeof text));
+        *addr = route.gateway;
+        return 1;
+    }
+    return 0;
+}
+
+int get_gateway_mac(char *mac, size_t size)
+{
+    char gateway[INET_ADDRSTRLEN];
+    uint32_t address;
+    return get_gateway(gateway, &address, sizeof gateway) == 1 ? get_mac_by_ip(gateway, mac, size)
+                                                               : 0;
+}
+
+int add_ip_neigh_entry(const char *ifname, const char *ip)
+{
+    uint8_t address[4];
+    if (!ip || inet_pton(AF_INET, ip, address) != 1)
+        return -1;
+    ndmsg fixed = {};
+    fixed.ndm_family = AF_INET;
+    IfaceSocket().get_index(ifname, fixed.ndm_ifindex); // else 0
+    fixed.ndm_state = NUD_INCOMPLETE;
+    NetlinkRequest request(RTM_NEWNEIGH, NLM_F_REQUEST | NLM_F_EXCL | NLM_F_CREATE, fixed);
+    request.add(NDA_DST, address);
+    return request.send_on(open_route_socket(SOCK_RAW)) ? 0 : -1;
+}
