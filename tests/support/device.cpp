@@ -1,0 +1,207 @@
+#include "support/device.h"
+
+#include "support/enter.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <zorv/log.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A program built with sanitizers gives up at exit when it has leaks to look for and no /proc.
+char kNoLeakCheck[] = "ASAN_OPTIONS=detect_leaks=0";
+
+// What the log and other writers of the stream stderr have written. The descriptor 2 stays as it
+// is, for the reports of sanitizers and for programs.
+struct {
+    FILE *terminal; // the stream that stderr was
+    FILE *stream;   // the stream that it is while a test runs
+    off_t read;     // bytes that logged() has returned
+} g_log;
+
+std::string read_from(int fd, off_t offset)
+{
+    std::string text;
+    char block[4096];
+    ssize_t count;
+    while ((count = pread(fd, block, sizeof block, offset)) > 0) {
+        text.append(block, static_cast<size_t>(count));
+        offset += count;
+    }
+    check(count, "read");
+    return text;
+}
+
+int memory_file(const char *name)
+{
+    const int fd = static_cast<int>(check(memfd_create(name, MFD_CLOEXEC), "memfd_create"));
+    check(fcntl(fd, F_SETFL, O_APPEND), "F_SETFL");
+    return fd;
+}
+
+// Effective capabilities: all that are permitted, or none.
+void set_powers(bool all)
+{
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[2] = {};
+    check(syscall(SYS_capget, &header, data), "capget");
+    for (auto &word : data)
+        word.effective = all ? word.permitted : 0;
+    check(syscall(SYS_capset, &header, data), "capset");
+}
+
+} // namespace
+
+Device::Device()
+{
+    libzorv_log_use_syslog = 0;
+    g_log = {stderr, fdopen(memory_file("log"), "w"), 0};
+    setvbuf(g_log.stream, nullptr, _IONBF, 0);
+    stderr = g_log.stream;
+}
+
+Device::~Device()
+{
+    set_powers(true);
+    if (HasFailure())
+        for (const auto &line : logged())
+            printf("log: %s\n", line.c_str());
+    stderr = g_log.terminal;
+    fclose(g_log.stream);
+}
+
+void Device::file(const std::string &path, std::string_view text)
+{
+    if (const auto folder = fs::path(path).parent_path(); !folder.empty())
+        fs::create_directories(folder);
+    std::ofstream stream(path, std::ios::binary | std::ios::trunc);
+    stream << text << std::flush;
+    if (!stream)
+        throw std::system_error(errno, std::generic_category(), path);
+}
+
+void Device::script(const std::string &path, std::string_view text)
+{
+    file(path, text);
+    check(chmod(path.c_str(), 0755), path);
+}
+
+std::string Device::read(const std::string &path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    if (!stream)
+        throw std::system_error(errno, std::generic_category(), path);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+bool Device::exists(const std::string &path)
+{
+    return fs::exists(fs::symlink_status(path));
+}
+
+void Device::remove(const std::string &path)
+{
+    umount2(path.c_str(), UMOUNT_NOFOLLOW); // mostly there is no mount
+    fs::remove_all(path);
+}
+
+std::vector<std::string> Device::logged()
+{
+    const std::string text = read_from(fileno(g_log.stream), g_log.read);
+    g_log.read += static_cast<off_t>(text.size());
+
+    const std::string program = program_invocation_short_name + std::string("[");
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        const auto end = line.find("]: ");
+        if (line.starts_with(program) && end != std::string::npos)
+            line.erase(0, end + 3);
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+Device::Outcome Device::run(const std::string &command)
+{
+    const int output = memory_file("output");
+    const int errors = memory_file("errors");
+    const auto child = static_cast<pid_t>(check(fork(), "fork"));
+    if (child == 0) {
+        dup2(output, 1);
+        dup2(errors, 2);
+        if (!exists("/proc/self"))
+            putenv(kNoLeakCheck);
+        execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+        _exit(127);
+    }
+    Outcome outcome = {wait_for(child), read_from(output, 0), read_from(errors, 0)};
+    close(output);
+    close(errors);
+    return outcome;
+}
+
+void Device::must_run(const std::string &command)
+{
+    const Outcome outcome = run(command);
+    if (outcome.status != 0)
+        throw std::runtime_error(command + ": status " + std::to_string(outcome.status) + ", " +
+                                 outcome.output + outcome.errors);
+}
+
+void Device::small_disk(const std::string &path, size_t bytes)
+{
+    fs::create_directories(path);
+    mount_at("tmpfs", path, ("size=" + std::to_string(bytes)).c_str());
+}
+
+void Device::kernel_proc()
+{
+    check(umount2("/proc", MNT_DETACH), "/proc"); // the kernel's lies beneath
+}
+
+void Device::kernel_sys()
+{
+    mount_at("sysfs", "/sys");
+}
+
+void Device::kernel_processes()
+{
+    const std::string kernel = "/run/kernel-proc";
+    fs::create_directory(kernel);
+    mount_at("proc", kernel);
+    fs::create_symlink(kernel + "/self", "/proc/self");
+    for (int pid = 1; pid < 300; ++pid) { // more than a test starts
+        const std::string name = "/" + std::to_string(pid);
+        if (!exists("/proc" + name))
+            fs::create_symlink(kernel + name, "/proc" + name);
+    }
+}
+
+void Device::unprivileged()
+{
+    set_powers(false);
+}
+
+bool Device::alive(pid_t pid)
+{
+    return kill(pid, 0) == 0 || errno == EPERM;
+}

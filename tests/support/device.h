@@ -1,0 +1,82 @@
+// device.h - the throw-away device that a test runs in.
+//
+// main() forks for each TEST and puts the child into a device of its own: new user, mount, network,
+// PID, IPC and UTS namespaces, and a root directory that nobody else sees. /etc, /tmp, /run, /var,
+// /dev, /root, /usr/etc, /usr/lib and /usr/local are fresh folders, and a test may write anywhere
+// in them. The programs and libraries of the build machine are symbolic links into /.host, which is
+// read-only, as are the source and the build tree at their own paths. The loopback interface is
+// up, there is no other. The test is root there, whoever started it, and /usr/local/bin comes
+// first in PATH. All of it is gone when the test ends, processes it left behind included.
+//
+// /proc and /sys are empty folders to fill, unless the test asks for the kernel's own.
+#ifndef ZORV_TESTS_SUPPORT_DEVICE_H
+#define ZORV_TESTS_SUPPORT_DEVICE_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+// The fixture. Its functions throw std::system_error, which fails the test, when the device cannot
+// do what they are asked; they are static and public, so that helpers of a test file can call them.
+class Device : public testing::Test {
+public:
+    Device();
+    ~Device() override;
+
+    // Writes a file, with the folders above it; what was there is replaced.
+    static void file(const std::string &path, std::string_view text);
+
+    // The same for an executable; the text begins with its "#!" line.
+    static void script(const std::string &path, std::string_view text);
+
+    // The whole content of a file.
+    static std::string read(const std::string &path);
+
+    // Whether something is there; a dangling link is.
+    static bool exists(const std::string &path);
+
+    // Removes a file or a whole folder, a device node of /dev included.
+    static void remove(const std::string &path);
+
+    // The lines that went to the stream stderr since the last call, from this process and from
+    // those it forked. Log lines come without their "program[pid]: ", so that a test compares with
+    // "[error] cfg.parse_stream(): ...". What a failing test did not ask for is printed.
+    static std::vector<std::string> logged();
+
+    struct Outcome {
+        int status; // the exit status, or 128 and the number of the signal
+        std::string output;
+        std::string errors;
+    };
+
+    // Has /bin/sh run a command and waits for it. A program built with AddressSanitizer is checked
+    // for leaks only where the test has kernel_proc().
+    static Outcome run(const std::string &command);
+
+    // The same for a command that prepares the test: any status but 0 throws.
+    static void must_run(const std::string &command);
+
+    // Mounts an empty file system that holds so many bytes, rounded up to pages, and no more.
+    static void small_disk(const std::string &path, size_t bytes);
+
+    // Puts the kernel's own /proc, of the device's processes, or /sys in place for the rest of the
+    // test.
+    static void kernel_proc();
+    static void kernel_sys();
+
+    // Links the kernel's folders of processes below 300 into the /proc that the test fills, where
+    // it has none of its own: sanitizers look their own process up there.
+    static void kernel_processes();
+
+    // Gives up the powers of root, so that file modes and limits hold, for the rest of the test.
+    static void unprivileged();
+
+    // Whether a process exists; one that nobody has waited for still does.
+    static bool alive(pid_t pid);
+};
+
+#endif

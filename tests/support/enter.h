@@ -1,0 +1,22 @@
+// enter.h - the way into a throw-away device, for main() and the fixture.
+#ifndef ZORV_TESTS_SUPPORT_ENTER_H
+#define ZORV_TESTS_SUPPORT_ENTER_H
+
+#include <functional>
+#include <string>
+
+#include <sys/types.h>
+
+// Runs work() as a process in a new device. Returns its exit status, or 128 and the number of the
+// signal that ended it; 1, with the reason on standard output, when the device cannot be entered.
+int run_in_device(const std::function<int()> &work);
+
+// Passes the result of a system call on; throws std::system_error for -1.
+long check(long rc, const std::string &what);
+
+// Waits for one child. Returns its exit status, or 128 and the number of a signal.
+int wait_for(pid_t child);
+
+void mount_at(const char *type, const std::string &path, const char *options = nullptr);
+
+#endif

@@ -1,0 +1,104 @@
+// main.cpp - runs each selected TEST in a process and a device of its own.
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <fnmatch.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/enter.h"
+
+namespace {
+
+// One of the patterns between colons.
+bool matches_any(const std::string &patterns, const std::string &name)
+{
+    for (size_t begin = 0; begin <= patterns.size();) {
+        const size_t end = std::min(patterns.find(':', begin), patterns.size());
+        if (fnmatch(patterns.substr(begin, end - begin).c_str(), name.c_str(), 0) == 0)
+            return true;
+        begin = end + 1;
+    }
+    return false;
+}
+
+// As --gtest_filter selects: patterns, then those to leave out behind a "-".
+bool is_selected(const std::string &filter, const std::string &name)
+{
+    const size_t dash = std::min(filter.find('-'), filter.size());
+    const std::string wanted = filter.substr(0, dash);
+    return (wanted.empty() || matches_any(wanted, name)) &&
+           (dash == filter.size() || !matches_any(filter.substr(dash + 1), name));
+}
+
+std::vector<std::string> selected_tests()
+{
+    std::vector<std::string> names;
+    const auto &unit = *testing::UnitTest::GetInstance();
+    for (int i = 0; i < unit.total_test_suite_count(); ++i) {
+        const auto &suite = *unit.GetTestSuite(i);
+        for (int j = 0; j < suite.total_test_count(); ++j) {
+            const auto name = std::string(suite.name()) + "." + suite.GetTestInfo(j)->name();
+            if (is_selected(GTEST_FLAG_GET(filter), name))
+                names.push_back(name);
+        }
+    }
+    return names;
+}
+
+// Prints failures and nothing else.
+class Failures : public testing::EmptyTestEventListener {
+    void OnTestPartResult(const testing::TestPartResult &result) override
+    {
+        if (!result.passed())
+            printf("%s:%d: %s\n", result.file_name() ? result.file_name() : "(no file)",
+                   result.line_number(), result.message());
+    }
+};
+
+// A test passes when it has run and nothing failed: one that skips itself does not.
+int run_alone(const std::string &name)
+{
+    GTEST_FLAG_SET(filter, name);
+    auto &unit = *testing::UnitTest::GetInstance();
+    auto &listeners = unit.listeners();
+    delete listeners.Release(listeners.default_result_printer());
+    listeners.Append(new Failures);
+    return RUN_ALL_TESTS() == 0 && unit.successful_test_count() == 1 &&
+                   unit.skipped_test_count() == 0
+               ? 0
+               : 1;
+}
+
+bool run(const std::string &name)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    const int status = run_in_device([&name] { return run_alone(name); });
+    const std::chrono::duration<double, std::milli> taken =
+        std::chrono::steady_clock::now() - begin;
+    printf("%s %s (%.0f ms)\n", status == 0 ? "passed" : "FAILED", name.c_str(), taken.count());
+    if (status > 128)
+        printf("       ended by signal %d, %s\n", status - 128, strsignal(status - 128));
+    else if (status > 1)
+        printf("       ended with exit status %d\n", status);
+    return status == 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    testing::InitGoogleMock(&argc, argv);
+    if (GTEST_FLAG_GET(list_tests))
+        return RUN_ALL_TESTS();
+
+    const auto names = selected_tests();
+    size_t passed = 0;
+    for (const auto &name : names)
+        passed += run(name) ? 1 : 0;
+    printf("%zu of %zu passed\n", passed, names.size());
+    return !names.empty() && passed == names.size() ? 0 : 1;
+}
