@@ -1,0 +1,614 @@
+#include <zorv/status.h>
+
+#include <array>
+#include <cerrno>
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <zorv/log.h>
+
+#include "support/device.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+namespace {
+
+class Status : public Device {
+protected:
+    Status() { libzorv_log_use_syslog = 0; }
+
+    // A bridge br0 at 192.0.2.1 with a veth pair eth0 - far0, all up.
+    static void make_bridge()
+    {
+        must_run("ip link add br0 type bridge && ip addr add 192.0.2.1/24 dev br0 &&"
+                 "ip link add eth0 address 02:a0:f1:00:00:10 type veth peer name far0 &&"
+                 "ip link set eth0 master br0 &&"
+                 "ip link set eth0 up && ip link set far0 up && ip link set br0 up");
+    }
+};
+
+constexpr char kDevHeader[] = "Inter-|   Receive                |  Transmit\n"
+                              " face |bytes    packets errs      |bytes    packets\n";
+constexpr char kArpHeader[] =
+    "IP address       HW type     Flags       HW address            Mask     Device\n";
+
+std::string version()
+{
+    const char *text = nullptr;
+    const int rc = get_version(&text);
+    return std::to_string(rc) + " " + text;
+}
+
+} // namespace
+
+TEST_F(Status, AnInterfaceAsTheKernelShowsIt)
+{
+    kernel_proc();
+    make_bridge();
+    must_run("ip addr add 198.51.100.7/23 dev eth0");
+    dev_status s = {};
+    ASSERT_EQ(fill_dev_status("eth0", &s), 0);
+    EXPECT_STREQ(s.ifname, "eth0");
+    EXPECT_THAT(s.hwaddr, ElementsAre(0x02, 0xa0, 0xf1, 0, 0, 0x10));
+    EXPECT_STREQ(s.ipaddr_str, "198.51.100.7");
+    EXPECT_STREQ(s.netmask_str, "255.255.254.0");
+    EXPECT_EQ(s.ipaddr, inet_addr("198.51.100.7"));
+    EXPECT_EQ(s.netmask, inet_addr("255.255.254.0"));
+    EXPECT_EQ(s.present, 1);
+    EXPECT_EQ(s.flags & (IFF_UP | IFF_BROADCAST), IFF_UP | IFF_BROADCAST);
+    EXPECT_EQ(s.speed, 10000U); // what a veth says of itself
+    EXPECT_EQ(s.duplex, 1U);
+    EXPECT_EQ(s.speed_2, 10000U);
+    EXPECT_EQ(get_ethtool_link_status("eth0"), 1);
+    must_run("ip link set far0 down");
+    EXPECT_EQ(get_ethtool_link_status("eth0"), 0);
+
+    // No interface of that name: what is known stays, the rest is neutral.
+    s.flags = 5;
+    ASSERT_EQ(fill_dev_status("eth0.with.a.long.name", &s), 0);
+    EXPECT_STREQ(s.ifname, "eth0.with.a.lon");
+    EXPECT_STREQ(s.ipaddr_str, "0.0.0.0");
+    EXPECT_EQ(s.ipaddr, 0U);
+    EXPECT_EQ(s.present, 1);
+    EXPECT_EQ(s.flags, 5);
+    EXPECT_EQ(s.hwaddr[5], 0x10);
+    EXPECT_EQ(s.speed, 0U);
+    EXPECT_EQ(s.duplex, 0xFFU);
+    EXPECT_EQ(s.duplex_2, 0xFFU);
+    EXPECT_EQ(get_ethtool_link_status("eth0.with.a.long.name"), -1);
+    EXPECT_EQ(get_ethtool_link_status(nullptr), -1);
+}
+
+TEST_F(Status, CountersOfARow)
+{
+    file("/proc/net/dev", kDevHeader + std::string("eth00: 9 9 9 9 9 9 9 9 9 9 9 9 9 9 9 9\n"
+                                                   "no colon\n"
+                                                   "\t eth0:1 0x10 3\t4 5 6 7 010 x 10 11 "
+                                                   "18446744073709551615 13 14 15 16\n"
+                                                   "eth0: 7\n"
+                                                   "cut:1 2"));
+    dev_status s = {};
+    s.tx_errors = 99;
+    ASSERT_EQ(fill_dev_status("eth0", &s), 0);
+    EXPECT_EQ(s.present, 1);
+    EXPECT_EQ(s.rx_bytes, 1U);
+    EXPECT_EQ(s.rx_packets, 16U); // any base
+    EXPECT_EQ(s.rx_errors, 3U);
+    EXPECT_EQ(s.rx_dropped, 4U);
+    EXPECT_EQ(s.rx_multicast, 8U);
+    EXPECT_EQ(s.tx_bytes, 0U);
+    EXPECT_EQ(s.tx_packets, 10U);
+    EXPECT_EQ(s.tx_errors, 11U);
+    EXPECT_EQ(s.tx_dropped, UINT64_MAX);
+
+    dev_status cut = {};
+    cut.rx_errors = 99;
+    EXPECT_EQ(fill_dev_status("cut", &cut), 0);
+    EXPECT_EQ(cut.rx_packets, 2U);
+    EXPECT_EQ(cut.rx_errors, 99U);
+    dev_status none = {};
+    EXPECT_EQ(fill_dev_status(nullptr, &none), 0);
+    EXPECT_EQ(none.present, 0);
+    EXPECT_STREQ(none.ifname, "");
+
+    file("/proc/net/dev", "one line\n");
+    EXPECT_EQ(fill_dev_status("eth0", &s), -ENOENT);
+    remove("/proc/net/dev");
+    EXPECT_EQ(fill_dev_status("eth0", &s), -1);
+    EXPECT_EQ(fill_dev_status("eth0", nullptr), -1);
+}
+
+TEST_F(Status, WithoutASocket)
+{
+    file("/proc/net/dev", kDevHeader);
+    rlimit old;
+    getrlimit(RLIMIT_NOFILE, &old);
+    const rlimit none = {0, old.rlim_max};
+    dev_status s;
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_EQ(fill_dev_status("eth0", &s), -1);
+    EXPECT_EQ(get_ethtool_link_status("eth0"), -1);
+    char text[16];
+    uint32_t address;
+    EXPECT_EQ(get_gateway(text, &address, sizeof text), -1);
+    EXPECT_EQ(add_ip_neigh_entry("lo", "192.0.2.9"), -1);
+    setrlimit(RLIMIT_NOFILE, &old);
+}
+
+TEST_F(Status, ServicesNeedBothOfTheirKeys)
+{
+    const struct {
+        const char *config;
+        std::array<int, 5> expected; // dhcpc, dhcpd, ppp, iptables, ebtables
+    } rows[] = {
+        {"dhcpc.status=enabled\ndhcpc.1.status=disabled\n", {}},
+        {"dhcpc.1.status=enabled\ndhcpc.status=enabled", {1}},
+        {" ppp.status = enabled \n\x01\tppp.1.status\xff=\x80 enabled\r\n", {0, 0, 1}},
+        {"dhcpd.status=enabled\ndhcpd.1.status=enabled\ndhcpd.1.status=disabled\n", {0, 1}},
+        {"iptables.status=enabled\niptables.50.status=enabled\nebtables.status=enabled\n"
+         "ebtables.50.status=enabled\n",
+         {0, 0, 0, 1, 1}},
+        {"#dhcpc.status=enabled\ndhcpc.1.status=enabled\n", {}},
+        {"\rdhcpc.status=enabled\ndhcpc.1.status=enabled\n", {}},
+        {"dhcpc.status=Enabled\nDHCPC.1.status=enabled\n", {}},
+        {"dhcpc.status==enabled\ndhcpc.1.status=enabled=\n=enabled\nenabled\n\r\n\n", {}},
+        {"", {}},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.config);
+        file("/tmp/system.cfg", row.config);
+        dev_status s;
+        memset(&s, 0x55, sizeof s);
+        EXPECT_EQ(fill_services(&s), 0);
+        EXPECT_EQ((std::array{s.dhcpc, s.dhcpd, s.ppp, s.iptables, s.ebtables}), row.expected);
+        EXPECT_EQ(s.reserved[31], 0x5555555555555555U);
+    }
+    dev_status s = {};
+    const std::string both = "dhcpc.status=enabled\ndhcpc.1.status=enabled\n";
+    file("/tmp/system.cfg", "x=" + std::string(3000, 'x') + "\n" + both + std::string(1, '\0'));
+    fill_services(&s);
+    EXPECT_EQ(s.dhcpc, 1);
+    chmod("/tmp/system.cfg", 0777);
+    fill_services(&s);
+    EXPECT_EQ(s.dhcpc, 0);
+    remove("/tmp/system.cfg");
+    s.ppp = 1;
+    EXPECT_EQ(fill_services(&s), 0);
+    EXPECT_EQ(s.ppp, 0);
+}
+
+TEST_F(Status, TheVersionIsKeptOnceItIsGood)
+{
+    EXPECT_EQ(version(), "-2 unknown.0");
+    file("/usr/etc/.version", "6.6.55\nmore\n");
+    EXPECT_EQ(version(), "-2 unknown.0");
+    file("/usr/etc/.build", "");
+    errno = EBUSY;
+    EXPECT_EQ(version(), "-22 unknown.0");
+    EXPECT_EQ(errno, EBUSY);
+    must_run("rm /usr/etc/.build && mkdir /usr/etc/.build");
+    EXPECT_EQ(version(), "-21 unknown.0"); // EISDIR
+    must_run("rmdir /usr/etc/.build");
+    file("/usr/etc/.build", "15189\n");
+    EXPECT_EQ(version(), "0 6.6.55.15189");
+    remove("/usr/etc/.build");
+    EXPECT_EQ(version(), "0 6.6.55.15189");
+    EXPECT_EQ(get_version(nullptr), 0);
+}
+
+TEST_F(Status, ALongVersionIsCut)
+{
+    const std::string build = std::to_string(123456789012345) + std::string(30, 'b');
+    file("/usr/etc/.build", build + "\n");
+    file("/usr/etc/.version", std::string(70, 'v') + "\n");
+    // Each length of the version has a process of its own, because a good one is kept.
+    for (const size_t length : {61U, 62U, 63U, 64U}) {
+        file("/usr/etc/.version", std::string(length, 'v') + "\n");
+        if (fork() == 0) {
+            file("/tmp/version", version());
+            _exit(0);
+        }
+        wait(nullptr);
+        const std::string whole =
+            std::string(std::min<size_t>(length, 63), 'v') + "." + build.substr(0, 31);
+        EXPECT_EQ(read("/tmp/version"), "0 " + whole.substr(0, 63));
+    }
+}
+
+TEST_F(Status, FlagFiles)
+{
+    const struct {
+        const char *content;
+        int without, with; // by the default
+    } rows[] = {{"true\n", 1, 1}, {"true", 1, 1},    {"false\n", 0, 0},
+                {"TRUE\n", 0, 0}, {"true \n", 0, 0}, {"1\n", 0, 0},
+                {"\n", 0, 0},     {"", 0, 1},        {"true\nx\n", 1, 1}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.content);
+        file("/proc/zorvhal/status/IsDefault", row.content);
+        file("/var/run/flag", row.content);
+        EXPECT_EQ(system_is_xxx("/proc/zorvhal/status/IsDefault", 0), row.without);
+        EXPECT_EQ(system_is_xxx("/proc/zorvhal/status/IsDefault", 7), row.with);
+        EXPECT_EQ(system_is_xxx("/var/run/flag", 0), 1);
+    }
+    EXPECT_EQ(system_is_xxx("/proc/none", 7), 7);
+    EXPECT_EQ(system_is_xxx(nullptr, 7), 7);
+
+    EXPECT_EQ(system_set_xxx("/proc/flag", 0), 0);
+    EXPECT_EQ(read("/proc/flag"), "false\n");
+    EXPECT_EQ(system_set_xxx("/var/run/flag", 5), 0);
+    EXPECT_EQ(read("/var/run/flag"), "true\n");
+    EXPECT_EQ(system_set_xxx("/var/run/flag", 0), 0);
+    EXPECT_FALSE(exists("/var/run/flag"));
+    EXPECT_EQ(system_set_xxx("/var/run/flag", 0), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(system_set_xxx("/var/run/none/flag", 1), -1);
+    EXPECT_EQ(system_set_xxx(nullptr, 0), -1);
+
+    EXPECT_EQ(system_set_value("/var/run/value", "a long one"), 0);
+    EXPECT_EQ(system_set_value("/var/run/value", "%d"), 0);
+    EXPECT_EQ(read("/var/run/value"), "%d\n");
+    EXPECT_EQ(system_set_value("/dev/full", "x"), EOF);
+    EXPECT_EQ(system_set_value("/var/run/value", nullptr), -1);
+    EXPECT_EQ(system_set_value(nullptr, "x"), -1);
+}
+
+TEST_F(Status, BoardFile)
+{
+    const struct {
+        const char *content;
+        int revision;
+        const char *serial;
+    } rows[] = {
+        {"serialno=0123\r\nboardrevision=7\r\n", 7, "0123\n"},
+        {"boardrevision=7\nboardrevision=x=0x12\nserialno=a=b\n", 0, "b\n"},
+        {"boardrevisions = 12 \nserialno=\n", 12, "serialno\n"},
+        {" boardrevision=9\nSERIALNO=1\n", 0, "\n"},
+        {"boardrevision=-3", -3, "\n"},
+        {"", 0, "\n"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.content);
+        file("/tmp/board", row.content);
+        EXPECT_EQ(get_boardrevision("/tmp/board"), row.revision);
+        char serial[300];
+        memset(serial, 'z', sizeof serial);
+        const std::string expected = row.serial;
+        EXPECT_EQ(get_boardsn("/tmp/board", serial, static_cast<int>(expected.size())), 0);
+        EXPECT_EQ(std::string(serial, expected.size() + 1), expected + "z"); // no NUL
+    }
+    EXPECT_EQ(get_boardrevision("/tmp/none"), -1);
+    EXPECT_EQ(get_boardrevision(nullptr), -1);
+    char serial[4] = "";
+    EXPECT_EQ(get_boardsn("/tmp/none", serial, sizeof serial), -1);
+    EXPECT_EQ(get_boardsn(nullptr, serial, sizeof serial), -1);
+    EXPECT_EQ(get_boardsn("/tmp/board", nullptr, 4), -1);
+}
+
+TEST_F(Status, ASerialNumberThatDoesNotFitLeavesItsFileOpen)
+{
+    file("/tmp/board", "serialno=0123\n");
+    kernel_proc();
+    const auto open_files = [] { return run("ls -l /proc/$PPID/fd | grep -c board").output; };
+    char serial[5] = "";
+    EXPECT_EQ(get_boardsn("/tmp/board", serial, 5), 0);
+    EXPECT_EQ(open_files(), "0\n");
+    for (const int size : {4, 0, -1})
+        EXPECT_EQ(get_boardsn("/tmp/board", serial, size), -1);
+    EXPECT_EQ(open_files(), "3\n");
+}
+
+TEST_F(Status, MainAddressAndManufacturer)
+{
+    const struct {
+        const char *content;
+        const char *mac;
+        long id;
+    } rows[] = {
+        {"eth0.macaddr=02:a0:f1:00:00:07\nwifi0.macaddr=x\nmanufid=0a1B\n", "02:a0:f1:00:00:07",
+         0x0a1b},
+        {"eth0.macaddr=\nwifi0.macaddr=02:a0:f1:00:00:08:99\nmanufid=12345\n", "02:a0:f1:00:00:08",
+         0x1234},
+        {"manufid=xyz\n", "00:11:22:33:44:55", 0},
+        {"", "00:11:22:33:44:55", 0},
+    };
+    EXPECT_STREQ(get_main_mac_str(), "00:11:22:33:44:55");
+    EXPECT_EQ(get_manufid(), 0);
+    for (const auto &row : rows) {
+        file("/proc/zorvhal/system.info", row.content);
+        EXPECT_STREQ(get_main_mac_str(), row.mac);
+        EXPECT_EQ(get_manufid(), row.id);
+    }
+}
+
+TEST_F(Status, MacByIpTakesOnlyACompleteEntry)
+{
+    file("/proc/net/arp",
+         kArpHeader +
+             std::string("192.0.2.1        0x1   0x0   00:00:00:00:00:00     *        br0\n"
+                         "192.0.2.7        0x1   0x2   02:a0:f1:00:00:07     *        br0\n"
+                         "192.0.2.8        0x1   0x2   02:a0:f1:00:00:08:and:more *   br0\n"
+                         "cut short\n"
+                         "192.0.2.9        0x1   0x2   02:a0:f1:00:00:09     *        br0\n"));
+    char mac[20] = "kept";
+    EXPECT_EQ(get_mac_by_ip("192.0.2.1", mac, sizeof mac), 0);
+    EXPECT_EQ(get_mac_by_ip("192.0.2.9", mac, sizeof mac), 0); // behind the broken row
+    EXPECT_EQ(get_mac_by_ip("192.0.2.7", nullptr, sizeof mac), 0);
+    EXPECT_STREQ(mac, "kept");
+    EXPECT_EQ(get_mac_by_ip(nullptr, mac, sizeof mac), 1);
+    EXPECT_STREQ(mac, "02:a0:f1:00:00:07");
+    EXPECT_EQ(get_mac_by_ip("192.0.2.8", mac, sizeof mac), 1);
+    EXPECT_STREQ(mac, "02:a0:f1:00:00:08");
+    EXPECT_THAT(logged(), IsEmpty());
+
+    EXPECT_EQ(get_mac_by_ip("192.0.2.7", mac, 6), 1);
+    EXPECT_STREQ(mac, "02:a0");
+    EXPECT_EQ(get_mac_by_ip("192.0.2.7", mac, 0), 1);
+    EXPECT_STREQ(mac, "02:a0");
+    EXPECT_THAT(logged(), ElementsAre("[error] libzorv_status.get_mac_by_ip(): mac truncated",
+                                      "[error] libzorv_status.get_mac_by_ip(): mac truncated"));
+    remove("/proc/net/arp");
+    EXPECT_EQ(get_mac_by_ip(nullptr, mac, sizeof mac), 0);
+}
+
+TEST_F(Status, TheGatewayIsThatOfTheBridge)
+{
+    kernel_proc();
+    make_bridge();
+    char text[16] = "kept", mac[18] = "kept";
+    uint32_t address = 7;
+    EXPECT_EQ(get_gateway(text, &address, sizeof text), 0);
+    EXPECT_EQ(get_gateway_mac(mac, sizeof mac), 0);
+
+    must_run("ip link add wan0 type bridge && ip addr add 203.0.113.1/24 dev wan0 &&"
+             "ip link set wan0 up && ip route add default via 203.0.113.254 dev wan0 metric 1 &&"
+             "ip route add 10.0.0.0/8 via 192.0.2.3 dev br0 &&"
+             "ip route add default via 192.0.2.4 dev br0 table 7 &&"
+             "ip route add default dev br0 metric 2");
+    EXPECT_EQ(get_gateway(text, &address, sizeof text), 0);
+    EXPECT_STREQ(text, "kept");
+    EXPECT_EQ(address, 7U);
+
+    must_run("ip route add default via 192.0.2.254 dev br0 metric 50 &&"
+             "ip route add default via 192.0.2.253 dev br0 metric 60");
+    EXPECT_EQ(get_gateway(text, &address, sizeof text), 1);
+    EXPECT_STREQ(text, "192.0.2.254");
+    EXPECT_EQ(address, inet_addr("192.0.2.254"));
+    EXPECT_EQ(get_gateway(text, &address, 6), 1);
+    EXPECT_STREQ(text, "192.0");
+    EXPECT_EQ(get_gateway(nullptr, &address, 6), -1);
+
+    EXPECT_EQ(get_gateway_mac(mac, sizeof mac), 0);
+    must_run("ip neigh add 192.0.2.254 lladdr 02:a0:f1:00:00:fe dev br0");
+    EXPECT_EQ(get_gateway_mac(mac, sizeof mac), 1);
+    EXPECT_STREQ(mac, "02:a0:f1:00:00:fe");
+
+    // About a hundred routes come in several datagrams; four hundred are too many.
+    const auto add_routes = [](int first, int last) {
+        std::string batch;
+        for (int i = first; i < last; ++i)
+            batch += "route add 10.1." + std::to_string(i / 256) + "." + std::to_string(i % 256) +
+                     " via 192.0.2.3 dev br0\n";
+        file("/tmp/batch", batch);
+        must_run("ip -batch /tmp/batch");
+    };
+    add_routes(0, 100);
+    EXPECT_EQ(get_gateway(text, &address, sizeof text), 1);
+    EXPECT_STREQ(text, "192.0.2.254");
+    add_routes(100, 400);
+    EXPECT_EQ(get_gateway(text, &address, sizeof text), -1);
+}
+
+TEST_F(Status, AnIncompleteNeighbourIsEntered)
+{
+    make_bridge();
+    EXPECT_EQ(add_ip_neigh_entry("br0", "192.0.2.77"), 0);
+    EXPECT_THAT(run("ip neigh show dev br0 nud all").output, HasSubstr("192.0.2.77 INCOMPLETE"));
+    EXPECT_EQ(add_ip_neigh_entry("none", "192.0.2.78"), 0); // sent, and refused by the kernel
+    for (const auto ip : {"192.0.2", "192.0.2.777", "", "fe80::1", " 192.0.2.1"})
+        EXPECT_EQ(add_ip_neigh_entry("br0", ip), -1);
+    EXPECT_EQ(add_ip_neigh_entry("br0", nullptr), -1);
+}
+
+TEST_F(Status, PublishedStates)
+{
+    EXPECT_EQ(system_internet_status(), -1);
+    EXPECT_EQ(system_dhcp_status(), 0);
+    const struct {
+        const char *content;
+        int internet, dhcp;
+    } rows[] = {{"1\n", 1, 0},       {"72", 7, 0},         {"bound\n", 0, 3}, {"renew", 0, 4},
+                {"leasefail", 0, 2}, {"deconfig\n", 0, 1}, {"Bound\n", 0, 0}, {"bound \n", 0, 0},
+                {"", 0, 0},          {"\xff\xff", 0, 0}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.content);
+        file("/var/run/system.internet", row.content);
+        file("/var/run/dhcpc.last_state", row.content);
+        EXPECT_EQ(system_internet_status(), row.internet);
+        EXPECT_EQ(system_dhcp_status(), row.dhcp);
+    }
+}
+
+TEST_F(Status, SshListens)
+{
+    EXPECT_EQ(system_is_ssh(), 0);
+    constexpr char kOthers[] = "  sl  local_address rem_address   st tx_queue rx_queue\n"
+                               "   0: 00000000:0050 00000000:0000 0A 00000000:00000000\n"
+                               "   1: 0100007F:0016 0100007F:8A3C 01 00000000:00000000\n";
+    file("/proc/net/tcp", kOthers);
+    EXPECT_EQ(system_is_ssh(), 0);
+    file("/proc/net/tcp", kOthers + std::string("   2: 00000000:0016 00000000:0000 0A 0:0\n"));
+    EXPECT_EQ(system_is_ssh(), 1);
+
+    kernel_proc();
+    EXPECT_EQ(system_is_ssh(), 0);
+    const sockaddr_in port22 = {AF_INET, htons(22), {htonl(INADDR_LOOPBACK)}, {}};
+    const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(server, reinterpret_cast<const sockaddr *>(&port22), sizeof port22), 0);
+    EXPECT_EQ(system_is_ssh(), 0);
+    listen(server, 1);
+    EXPECT_EQ(system_is_ssh(), 1);
+    close(server);
+}
+
+TEST_F(Status, TouchedFiles)
+{
+    umask(077);
+    EXPECT_EQ(touch_file("/tmp/new", 0644), 0);
+    EXPECT_EQ(run("stat -c %a /tmp/new").output, "644\n");
+    file("/tmp/new", "content");
+    EXPECT_EQ(touch_file("/tmp/new", 0600), 0);
+    EXPECT_EQ(read("/tmp/new"), "content");
+    EXPECT_EQ(touch_file("/tmp/none/new", 0600), -1);
+    EXPECT_EQ(touch_file(nullptr, 0600), -1);
+    EXPECT_THAT(logged(), ElementsAre("[error] libzorv_status.touch_file(): /tmp/none/new - "
+                                      "2/No such file or directory",
+                                      "[error] libzorv_status.touch_file():  - 14/Bad address"));
+}
+
+TEST_F(Status, Uptime)
+{
+    const struct {
+        const char *content;
+        long seconds;
+    } rows[] = {{"12345.67 890.12\n", 12345},
+                {"  7", 7},
+                {".5 1\n", -1},
+                {"soon\n", -1},
+                {"", -1},
+                {"\n123\n", -1}};
+    for (const auto &row : rows) {
+        file("/proc/uptime", row.content);
+        EXPECT_EQ(get_uptime_from_proc(), row.seconds) << row.content;
+    }
+    EXPECT_EQ(get_uptime_from_file("/proc/none"), -1);
+    EXPECT_EQ(get_uptime_from_file(nullptr), -1);
+    kernel_proc();
+    const long before = get_uptime_from_sysinfo();
+    EXPECT_GT(before, 0);
+    EXPECT_LE(std::abs(get_uptime_from_proc() - before), 2);
+}
+
+TEST_F(Status, UptimeInWords)
+{
+    const struct {
+        unsigned long seconds;
+        const char *text;
+    } rows[] = {
+        {90061, "1d1h1m1s"},
+        {3600, "1h"},
+        {0, ""},
+        {86399, "23h59m59s"},
+        {86400UL * 4294967296, ""}, // days count in 32 bits
+        {86400UL * 4294967295 + 86399, "4294967295d23h59m59s"},
+    };
+    for (const auto &row : rows) {
+        char text[32];
+        uptime2str(row.seconds, text, sizeof text);
+        EXPECT_STREQ(text, row.text);
+    }
+    char text[] = "kept";
+    uptime2str(90061, text, 0);
+    EXPECT_STREQ(text, "kept");
+    uptime2str(90061, text, 4);
+    EXPECT_STREQ(text, "1d1");
+}
+
+TEST_F(Status, TimeInWords)
+{
+    char cells[7][8];
+    get_system_time(cells);
+    std::string joined;
+    for (const auto &cell : cells)
+        joined += std::string(cell) + "|";
+    EXPECT_THAT(joined, MatchesRegex("(Mon|Tue|Wed|Thu|Fri|Sat|Sun)\\|[A-Z][a-z]+\\|[0-9]+\\|"
+                                     "[0-9][0-9]\\|[0-9][0-9]\\|[0-9][0-9]\\|[0-9]+\n\\|"));
+}
+
+TEST_F(Status, TimeInTheZoneOfTheMoment)
+{
+    char before[7][8], after[7][8];
+    setenv("TZ", "UTC0", 1);
+    get_system_time(before);
+    setenv("TZ", "EST5", 1);
+    get_system_time(after);
+    unsetenv("TZ");
+    EXPECT_STRNE(before[3], after[3]);
+}
+
+TEST_F(Status, CloudEnvironment)
+{
+    const struct {
+        const char *config, *management, *build;
+        int environment, limited;
+    } rows[] = {
+        {nullptr, nullptr, nullptr, 0, 2},
+        {nullptr, nullptr, "scm_reftype=atag\n", 0, 0},
+        {nullptr, nullptr, "scm_reftype=branch\n", 0, 2},
+        {"mgmt.kelo.env=dev\n", "mgmt.kelo.env=stage\n", nullptr, 2, 2},
+        {"mgmt.kelo.env=\n", "mgmt.kelo.env=stage\n", nullptr, 1, 1},
+        {"mgmt.kelo.env=develop\n", nullptr, nullptr, 0, 2},
+        {"mgmt.kelo.env.force=1\n", nullptr, nullptr, 0, 0},
+        {"mgmt.kelo.env.force=11\n", nullptr, nullptr, 0, 2},
+        {nullptr, "mgmt.kelo.env.force=enabled\n", "scm_reftype=branch\n", 0, 0},
+        {"mgmt.kelo.env.force=0\n", "mgmt.kelo.env.force=1\n", nullptr, 0, 2},
+    };
+    const auto put = [](const char *path, const char *content) {
+        remove(path);
+        if (content)
+            file(path, content);
+    };
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        SCOPED_TRACE(i);
+        put("/tmp/system.cfg", rows[i].config);
+        put("/etc/persistent/cfg/mgmt", rows[i].management);
+        put("/usr/lib/build.properties", rows[i].build);
+        EXPECT_EQ(get_kelo_env(), rows[i].environment);
+        EXPECT_EQ(get_kelo_env_limit_prod(), rows[i].limited);
+    }
+}
+
+// What a broken unit may have in place of each file: no fault, no descriptor kept, no endless read.
+TEST_F(Status, FilesThatAreNone)
+{
+    kernel_proc();
+    must_run("mkdir -p /etc/persistent/cfg");
+    constexpr const char *kPaths[] = {"/tmp/system.cfg",          "/etc/persistent/cfg/mgmt",
+                                      "/usr/etc/.version",        "/usr/etc/.build",
+                                      "/var/run/system.internet", "/var/run/dhcpc.last_state"};
+    const std::string count = "ls /proc/$PPID/fd | wc -l";
+    const std::string before = run(count).output;
+    for (const auto *command : {"ln -sf /dev/zero %", "ln -sfn /tmp %", "ln -sf /dev/null %",
+                                "rm -f %; head -c 100000 /bin/sh > %"}) {
+        SCOPED_TRACE(command);
+        for (const char *path : kPaths) {
+            std::string line = command;
+            for (size_t at; (at = line.find('%')) != line.npos;)
+                line.replace(at, 1, path);
+            must_run(line);
+        }
+        dev_status s = {};
+        char text[32], mac[18];
+        uint32_t address;
+        fill_services(&s);
+        version();
+        EXPECT_EQ(get_kelo_env(), 0);
+        EXPECT_EQ(system_internet_status(), 0);
+        EXPECT_EQ(system_dhcp_status(), 0);
+        for (const char *path : kPaths) {
+            get_uptime_from_file(path);
+            get_boardrevision(path);
+            EXPECT_EQ(get_boardsn(path, text, sizeof text), 0);
+            EXPECT_EQ(std::string_view(text, 1), "\n");
+        }
+        EXPECT_EQ(get_gateway(text, &address, sizeof text), 0);
+        EXPECT_EQ(get_mac_by_ip("192.0.2.1", mac, sizeof mac), 0);
+    }
+    EXPECT_EQ(run(count).output, before);
+}
