@@ -89,9 +89,9 @@ private:
 int run_command(const std::vector<std::string> &command, bool json)
 {
     std::vector<char *> words;
+    words.reserve(command.size() + 1);
     for (const auto &word : command)
-        words.push_back(const_cast<char *>(
-            word.c_str())); // NOLINT(performance-inefficient-vector-operation): a few words
+        words.push_back(const_cast<char *>(word.c_str()));
     words.push_back(nullptr);
 
     posix_spawn_file_actions_t files;
