@@ -44,8 +44,14 @@ public:
     }
 
 private:
-    static constexpr size_t kPage = 4096;
-    static_assert(Size <= kPage);
+    static constexpr size_t kBlock = 8192;
+    static_assert(Size <= kBlock);
+
+    // The kernel hands out as many lines as fit into a page of its own, which has 4096 bytes or
+    // more; with room for another line, of 1 KiB at most, there was none. Asking again to be told
+    // so has it search all of its table anew, and that of TCP has hundreds of thousands of places.
+    static constexpr ssize_t kLittle = 3072;
+    static_assert(kBlock - Size > kLittle);
 
     // 0 when what has been read does not tell.
     size_t piece_length() const
@@ -63,7 +69,10 @@ private:
         memmove(page_, page_ + begin_, end_ - begin_);
         end_ -= begin_;
         begin_ = 0;
-        const ssize_t count = read(fd_.get(), page_ + end_, kPage - end_);
+        if (at_end_)
+            return 0;
+        const ssize_t count = read(fd_.get(), page_ + end_, kBlock - end_);
+        at_end_ = count < kLittle;
         end_ += count > 0 ? static_cast<size_t>(count) : 0;
         return count;
     }
@@ -71,8 +80,9 @@ private:
     Fd fd_;
     size_t begin_ = 0; // of the next piece
     size_t end_ = 0;   // of what has been read
+    bool at_end_ = false;
     char first_ = '\0';
-    char page_[kPage + 1] = {};
+    char page_[kBlock + 1] = {};
 };
 
 } // namespace zorv

@@ -1,13 +1,20 @@
-// Every single allocation that may fail: what is left out is logged, the rest stays valid.
+// Every single allocation that may fail: what is left out is logged, the rest stays valid. And how
+// tables are read.
 #include <zorv/ps.h>
 #include <zorv/stats.h>
 
+#include <climits>
 #include <filesystem>
 #include <memory>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "core/own.h"
 #include "support/allocation.h"
 #include "support/device.h"
+#include "support/enter.h"
+#include "telemetry/proc_table.h"
 
 using namespace zorv;
 using testing::ElementsAre;
@@ -15,6 +22,7 @@ using testing::ElementsAre;
 namespace {
 
 using Memory = Device;
+using Tables = Device;
 using List = std::unique_ptr<zorv_ps_list, Closer<zorv_ps_list_free>>;
 using Hosts = std::unique_ptr<conntrack_hosts_t, Closer<free_conntrack_hosts>>;
 
@@ -88,6 +96,78 @@ TEST_F(Memory, RunsOutForHosts)
         // One is missing; "x" is found at the next line when it is the one.
         ASSERT_EQ(HASH_COUNT(hosts->hosts), hosts->hosts->count == 400 ? 400u : 401u);
     }
+}
+
+// Jansson's memory is the library's here, and fails with it.
+TEST_F(Memory, RunsOutForJson)
+{
+    json_set_alloc_funcs(malloc, free);
+    file("/proc/net/unix", "0000000000000000: 00000002 00000000 00000000 0001 03 41 /a\n");
+    file("/proc/7/stat", "7 (a) S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 4096 1 0\n");
+    std::filesystem::create_directories("/proc/7/fd");
+    std::filesystem::create_symlink("/a", "/proc/7/fd/0");
+    std::filesystem::create_symlink("socket:[41]", "/proc/7/fd/1");
+    const auto convert = [](long failing) {
+        zorv_ps_list *const list = zorv_ps_filter(1, nullptr, nullptr);
+        logged();
+        fail_allocation(failing);
+        Json array(zorv_ps_list_to_array(list));
+        fail_allocations_off();
+        return array;
+    };
+    const auto dump = [](const Json &json) {
+        const Text text(json_dumps(json.get(), JSON_COMPACT));
+        return std::string(text.get());
+    };
+    const std::string whole = dump(convert(LONG_MAX));
+    EXPECT_THAT(whole, testing::HasSubstr("\"state\":\"CONNECTED\""));
+
+    long n = 1;
+    for (; !convert(n); ++n) // the array itself, of a block or two
+        EXPECT_THAT(logged(), ElementsAre(kPrefix + std::string("zorv_ps_list_to_array(): Failed "
+                                                                "to allocate json array")));
+    EXPECT_GT(n, 1);
+    for (std::string shown; shown != whole; ++n) {
+        const Json array = convert(n);
+        ASSERT_NE(array, nullptr) << n;
+        shown = dump(array);
+    }
+    EXPECT_GT(n, 30); // each of the members and texts may fail
+
+    const meminfo_t memory = {};
+    fail_allocation(1);
+    EXPECT_EQ(zorv_meminfo_to_obj(&memory), nullptr);
+    EXPECT_THAT(logged(), ElementsAre(kPrefix + std::string("zorv_meminfo_to_obj(): Failed to "
+                                                            "allocate json object")));
+}
+
+// The lines that a table gives of a pipe, which stands for the kernel: first so many of 8 bytes,
+// and one more that comes when those have been read.
+size_t lines_of_pipe(size_t first)
+{
+    int ends[2];
+    check(pipe2(ends, O_CLOEXEC), "pipe");
+    ProcTable<256> table((Fd(ends[0])));
+    Fd out(ends[1]);
+    const auto put = [&out](std::string_view text) {
+        check(static_cast<int>(write(out.get(), text.data(), text.size())), "write");
+    };
+    for (size_t n = 0; n < first; ++n)
+        put("abcdefg\n");
+    size_t count = 0;
+    while (count < first && table.next())
+        ++count;
+    put("more\n");
+    out.reset();
+    while (table.next())
+        ++count;
+    return count;
+}
+
+TEST_F(Tables, AreNotAskedForLinesThatTheKernelDoesNotHave)
+{
+    EXPECT_EQ(lines_of_pipe(383), 383u); // there was room for another in the smallest of pages
+    EXPECT_EQ(lines_of_pipe(384), 385u);
 }
 
 } // namespace

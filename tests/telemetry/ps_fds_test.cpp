@@ -206,4 +206,22 @@ TEST_F(Ps, UnixSocketsByTypeAndState)
                                    local(3, "SEQPACKET", "", "CONNECTED")));
 }
 
+// More than the kernel hands out at a time, of each table.
+TEST_F(Ps, ManySocketsAreAllKnown)
+{
+    kernel_proc();
+    constexpr size_t kEach = 100;
+    const auto found = descriptors([] {
+        for (size_t n = 0; n < kEach; ++n) {
+            for (const int family : {AF_INET, AF_INET6}) {
+                check(listen(make_socket(family, SOCK_STREAM), 1), "listen");
+                bind_to(make_socket(family, SOCK_DGRAM), family, 0);
+            }
+            make_socket(AF_UNIX, SOCK_DGRAM);
+        }
+    });
+    EXPECT_EQ(found.size(), 5 * kEach);
+    EXPECT_THAT(found, testing::Each(testing::HasSubstr("\"socket_type\"")));
+}
+
 } // namespace
