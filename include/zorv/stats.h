@@ -75,7 +75,10 @@ json_t *zorv_meminfo_to_obj(const meminfo_t *m);
  */
 float get_memused_percent(const struct sysinfo *si);
 
-/* A host of the connection-tracking table. */
+/*
+ * A host of the connection-tracking table. A caller that takes one out (HASH_DEL) owns it: free()
+ * the text, then the record.
+ */
 typedef struct conntrack_host {
     char *host;        /* as the kernel prints it: "192.0.2.7", or IPv6 with all its zeros */
     int32_t count;     /* how often it is the source or the destination of a connection */

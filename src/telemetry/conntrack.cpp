@@ -7,6 +7,7 @@
 
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "core/text_tools.h"
 
 using namespace zorv;
 
@@ -17,19 +18,48 @@ constexpr char kConntrack[] = "/proc/net/nf_conntrack";
 
 using Hosts = std::unique_ptr<conntrack_hosts_t, Closer<free_conntrack_hosts>>;
 
-using Host = std::unique_ptr<conntrack_host, Closer<free>>;
+void free_host(conntrack_host *host)
+{
+    free(host->host);
+    free(host);
+}
+using Host = std::unique_ptr<conntrack_host, Closer<free_host>>;
 
-// One block holds record and text: a lookup that meets the one mostly has the other at hand.
 Host make_host(std::string_view address)
 {
-    const size_t size = sizeof(conntrack_host) + address.size() + 1;
-    Host host(static_cast<conntrack_host *>(calloc(1, size)));
-    if (host) {
-        host->host = reinterpret_cast<char *>(host.get() + 1);
-        memcpy(host->host, address.data(), address.size());
-        host->count = 1;
-    }
+    Host host(static_cast<conntrack_host *>(calloc(1, sizeof(conntrack_host))));
+    if (!host)
+        return nullptr;
+    host->host = duplicate(address).release();
+    if (!host->host)
+        return nullptr;
     return host;
+}
+
+// Where hosts were found last. A few have most of the connections, and to find one in the hash
+// table takes a walk through memory.
+class RecentHosts {
+public:
+    conntrack_host *&slot(std::string_view address)
+    {
+        uint64_t tail = 0; // in which the hosts of a network differ
+        if (address.size() >= sizeof tail)
+            memcpy(&tail, address.data() + address.size() - sizeof tail, sizeof tail);
+        else
+            memcpy(&tail, address.data(), address.size());
+        return slots_[tail * kSpread >> (64 - kBits)];
+    }
+
+private:
+    static constexpr int kBits = 12;
+    static constexpr uint64_t kSpread = 0x9e3779b97f4a7c15; // the golden ratio: no two bits alike
+
+    conntrack_host *slots_[size_t{1} << kBits] = {};
+};
+
+bool is_host(const conntrack_host *host, std::string_view address)
+{
+    return host && std::string_view(host->host, host->hh.keylen) == address;
 }
 
 // From behind the first such name to the next blank; empty without a blank.
@@ -43,25 +73,37 @@ std::string_view find_value(std::string_view line, std::string_view name)
     return end == line.npos ? std::string_view() : line.substr(0, end);
 }
 
-void add_conntrack_host(conntrack_hosts_t &hosts, std::string_view address)
+// The host of the table, where it comes with a count of 0 if it is new; NULL when memory is short.
+conntrack_host *find_or_insert(conntrack_hosts_t &hosts, std::string_view address)
 {
-    if (address.empty())
-        return;
     unsigned hash;
     HASH_VALUE(address.data(), address.size(), hash);
     conntrack_host *found;
     HASH_FIND_BYHASHVALUE(hh, hosts.hosts, address.data(), address.size(), hash, found);
-    if (found) {
-        ++found->count;
+    if (found)
+        return found;
+    Host host = make_host(address);
+    if (!host)
+        return nullptr;
+    conntrack_host *const added = host.get();
+    HASH_ADD_KEYPTR_BYHASHVALUE(hh, hosts.hosts, added->host, address.size(), hash, added);
+    if (!added->hh.tbl)
+        return nullptr;
+    return host.release(); // the table owns it from here
+}
+
+void add_conntrack_host(conntrack_hosts_t &hosts, RecentHosts &recent, std::string_view address)
+{
+    if (address.empty())
+        return;
+    conntrack_host *&slot = recent.slot(address);
+    conntrack_host *const host = is_host(slot, address) ? slot : find_or_insert(hosts, address);
+    if (!host) {
+        log_error("Failed to alloc host");
         return;
     }
-    Host host = make_host(address);
-    if (host)
-        HASH_ADD_KEYPTR_BYHASHVALUE(hh, hosts.hosts, host->host, address.size(), hash, host.get());
-    if (host && host->hh.tbl) // the table owns it from here
-        static_cast<void>(host.release());
-    else
-        log_error("Failed to alloc host");
+    ++host->count;
+    slot = host;
 }
 
 int by_count(const conntrack_host *a, const conntrack_host *b)
@@ -80,10 +122,11 @@ Connection zorv::parse_connection(std::string_view line)
 
 void zorv::count_hosts(ConntrackTable &table, conntrack_hosts_t &hosts)
 {
+    RecentHosts recent;
     while (const char *const line = table.next()) {
         const Connection connection = parse_connection(line);
-        add_conntrack_host(hosts, connection.source);
-        add_conntrack_host(hosts, connection.destination);
+        add_conntrack_host(hosts, recent, connection.source);
+        add_conntrack_host(hosts, recent, connection.destination);
     }
 }
 
@@ -117,7 +160,7 @@ void free_conntrack_hosts(conntrack_hosts_t *hosts)
     HASH_CLEAR(hh, hosts->hosts);
     while (host) {
         const auto next = static_cast<conntrack_host *>(host->hh.next);
-        free(host);
+        free_host(host);
         host = next;
     }
     free(hosts);

@@ -1,6 +1,7 @@
 #include <zorv/stats.h>
 
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <sstream>
@@ -172,6 +173,10 @@ TEST_F(Stats, HostsOfOddTables)
         {"ipv4 src= dst=b ", {"b 1"}},
         {"ipv4src=dst=b ", {"dst=b 1", "b 1"}}, // both are found before either is cut
         {"ipv5 src=a dst=b \nIPV4 src=a dst=b \n", {}},
+        {"ipv4 src=1:same-end dst=2:same-end \nipv4 src=2:same-end dst=1:same-end \n",
+         {"1:same-end 2", "2:same-end 2"}},
+        {"ipv4 src=same-end dst=1:same-end \n", {"same-end 1", "1:same-end 1"}},
+        {std::string("ipv4 src=a \0 dst=b \n", 20), {"a 1"}}, // a line ends at a NUL
         // Pieces of 319 bytes: the address is cut and not taken; the rest is a line again.
         {"ipv4 " + blanks.substr(0, 309) + "src=a dst=b \n", {}},
         {"ipv4 " + blanks.substr(0, 314) + "ipv6 src=a dst=b \n", {"a 1", "b 1"}},
@@ -187,6 +192,14 @@ TEST_F(Stats, HostsOfOddTables)
                 ElementsAre("[error] libzorv_proc.get_top_conntrack_hosts(): Failed to open "
                             "'/proc/net/nf_conntrack': No such file or directory"));
     free_conntrack_hosts(nullptr);
+}
+
+TEST_F(Stats, TextOfAHostIsAnAllocationOfItsOwn)
+{
+    file(kConntrack, "ipv4 src=a dst=b \n");
+    const Hosts hosts(get_top_conntrack_hosts());
+    free(hosts->hosts->host);
+    hosts->hosts->host = strdup("released with the table");
 }
 
 TEST_F(Stats, ManyHostsAreSortedAndFoundByHash)
