@@ -49,6 +49,27 @@ json_t *unix_to_json(const zorv_unix_socket &socket)
     return object;
 }
 
+json_t *socket_to_json(const zorv_socket_record &socket)
+{
+    switch (socket.kind) {
+    case ZORV_SOCKET_UNIX:
+        return unix_to_json(*socket.data.local);
+    case ZORV_SOCKET_TCP:
+    case ZORV_SOCKET_TCP6:
+    case ZORV_SOCKET_UDP:
+    case ZORV_SOCKET_UDP6:
+        return inet_to_json(*socket.data.inet);
+    default: // no cache has one
+        return json_object();
+    }
+}
+
+bool has_link(const zorv_fd_record &record)
+{
+    return record.kind == ZORV_FD_FILE || record.kind == ZORV_FD_ANON ||
+           record.kind == ZORV_FD_PIPE;
+}
+
 json_t *fd_to_json(const zorv_fd_record &record)
 {
     json_t *const object = json_object();
@@ -56,10 +77,8 @@ json_t *fd_to_json(const zorv_fd_record &record)
     if (record.kind == ZORV_FD_SOCKET && record.target.socket) {
         const zorv_socket_record &socket = *record.target.socket;
         set(object, "socket_type", to_json(name_of(kSocketKinds, socket.kind)));
-        set(object, "socket",
-            socket.kind == ZORV_SOCKET_UNIX ? unix_to_json(*socket.data.local)
-                                            : inet_to_json(*socket.data.inet));
-    } else if (record.kind != ZORV_FD_SOCKET && record.target.link) {
+        set(object, "socket", socket_to_json(socket));
+    } else if (has_link(record) && record.target.link) {
         set(object, "link", json_string(record.target.link));
     }
     return object;

@@ -224,4 +224,28 @@ TEST_F(Ps, ManySocketsAreAllKnown)
     EXPECT_THAT(found, testing::Each(testing::HasSubstr("\"socket_type\"")));
 }
 
+TEST_F(Ps, RecordsOfTheCallersMakingMayHoldAnyKind)
+{
+    char link[] = "/a";
+    zorv_inet_socket data = {0, 65535, 13};
+    const zorv_socket_record tcp = {1, ZORV_SOCKET_TCP, {&data}, {}}, odd = {1, 6, {nullptr}, {}};
+    zorv_fd_record fds[] = {
+        {nullptr, nullptr, ZORV_FD_UNKNOWN, {link}},
+        {nullptr, nullptr, 5, {link}},
+        {nullptr, nullptr, ZORV_FD_PIPE, {nullptr}},
+        {nullptr, nullptr, ZORV_FD_SOCKET, {nullptr}},
+        {nullptr, nullptr, ZORV_FD_SOCKET, {nullptr}},
+    };
+    fds[3].target.socket = &tcp;
+    fds[4].target.socket = &odd;
+    zorv_ps_record record = {};
+    record.fds = {fds, fds + 4};
+    for (size_t n = 0; n + 1 < std::size(fds); ++n)
+        fds[n].next = fds + n + 1;
+    EXPECT_EQ(dump(Json(zorv_fds_to_array(&record)).get()),
+              R"([{"fd_type":"unknown"},{"fd_type":"unknown"},{"fd_type":"pipe"},)" +
+                  inet("tcp", "\"*\"", "65535", "UNKNOWN") +
+                  R"(,{"fd_type":"socket","socket_type":"unknown","socket":{}}])");
+}
+
 } // namespace
