@@ -12,6 +12,7 @@
 #include <zorv/bridge.h>
 #include <zorv/buffer.h>
 #include <zorv/cfg.h>
+#include <zorv/crash.h>
 #include <zorv/curl_simple.h>
 #include <zorv/exec.h>
 #include <zorv/file.h>
