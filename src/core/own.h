@@ -26,10 +26,16 @@ struct Closer {
     }
 };
 
+// json_decref() is another function in each source; this one is the same in all.
+inline void release_json(json_t *value)
+{
+    json_decref(value);
+}
+
 using Text = std::unique_ptr<char, Closer<free>>; // malloc'd, NUL-terminated
 using File = std::unique_ptr<FILE, Closer<fclose>>;
 using Dir = std::unique_ptr<DIR, Closer<closedir>>;
-using Json = std::unique_ptr<json_t, Closer<json_decref>>; // one reference
+using Json = std::unique_ptr<json_t, Closer<release_json>>; // one reference
 
 // A file descriptor; -1 is empty.
 class Fd {

@@ -1,0 +1,122 @@
+// Binary dumps: their reports, and the upload of their bytes.
+#include <zorv/crash.h>
+
+#include <memory>
+
+#include <curl/curl.h>
+#include <jansson.h>
+#include <zorv/file.h>
+#include <zorv/format.h>
+
+#include "core/log_gate.h"
+#include "core/own.h"
+#include "telemetry/crash_report.h"
+
+using namespace zorv;
+
+namespace {
+
+constexpr char kModule[] = "crash";
+constexpr char kUploadAllowed[] = "/var/run/system.analytics.coredump";
+constexpr int kRamDump = 3;
+constexpr char kTypes[][10] = {"core-dump", "app-crash", "oom-kill", "ram-dump"};
+
+constexpr char kRamDumpLog[] =
+    "logread | grep -i \"collecting ramdump\" -B 200 | syswrapper.sh sensitive-data-filter";
+constexpr char kProcessLog[] =
+    "tail -n 100 /var/log/messages | syswrapper.sh sensitive-data-filter";
+
+const char *type_of(int dump_type)
+{
+    return dump_type >= 0 && dump_type < static_cast<int>(std::size(kTypes)) ? kTypes[dump_type]
+                                                                             : "unknown";
+}
+
+int upload_file(const char *url, const char *data, int length)
+{
+    const Response reply(curl_simple_response_init(kMostAnswered));
+    if (!reply) {
+        log_error("Failed to allocate curl response");
+        return -1;
+    }
+    const int code = curl_simple_put(url, 0, nullptr, data, length, reply.get());
+    if (code != 0) {
+        log_warning("PUT '%s' failed: [%d] %s", url, code,
+                    curl_easy_strerror(static_cast<CURLcode>(code)));
+        return -1;
+    }
+    if (reply->status != 200) {
+        log_warning("PUT '%s' failed: [%ld] %s", url, reply->status, body_text(*reply));
+        return -1;
+    }
+    return 0;
+}
+
+struct Process {
+    const char *name;
+    int pid, signal, crashes, uptime;
+};
+
+void add_process(json_t *report, const Process &process)
+{
+    json_object_set_new(report, "cmd", json_string(process.name));
+    json_object_set_new(report, "signal", json_integer(process.signal));
+    json_object_set_new(report, "number_of_crashes", json_integer(process.crashes));
+    json_object_set_new(report, "process_uptime", json_integer(process.uptime));
+    const Text command(malloc_printf("tail -n 100 /var/log/messages | grep -e \"%s\\[%d\\]\" | "
+                                     "syswrapper.sh sensitive-data-filter",
+                                     process.name, process.pid));
+    json_object_capture_popen(report, "process_stdout", command.get());
+}
+
+} // namespace
+
+int send_crash_binary_data(const char *name, int pid, int signal, int number_of_crashes,
+                           int process_uptime, const char *data, int length, int dump_type)
+{
+    const bool is_upload_allowed = freadlong(kUploadAllowed, 0) == 1;
+    const bool has_bytes = data && length > 0;
+    const bool is_ram_dump = dump_type == kRamDump;
+    if (!name)
+        name = "";
+    if (!analytics_reporting_ready())
+        return -1;
+    char url[kReportUrl];
+    if (build_crash_report_url(url, "crash") != 0) {
+        log_verbose("URL truncated"); // on purpose below debug, as for logs of the store
+        return -1;
+    }
+    Json report(generate_common_payload(is_ram_dump ? kRamDumpLog : kProcessLog, is_ram_dump));
+    if (!report) {
+        log_error("Failed to generate core dump payload");
+        return -1;
+    }
+    json_object_set_new(report.get(), "type", json_string(type_of(dump_type)));
+    json_object_set_new(report.get(), "upload", json_boolean(has_bytes && is_upload_allowed));
+    if (is_ram_dump)
+        json_object_set_new(report.get(), "dump_type", json_string(name));
+    else
+        add_process(report.get(), {name, pid, signal, number_of_crashes, process_uptime});
+
+    json_t *parsed = nullptr;
+    const int rc = post_crash(url, report.get(), has_bytes ? &parsed : nullptr);
+    report.reset();
+    const Json answer(parsed);
+    if (rc != 0 || !has_bytes)
+        return rc;
+    if (!is_upload_allowed) {
+        log_info("Binary dump upload disabled by system settings");
+        return 0;
+    }
+    const char *const upload_url = upload_url_of(answer.get());
+    if (!upload_url) {
+        log_warning("No upload_url in response");
+        return 0;
+    }
+    return upload_file(upload_url, data, length);
+}
+
+int send_ram_dump(const char *name, const char *data, int length)
+{
+    return send_crash_binary_data(name, 0, 0, 0, 0, data, length, kRamDump);
+}

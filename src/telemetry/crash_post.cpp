@@ -1,0 +1,106 @@
+// How reports leave the unit, and what is kept of them.
+#include <zorv/crash.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include <curl/curl.h>
+
+#include "core/log_gate.h"
+#include "core/own.h"
+#include "telemetry/cloud_service.h"
+#include "telemetry/crash_report.h"
+
+using namespace zorv;
+
+namespace {
+
+constexpr char kModule[] = "crash";
+constexpr char kKeptPayload[] = "/var/run/report_payload.txt";
+constexpr char kKeptCommand[] = "/var/run/report_payload_cmd.txt";
+constexpr size_t kMostKept = 102400; // bytes of a payload without its newline; /var/run is memory
+
+} // namespace
+
+int zorv::build_crash_report_url(char (&url)[kReportUrl], const char *kind)
+{
+    const int length = snprintf(url, sizeof url, "%s/v1/%s", kCrashService.origin(), kind);
+    return length < static_cast<int>(sizeof url) ? 0 : length;
+}
+
+void save_crash_payload(json_t *payload)
+{
+    const Text text(json_dumps(payload, JSON_INDENT(2)));
+    if (!text) {
+        log_error("Invalid payload");
+        return;
+    }
+    const size_t length = strlen(text.get());
+    if (length > kMostKept) {
+        log_info("Skipped saving crash report payload because it was > 100KB (%d)",
+                 static_cast<int>(length));
+        return;
+    }
+    const File file(fopen(kKeptPayload, "we"));
+    if (!file) {
+        log_error("Failed opening file for saving crash report payload");
+        return;
+    }
+    fprintf(file.get(), "%s\n", text.get());
+    log_info("Saved crash report payload of %d bytes", static_cast<int>(length));
+}
+
+void save_crash_payload_cmd(const char *cmd)
+{
+    if (!cmd)
+        return;
+    const File file(fopen(kKeptCommand, "we"));
+    if (!file) {
+        log_error("Failed opening file for saving crash report payload command");
+        return;
+    }
+    fprintf(file.get(), "%s\n", cmd);
+}
+
+const char *zorv::body_text(const curl_simple_response &response)
+{
+    buffer *const body = response.body;
+    // The NUL has room behind a full answer: a buffer begins with more bytes than are ever kept.
+    body->append(body, "", 1);
+    return reinterpret_cast<const char *>(body->data(body));
+}
+
+const char *zorv::upload_url_of(const json_t *answer)
+{
+    return json_string_value(json_object_get(answer, "upload_url"));
+}
+
+int zorv::post_crash(const char *url, json_t *payload, json_t **response)
+{
+    const Response reply(curl_simple_response_init(kMostAnswered));
+    if (!reply) {
+        log_error("Failed to allocate curl response");
+        return -1;
+    }
+    const int code = curl_simple_post_json(url, 0, payload, reply.get());
+    if (code != 0) {
+        log_warning("POST '%s' failed: [%d] %s", url, code,
+                    curl_easy_strerror(static_cast<CURLcode>(code)));
+        return -1;
+    }
+    save_crash_payload(payload);
+    const char *const body = body_text(*reply);
+    if (reply->status != 200) {
+        log_warning("POST '%s' failed: [%ld] %s", url, reply->status, body);
+        return -1;
+    }
+    if (!response)
+        return 0;
+    json_error_t error;
+    *response = json_loads(body, 0, &error);
+    if (*response)
+        return 0;
+    log_warning("Failed to parse response: %s at line %d, column %d", error.text, error.line,
+                error.column);
+    return -1;
+}
