@@ -1,0 +1,119 @@
+// crash_unit.h - a unit with the tools that crash reports are made with, and its crash service.
+#ifndef ZORV_TESTS_TELEMETRY_CRASH_UNIT_H
+#define ZORV_TESTS_TELEMETRY_CRASH_UNIT_H
+
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <jansson.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zorv/log.h>
+
+#include "support/cloud_host.h"
+#include "support/device.h"
+
+using Json = std::unique_ptr<json_t, void (*)(json_t *)>;
+
+inline Json loaded(const std::string &text)
+{
+    return {json_loadb(text.data(), text.size(), 0, nullptr), json_decref};
+}
+
+// A member as compact JSON, "" when there is none.
+inline std::string member(const json_t *object, const char *name)
+{
+    const std::unique_ptr<char, decltype(&free)> text(
+        json_dumps(json_object_get(object, name), JSON_COMPACT | JSON_ENCODE_ANY), free);
+    return text ? text.get() : "";
+}
+
+inline std::string member(const std::string &text, const char *name)
+{
+    return member(loaded(text).get(), name);
+}
+
+inline const std::string kStore = "/etc/persistent/isolation_logs/";
+inline const std::string kMetas = kStore + "meta/";
+inline const std::string kMarkers = "/etc/persistent/isolation_logs_sent/";
+inline constexpr char kPassphrase[] = "passphrase=very-private";
+
+// The gate is open and no cloud is chosen: the development services are meant.
+class Crash : public Device {
+protected:
+    Crash()
+    {
+        libzorv_log_use_syslog = 0; // though there is a /var/log/messages
+        file("/var/run/ntp.ready", "");
+        file("/var/run/ipready.br0", "");
+        file("/var/log/messages", "");
+        file("/usr/etc/.version", "6.6.55\n");
+        file("/usr/etc/.build", "15189\n");
+        file("/tmp/system.cfg", "wireless.1.passphrase=very-private\n");
+        script("/usr/local/bin/syswrapper.sh", R"(#!/bin/sh
+case $1 in
+save-config) echo saved >>/run/saves ;;
+systemcfg-sensitive-data-filter) sed 's/passphrase=.*/passphrase=*/' ;;
+sensitive-data-filter) sed 's/passphrase=[^ ]*/passphrase=*/' ;;
+esac
+)");
+        script("/usr/local/bin/oopsdump", R"(#!/bin/sh
+echo "oopsdump $*" >>/run/oopsdumps
+case $1 in
+-e) test -s /run/oops ;;
+-c) : >/run/oops ;;
+*) cat /run/oops ;;
+esac
+)");
+        script("/usr/local/bin/logread", "#!/bin/sh\ncat /run/log\n");
+    }
+
+    // The service of the development cloud, and of others if they are asked for.
+    static cloud::Script crash_service(std::vector<cloud::Answer> answers = {
+                                           {.path = "/v1/crash"}, {.path = "/v1/kernel-crash"}})
+    {
+        return {.sites = {{"crash.dev.zorv.example"},
+                          {"crash.stage.zorv.example"},
+                          {"crash.zorv.example"}},
+                .answers = std::move(answers)};
+    }
+
+    // Puts an archive into the store, as the components do.
+    static void add_log(const std::string &name, const std::string &text)
+    {
+        file("/run/packing/log.txt", text);
+        must_run("mkdir -p " + kStore + " && tar -czf " + kStore + name +
+                 " -C /run/packing log.txt");
+    }
+
+    // How often the configuration was saved since the last call.
+    static size_t saves()
+    {
+        const std::string lines = exists("/run/saves") ? read("/run/saves") : "";
+        remove("/run/saves");
+        return lines.size() / sizeof "saved";
+    }
+
+    // Runs a part of the test in a process of its own. Returns the process.
+    static pid_t start(const std::function<void()> &part)
+    {
+        const pid_t process = fork();
+        if (process == 0) {
+            part();
+            _exit(0);
+        }
+        return process;
+    }
+
+    static int wait_for(pid_t process)
+    {
+        int status = -1;
+        waitpid(process, &status, 0);
+        return status;
+    }
+};
+
+#endif
