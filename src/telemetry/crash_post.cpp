@@ -2,7 +2,6 @@
 #include <zorv/crash.h>
 
 #include <cstdio>
-#include <cstring>
 
 #include <curl/curl.h>
 
@@ -30,12 +29,13 @@ int zorv::build_crash_report_url(char (&url)[kReportUrl], const char *kind)
 
 void save_crash_payload(json_t *payload)
 {
-    const Text text(json_dumps(payload, JSON_INDENT(2)));
-    if (!text) {
+    // One pass into a buffer of the most that is kept; of more than that only the length matters.
+    const Text text(static_cast<char *>(malloc(kMostKept)));
+    const size_t length = text ? json_dumpb(payload, text.get(), kMostKept, JSON_INDENT(2)) : 0;
+    if (length == 0) {
         log_error("Invalid payload");
         return;
     }
-    const size_t length = strlen(text.get());
     if (length > kMostKept) {
         log_info("Skipped saving crash report payload because it was > 100KB (%d)",
                  static_cast<int>(length));
@@ -46,7 +46,8 @@ void save_crash_payload(json_t *payload)
         log_error("Failed opening file for saving crash report payload");
         return;
     }
-    fprintf(file.get(), "%s\n", text.get());
+    fwrite(text.get(), 1, length, file.get());
+    fputc('\n', file.get());
     log_info("Saved crash report payload of %d bytes", static_cast<int>(length));
 }
 
