@@ -8,7 +8,6 @@
 
 using cloud::Conduct;
 using testing::Contains;
-using testing::IsEmpty;
 using testing::StartsWith;
 
 namespace {

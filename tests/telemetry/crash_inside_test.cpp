@@ -15,7 +15,6 @@
 
 using namespace zorv;
 using testing::ElementsAre;
-using testing::StartsWith;
 
 namespace {
 

