@@ -30,6 +30,7 @@
 #include <zorv/stats.h>
 #include <zorv/status.h>
 #include <zorv/text.h>
+#include <zorv/trace.h>
 #include <zorv/url.h>
 #include <zorv/version.h>
 

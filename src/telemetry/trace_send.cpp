@@ -1,0 +1,111 @@
+#include <zorv/trace.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include <curl/curl.h>
+#include <jansson.h>
+#include <zorv/curl_simple.h>
+#include <zorv/file.h>
+
+#include "core/log_gate.h"
+#include "core/own.h"
+#include "telemetry/cloud_service.h"
+#include "telemetry/trace_envelope.h"
+
+using namespace zorv;
+
+namespace {
+
+constexpr char kModule[] = "trace";
+constexpr char kModeFile[] = "/var/run/system.analytics.mode";
+constexpr long kAnonymous = 2; // the mode of a unit that has not been told
+constexpr long kAcceptedStatus = 202;
+constexpr size_t kAnswer = 1024;    // bytes of an answer that are worth logging
+constexpr int kFreeFailures = 4;    // in a row, before the back-off begins
+constexpr uint64_t kFirst = 1000;   // milliseconds, of the back-off
+constexpr uint64_t kDay = 86400000; // milliseconds; a longer back-off has no end
+
+using Response = std::unique_ptr<curl_simple_response, Closer<curl_simple_response_free>>;
+
+// Of all traces that the process sends.
+constinit struct {
+    uint64_t delay;        // milliseconds; 0 after an answer of the service
+    uint64_t last_attempt; // milliseconds since 1970
+    int32_t failures;      // in a row
+    int32_t failure_logged;
+} g_sender = {};
+
+void note_failure()
+{
+    if (++g_sender.failures > kFreeFailures)
+        g_sender.delay = g_sender.delay == 0 ? kFirst : g_sender.delay * 2;
+}
+
+void note_answer()
+{
+    g_sender.delay = 0;
+    g_sender.failures = 0;
+}
+
+// 0, or the code of the gate that is shut.
+int ask_gates()
+{
+    if (freadlong(kModeFile, kAnonymous) == 0)
+        return TRACE_OFF;
+    // On purpose nothing leads back from here: the next chance is the next start of the daemon.
+    if (g_sender.delay > kDay)
+        return TRACE_STOPPED;
+    if (milliseconds_now() < g_sender.last_attempt + g_sender.delay)
+        return TRACE_BACK_OFF;
+    return 0;
+}
+
+int put_trace(json_t *envelope)
+{
+    char url[256];
+    snprintf(url, sizeof url, "%s/traces", kTraceService.origin());
+    const Response response(curl_simple_response_init(kAnswer));
+    if (!response) {
+        log_error("Failed to allocate curl response");
+        return -1;
+    }
+    const int code = curl_simple_put_json(url, 0, envelope, response.get());
+    g_sender.last_attempt = milliseconds_now();
+    if (code != CURLE_OK) {
+        note_failure();
+        if (!g_sender.failure_logged)
+            log_warning("PUT '%s' failed: [%d] %s", url, code,
+                        curl_easy_strerror(static_cast<CURLcode>(code)));
+        g_sender.failure_logged = 1;
+        return TRACE_FAILED;
+    }
+    note_answer();
+    if (response->status == kAcceptedStatus)
+        return TRACE_ACCEPTED;
+    buffer *const body = response->body;
+    log_verbose("PUT '%s' failed: [%ld] %.*s", url, response->status,
+                static_cast<int>(body->length(body)), reinterpret_cast<char *>(body->data(body)));
+    return TRACE_FAILED;
+}
+
+} // namespace
+
+int send_traces(json_t *traces, json_t *meta)
+{
+    const int gate = ask_gates();
+    if (gate != 0)
+        return gate;
+    if (!json_is_array(traces)) {
+        log_verbose("Traces must be an array");
+        return -1;
+    }
+    const Json envelope(json_object());
+    if (!trace_envelope_object(envelope.get(), traces, meta)) {
+        if (envelope) // otherwise it has been told
+            log_verbose("Failed to create envelope");
+        return -1;
+    }
+    return put_trace(envelope.get());
+}
