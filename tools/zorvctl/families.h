@@ -27,6 +27,7 @@ void add_ps(Cli &cli);
 void add_stats(Cli &cli);
 void add_status(Cli &cli);
 void add_top(Cli &cli);
+void add_trace(Cli &cli);
 void add_url(Cli &cli);
 
 } // namespace ctl
