@@ -170,4 +170,46 @@ TEST_F(ZorvctlTrace, StatusNamesTheGateAndTheService)
     }
 }
 
+TEST_F(ZorvctlTrace, AnalyticsComparesTheConfigurationWithTheUnit)
+{
+    const auto setting = [](const char *name, const char *values, const char *meaning) {
+        return R"({"setting":")" + std::string(name) + R"(",)" + values +
+               R"(,"file":"/var/run/system.analytics.)" + name + R"(","meaning":")" + meaning +
+               R"("})";
+    };
+    const struct {
+        const char *config, *mode, *coredump;
+        int status;
+        std::string mode_setting, coredump_setting;
+    } rows[] = {
+        {"a=1\n", nullptr, nullptr, 0,
+         setting("mode", R"("configured":2,"unit":2,"from":"default")", "anonymous reports"),
+         setting("coredump", R"("configured":0,"unit":0,"from":"default")", "no dumps")},
+        {"system.analytics.status=enabled\nsystem.analytics.coredump=on\n", "0\n", "1\n", 1,
+         setting("mode", R"("configured":1,"unit":0,"from":"file")", "reports are off"),
+         setting("coredump", R"("configured":1,"unit":1,"from":"file")", "dumps may go")},
+        {"system.analytics.status=0\nsystem.analytics.anonymous=1\n", "0\n", "2\n", 1,
+         setting("mode", R"("configured":0,"unit":0,"from":"file")", "reports are off"),
+         setting("coredump", R"("configured":0,"unit":2,"from":"file")", "no dumps")},
+        {"system.analytics.anonymous=0\n", "1\n", "0\n", 0,
+         setting("mode", R"("configured":1,"unit":1,"from":"file")", "reports with identities"),
+         setting("coredump", R"("configured":0,"unit":0,"from":"file")", "no dumps")},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.config);
+        file("/tmp/other.cfg", row.config);
+        if (row.mode)
+            file(kMode, row.mode);
+        if (row.coredump)
+            file("/var/run/system.analytics.coredump", row.coredump);
+        const Outcome outcome = run(ZORVCTL " analytics /tmp/other.cfg --json");
+        EXPECT_EQ(outcome.status, row.status);
+        EXPECT_EQ(outcome.output, R"({"file":"/tmp/other.cfg","settings":[)" + row.mode_setting +
+                                      "," + row.coredump_setting + "]}\n");
+    }
+    EXPECT_EQ(run(ZORVCTL " analytics").status, 5); // there is no /tmp/system.cfg
+    file("/tmp/system.cfg", "");
+    EXPECT_EQ(run(ZORVCTL " analytics").status, 1);
+}
+
 } // namespace

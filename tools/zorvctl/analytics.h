@@ -7,12 +7,30 @@
 namespace ctl {
 
 constexpr char kModeFile[] = "/var/run/system.analytics.mode";
+constexpr char kCoredumpFile[] = "/var/run/system.analytics.coredump";
 
-// 0 off, 1 with identities, 2 anonymous.
-struct UnitMode {
-    long mode = freadlong(kModeFile, 2);
-    bool is_told = mode == freadlong(kModeFile, 0); // by the file; else the mode is the default
+// A number in a state file, and whether it stands there or is the default.
+struct UnitSetting {
+    UnitSetting(const char *path, long fallback)
+        : value(freadlong(path, fallback)), is_told(value == freadlong(path, ~fallback))
+    {
+    }
+
+    long value;
+    bool is_told;
 };
+
+// 0 off, 1 with identities, 2 anonymous; any other number is on as well.
+inline UnitSetting unit_mode()
+{
+    return {kModeFile, 2};
+}
+
+// 1 lets dumps be uploaded, nothing else does.
+inline UnitSetting unit_coredump()
+{
+    return {kCoredumpFile, 0};
+}
 
 } // namespace ctl
 

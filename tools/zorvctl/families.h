@@ -6,6 +6,7 @@ namespace ctl {
 
 class Cli;
 
+void add_analytics(Cli &cli);
 void add_avg(Cli &cli);
 void add_base64(Cli &cli);
 void add_board(Cli &cli);

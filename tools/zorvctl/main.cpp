@@ -37,6 +37,7 @@ constexpr void (*kFamilies[])(ctl::Cli &) = {
     ctl::add_url,
     ctl::add_http,
     ctl::add_json,
+    ctl::add_analytics,
     ctl::add_trace,
     ctl::add_iface,
     ctl::add_ps,

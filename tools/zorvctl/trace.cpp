@@ -160,7 +160,7 @@ void show_all(const std::vector<zorv::Json> &batches, Reply &reply)
         reply.line(envelope.dump());
     }
     reply.document.set("documents", list);
-    if (UnitMode().mode == 0)
+    if (unit_mode().value == 0)
         reply.exit = Exit::refused;
 }
 
@@ -179,15 +179,15 @@ void send(const SendArgs &args, Reply &reply)
 void status(const StatusArgs &, Reply &reply)
 {
     constexpr const char *kEnvironments[] = {"production", "stage", "dev"};
-    const UnitMode unit;
+    const UnitSetting unit = unit_mode();
     reply.pairs(Value::object()
-                    .set("state", unit.mode == 0 ? "off" : "open")
-                    .set("mode", unit.mode)
+                    .set("state", unit.value == 0 ? "off" : "open")
+                    .set("mode", unit.value)
                     .set("mode_file", kModeFile)
                     .set("mode_from", unit.is_told ? "file" : "default")
                     .set("environment", kEnvironments[get_kelo_env_limit_prod()])
                     .set("url", service_url()));
-    if (unit.mode == 0)
+    if (unit.value == 0)
         reply.exit = Exit::refused;
 }
 
