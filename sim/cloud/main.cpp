@@ -1,8 +1,8 @@
 // zorv-cloud - the cloud host as a program: zorv-cloud SCRIPT FOLDER [ADDRESS [PORT]]
 //
 // FOLDER gets ca.pem, the authority to trust; hosts, lines for /etc/hosts; and received/, the
-// requests. When it can be connected to it says "ready" on standard output. script.h has the
-// script's form.
+// requests. It may hold outages. When the host can be connected to it says "ready" on standard
+// output. script.h has the form of the script and of the outages.
 #include <cstdio>
 #include <exception>
 #include <fstream>
@@ -39,7 +39,7 @@ int main(int argc, char **argv)
     }
     try {
         const std::string folder = argv[2];
-        cloud::Place place = {.record = folder + "/received"};
+        cloud::Place place = {.record = folder + "/received", .outages = folder + "/outages"};
         if (argc > 3)
             place.address = argv[3];
         if (argc > 4)

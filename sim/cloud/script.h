@@ -3,6 +3,7 @@
 #ifndef ZORV_SIM_CLOUD_SCRIPT_H
 #define ZORV_SIM_CLOUD_SCRIPT_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -48,17 +49,26 @@ enum class Conduct {
     silent,     // nothing comes
 };
 
-// The first that fits a request is given. What fits none is answered with 404.
+// The first that fits a request is given, those that look into its body before the others. What
+// fits none is answered with 404.
 struct Answer {
-    std::string path{};   // with its query
+    std::string path{};   // with its query; a "*" at its end stands for any rest
     std::string method{}; // any when empty
     std::string site{};   // any when empty
+    std::string holds{};  // in the request's body, blanks of both aside; anything when empty
     int status = 200;
     std::string headers{}; // lines, each with its "\r\n"
-    std::string body{};
+    std::string body{};    // $HOST and $NUMBER stand for the request's host and number
     Conduct conduct = Conduct::whole;
     int times = 0;    // given so often, then the next that fits; 0 is always
     int delay_ms = 0; // before it begins
+};
+
+// A site that fails for a while, whatever the script says; its resolver too.
+struct Outage {
+    std::string site{};
+    Answer answer{};
+    int64_t until_ms = 0; // of the epoch
 };
 
 struct Script {
@@ -75,10 +85,15 @@ inline constexpr const char *kResolvers[] = {"dns.google", "cloudflare-dns.com"}
 //   site NAME [untrusted|expired|misnamed|garbage|reset|silent]
 //   hidden-site NAME [...]             which the system's resolver does not know
 //   name NAME ADDRESS [RESOLVER]
-//   answer METHOD PATH STATUS [BODY]   METHOD "*" is any; BODY is the rest of the line
+//   answer METHOD PATH [holding TEXT] STATUS [BODY]
+//                                      METHOD "*" is any; BODY is the rest of the line
 //
 // Throws std::runtime_error with the number of a line that is none of these.
 Script parse_script(const std::string &text);
+
+// Reads outages, lines "SITE STATUS UNTIL": STATUS is that of HTTP, "reset" or "silent", UNTIL in
+// milliseconds of the epoch. Throws as above.
+std::vector<Outage> parse_outages(const std::string &text);
 
 } // namespace cloud
 

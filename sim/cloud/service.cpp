@@ -1,11 +1,14 @@
 #include "cloud/service.h"
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -39,6 +42,30 @@ size_t body_size(const Request &request)
 {
     const std::string length = request.header("Content-Length");
     return length.empty() ? 0 : std::stoul(length);
+}
+
+bool fits_path(const std::string &pattern, const std::string &path)
+{
+    return pattern.ends_with('*') ? path.starts_with(pattern.substr(0, pattern.size() - 1))
+                                  : path == pattern;
+}
+
+std::string without_blanks(std::string text)
+{
+    std::erase_if(text, [](unsigned char byte) { return isspace(byte); });
+    return text;
+}
+
+void fill_in(std::string &text, const std::string &word, const std::string &value)
+{
+    for (size_t at = 0; (at = text.find(word, at)) != std::string::npos; at += value.size())
+        text.replace(at, word.size(), value);
+}
+
+int64_t now_ms()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
 std::string head(const Answer &answer, const std::string &framing)
@@ -242,15 +269,22 @@ bool Service::serve_request(Stream &stream)
 {
     const std::string text = stream.read_until("\r\n\r\n");
     Request request = parse_head(text);
-    const Answer answer = choose_answer(request);
+    const auto outage = outage_of(request.host);
+    Answer answer = outage ? *outage : find_answer(request, false).value_or(Answer{.status = 404});
     if (answer.conduct != Conduct::hang_up) {
         if (!request.header("Expect").empty())
             stream.write("HTTP/1.1 100 Continue\r\n\r\n");
         request.body = stream.read(body_size(request));
     }
-    keep(text + request.body);
+    const int number = keep(text + request.body);
+    if (outage)
+        return give(stream, answer);
     if (request.path == "/dns-query")
         return resolve(stream, request);
+    if (auto better = find_answer(request, true))
+        answer = std::move(*better);
+    fill_in(answer.body, "$HOST", request.host);
+    fill_in(answer.body, "$NUMBER", std::to_string(number));
     return give(stream, answer);
 }
 
@@ -278,12 +312,27 @@ bool Service::resolve(Stream &stream, const Request &request)
     return give(stream, answer);
 }
 
-Answer Service::choose_answer(const Request &request)
+std::optional<Answer> Service::outage_of(const std::string &site) const
 {
+    if (place_.outages.empty())
+        return std::nullopt;
+    std::ifstream file(place_.outages);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    for (const Outage &outage : parse_outages(text))
+        if (outage.site == site && outage.until_ms > now_ms())
+            return outage.answer;
+    return std::nullopt;
+}
+
+// Among the answers that look into the body, or among those that do not.
+std::optional<Answer> Service::find_answer(const Request &request, bool by_body)
+{
+    const std::string body = by_body ? without_blanks(request.body) : "";
     const std::lock_guard<std::mutex> lock(mutex_);
     for (size_t i = 0; i < script_.answers.size(); ++i) {
         const Answer &answer = script_.answers[i];
-        if (answer.path == request.path &&
+        if (answer.holds.empty() != by_body && fits_path(answer.path, request.path) &&
+            body.find(without_blanks(answer.holds)) != std::string::npos &&
             (answer.method.empty() || answer.method == request.method) &&
             (answer.site.empty() || answer.site == request.host) &&
             (answer.times == 0 || given_[i] < answer.times)) {
@@ -291,14 +340,16 @@ Answer Service::choose_answer(const Request &request)
             return answer;
         }
     }
-    return {.status = 404};
+    return std::nullopt;
 }
 
-void Service::keep(const std::string &request)
+int Service::keep(const std::string &request)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
+    ++received_;
     if (!place_.record.empty())
-        write_record(place_.record, ++received_, request);
+        write_record(place_.record, received_, request);
+    return received_;
 }
 
 } // namespace cloud

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,9 +22,10 @@ namespace cloud {
 
 struct Place {
     std::string address = "127.0.0.1";
-    uint16_t port = 443;  // 0 takes a free one
-    bool plain = false;   // HTTP without TLS
-    std::string record{}; // a folder; nothing is kept when empty
+    uint16_t port = 443;   // 0 takes a free one
+    bool plain = false;    // HTTP without TLS
+    std::string record{};  // a folder; nothing is kept when empty
+    std::string outages{}; // a file, read for each request; see parse_outages()
 };
 
 class Service {
@@ -60,8 +62,9 @@ private:
     void serve(int fd);
     bool serve_request(Stream &stream);
     bool resolve(Stream &stream, const Request &request);
-    Answer choose_answer(const Request &request);
-    void keep(const std::string &request);
+    std::optional<Answer> outage_of(const std::string &site) const;
+    std::optional<Answer> find_answer(const Request &request, bool by_body);
+    int keep(const std::string &request);
 
     Script script_;
     Place place_;
