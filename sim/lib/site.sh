@@ -1,75 +1,147 @@
-# The simulated site: a switch, and appliances with namespaces of their own on it.
+# The site, from inside: a switch, which is the router as well, and on it the cloud host and the
+# appliances.
 # shellcheck shell=bash
 #
-# Sourced inside the namespaces that sim/site makes. An appliance is a process that holds a network
-# and a mount namespace: in there, the bridge br0 with the cable eth0 to the switch, and a root of
-# its own with hardware files in /proc/zorvhal, /tmp/system.cfg, /var/run/ipready.br0 and
-# /var/run/zorv_protocol.info. The build machine's programs show through; its files are in /.host.
+# Each of them is a process with namespaces of its own (lib/device, lib/cloud) and a folder in
+# $SITE. They come up side by side: a member says "made PID" when it has its namespaces, gets a
+# cable to the switch and the word to go on, and says "ready" when it can be talked to.
+#
+#   $SITE/NAME/pid       its first process
+#   $SITE/NAME/stay      a FIFO: the word to go on comes here, and it reads here until the site ends
+#   $SITE/NAME/store     what an appliance keeps over a restart
+#   $SITE/appliances     the topology's rows, with the key and the present address filled in
+#   $SITE/cloud/...      of the cloud host: script, ca.pem, hosts, outages, received/
 
-SITE=/run/site # one folder a device
+export SITE=/run/site
 
-# wait_carrier INTERFACE [on DEVICE]: waits until an interface, here or on a device, is up. Another
-# look follows each change of an interface, and each tenth of a second in which there was none: the
-# one that matters may have come before the monitor listened.
-wait_carrier() {
-    local -a at=("${@:2}")
-    local looks
-    for ((looks = 0; looks < 100; looks++)); do
-        [ "$("${at[@]}" cat "/sys/class/net/$1/operstate")" != up ] || return 0
-        read -r -t 0.1 _ || true
-    done < <("${at[@]}" ip monitor link)
-    echo "$1 does not come up" >&2
+# shellcheck source-path=SCRIPTDIR source=topology.sh
+. "$SIM_DATA/lib/topology.sh"
+# shellcheck source-path=SCRIPTDIR source=outage.sh
+. "$SIM_DATA/lib/outage.sh"
+
+misuse() {
+    echo "zorv-sim: $*" >&2
+    exit 2
+}
+
+declare -A member_says
+
+# member_start NAME NAMESPACES... -- PROGRAM ARGUMENTS...: in a session of its own, so that no
+# terminal of who starts it interrupts it.
+member_start() {
+    local name=$1 folder=$SITE/$1 says go
+    mkdir -p "$folder"
+    [ -e "$folder/stay" ] || mkfifo "$folder/stay"
+    exec {go}<>"$folder/stay"
+    exec {says}< <(exec setsid unshare "${@:2}" <&"$go" {go}<&-)
+    exec {go}<&- # the member has it
+    member_says[$name]=$says
+}
+
+# member_hear NAME WORD: waits until a member says so; the rest of its line goes to the variable
+# heard. What else it says is a complaint.
+member_hear() {
+    local line word
+    while read -r line <&"${member_says[$1]}"; do
+        read -r word heard <<<"$line"
+        [ "$word" != "$2" ] || return 0
+        printf '%s\n' "$line" >&2
+    done
+    echo "zorv-sim: $1 does not come up" >&2
     return 1
 }
 
-# The words of a topology's lines that begin with a word.
-topology() {
-    awk -v word="$2" '$1 == word { $1 = ""; print substr($0, 2) }' "$1"
+# member_plug NAME MAC: gives a member its cable, and sends it on its way.
+member_plug() {
+    member_hear "$1" made
+    echo "$heard" >"$SITE/$1/pid"
+    ip -batch - <<TEXT
+link add $1 type veth peer name eth0 address $2 netns $heard
+link set $1 up master switch
+TEXT
+    echo go >"$SITE/$1/stay"
 }
 
-# device_up NAME SYSTEMID SERIALNO ADDRESS KEY GROUP
-device_up() {
-    local name=$1 address=$4 folder=$SITE/$1 pid
-    mkdir -p "$folder/root"
-    mkfifo "$folder/ready" "$folder/stay"
-    unshare --net --mount -- "$SIM_DIR/lib/device" "$folder" "$@" &
-    pid=$!
-    echo "$pid" >"$folder/pid"
-    read -r _ <"$folder/ready"
-    ip link add "$name" type veth peer name eth0 netns "$pid"
-    ip link set "$name" up master switch
-    on "$name" sh -ec '
-        ip link set lo up
-        ip link add br0 type bridge mcast_snooping 0
-        ip link set eth0 up master br0
-        ip link set br0 up'
-    set_address "$name" "$address"
-    wait_carrier "$name"
-    wait_carrier br0 on "$name"
+member_ready() {
+    local says=${member_says[$1]}
+    member_hear "$1" ready
+    exec {says}<&-
 }
 
-# set_address DEVICE ADDRESS: gives br0 an address in place of its old one, and says so in the file
-# that daemons read.
-set_address() {
-    # shellcheck disable=SC2016 # the device's shell expands it
-    on "$1" sh -ec '
-        ip address flush dev br0
-        ip address add "$1/24" dev br0
-        ip route replace default dev br0
-        echo "$1" >/var/run/ipready.br0' set_address "$2"
+# appliance_start NAME [panic]
+appliance_start() {
+    member_start "$1" --net --mount --pid --ipc --uts --fork --kill-child -- \
+        "$SIM_DATA/lib/device" "$1" ${2:+"$2"}
+}
+
+# appliance_plug NAME
+appliance_plug() {
+    local mac
+    mac=$(awk -v name="$1" '$1 == name { gsub(/../, "&:", $3); print substr($3, 1, 17) }' \
+        "$SITE/appliances")
+    member_plug "$1" "$mac"
+}
+
+# for_appliances FUNCTION: calls it with the name of each.
+for_appliances() {
+    local name
+    while read -r name _ <&5; do
+        "$1" "$name"
+    done 5<"$SITE/appliances"
+}
+
+# The rows with the site's key where they have none.
+list_appliances() {
+    local name systemid serialno address own_key key
+    key=$(topology key)
+    while read -r name systemid serialno address own_key; do
+        echo "$name $systemid $serialno $address ${own_key:-$key}"
+    done < <(topology appliance)
+}
+
+# What the appliances have of the build machine's /dev.
+make_dev_nodes() {
+    local node
+    mkdir "$SITE/dev" "$SITE/dev/pts" "$SITE/dev/shm"
+    for node in null zero full random urandom tty; do
+        : >"$SITE/dev/$node"
+        mount --bind "/dev/$node" "$SITE/dev/$node"
+    done
+    mount --rbind /dev/pts "$SITE/dev/pts"
+    ln -s pts/ptmx "$SITE/dev/ptmx"
+    ln -s /proc/self/fd "$SITE/dev/fd"
+    ln -s /proc/self/fd/0 "$SITE/dev/stdin"
+    ln -s /proc/self/fd/1 "$SITE/dev/stdout"
+    ln -s /proc/self/fd/2 "$SITE/dev/stderr"
+}
+
+make_switch() {
+    ip -batch - <<TEXT
+link set lo up
+link add switch type bridge mcast_snooping 0
+link set switch up
+address add $SIM_NETWORK.1/24 dev switch
+TEXT
 }
 
 site_up() {
-    local key group name systemid serialno address own_key
-    mount -t tmpfs tmpfs /run
-    mkdir "$SITE"
+    mount -t tmpfs -o mode=755 tmpfs /run
+    mkdir "$SITE" "$SITE/bin"
+    ln -s "$SIM_COMMAND" "$SITE/bin/zorv-sim"
     mount -t sysfs sysfs /sys
-    ip link set lo up
-    ip link add switch type bridge mcast_snooping 0
-    ip link set switch up
-    key=$(topology "$1" key)
-    group=$(topology "$1" group)
-    while read -r name systemid serialno address own_key; do
-        device_up "$name" "$systemid" "$serialno" "$address" "${own_key:-$key}" "$group"
-    done < <(topology "$1" device)
+    list_appliances >"$SITE/appliances"
+    topology group >"$SITE/group"
+    make_dev_nodes
+    make_switch
+
+    member_start cloud --net --uts -- "$SIM_DATA/lib/cloud" "$SIM_NETWORK.2"
+    for_appliances appliance_start
+    member_plug cloud 02:a0:f1:ff:00:02
+    member_ready cloud
+    for_appliances appliance_plug
+    for_appliances member_ready
+    if [ -n "$SIM_OUTAGES" ]; then
+        # shellcheck disable=SC2086 # one word an outage
+        set_outages "$SITE/cloud/outages" $SIM_OUTAGES
+    fi
 }

@@ -1,0 +1,297 @@
+#!/usr/bin/env bash
+# zorv-sim as its users have it: site_test.sh TEST BUILD_DIR CMAKE
+set -euo pipefail
+
+build=$2 cmake=$3
+zorv_sim=$build/sim/bin/zorv-sim
+work=$(mktemp -d)
+export ZORV_SIM_STATE=$work/state TMPDIR=$work/tmp
+mkdir "$TMPDIR"
+
+# Every process of a site inherits descriptor 7, so that the end of the last one can be read from
+# descriptor 8.
+mkfifo "$work/lives"
+# shellcheck disable=SC2094 # as intended
+exec 6<>"$work/lives" 7>"$work/lives" 8<"$work/lives" 6>&-
+
+clean_up() {
+    local status=$?
+    if [ -e "$ZORV_SIM_STATE" ]; then
+        "$zorv_sim" down || true
+    fi
+    rm -rf "$work"
+    exit "$status"
+}
+trap clean_up EXIT
+
+sim() {
+    "$zorv_sim" "$@"
+}
+
+fail() {
+    echo "line ${BASH_LINENO[1]}: $*" >&2
+    exit 1
+}
+
+# expect STATUS TEXT COMMAND...: a command's exit status, and a text that is in what it prints.
+expect() {
+    local status=0 output
+    output=$("${@:3}" 2>&1) || status=$?
+    [ "$status" = "$1" ] || fail "${*:3}: exit status $status, not $1: $output"
+    [[ $output == *"$2"* ]] || fail "${*:3}: no '$2' in: $output"
+}
+
+# What a machine could keep of a site.
+traces() {
+    cat /sys/class/net/*/address
+    cut -d ' ' -f 3- /proc/self/mountinfo
+    ls -A "$work" "$TMPDIR"
+}
+
+# nothing_left TRACES: the last process of the site has ended, and all is as it was. No sooner is
+# there an end to read, since whatever is left would hold descriptor 7.
+nothing_left() {
+    local status=0
+    exec 7>&-
+    read -r -t 60 -u 8 || status=$?
+    [ "$status" = 1 ] || fail 'processes are left'
+    diff <(traces) - <<<"$1" || fail 'something is left'
+}
+
+# report HOST: the HTTP status that the attic gets for a crash report; 0 for none.
+report() {
+    sim exec ap1 zorvctl http post "https://$1/v1/crash" --data '{"upload": true}' |
+        awk '$1 == "status" { print $2 }' || true # no status is a bad one for the tool
+}
+
+test_comes_up_and_goes_down() {
+    local before
+    before=$(traces)
+    expect 1 'no site is up' sim status
+    expect 1 'no site is up' sim exec ap1 true
+    expect 0 '' sim up
+    expect 1 'is up already' sim up
+    expect 0 'ap2              192.0.2.12' sim status
+    expect 0 ap2 sim exec ap2 hostname
+    expect 7 '' sim exec ap1 sh -c 'exit 7'
+    expect 2 'no appliance is called ap3' sim exec ap3 true
+    expect 0 serialno=02a0f1000002 sim exec ap2 cat /proc/zorvhal/system.info
+    expect 0 192.0.2.11 sim exec ap1 cat /var/run/ipready.br0
+    expect 0 zorv-sim.1 sim exec ap1 bash -c 'exec -a zorv-sim.1 cat /proc/self/cmdline'
+    expect 0 '' sim down
+    nothing_left "$before"
+    expect 1 'no site is up' sim status
+}
+
+test_thirty_two_appliances() {
+    local number
+    sim up --appliances 32
+    for number in {1..32}; do
+        # shellcheck disable=SC2016 # the appliance's shell expands it
+        expect 0 "192.0.2.$((10 + number))" sim exec "ap$number" bash -c '
+            : </dev/tcp/crash.zorv.example/443 && cat /run/ipready.br0'
+    done
+    expect 2 'from 1 to 32' sim run --appliances 33 -- true
+}
+
+# A daemon on an appliance, in a session of its own.
+start_daemon() {
+    sim exec "$1" setsid sh -c 'echo $$ >/run/daemon; exec sleep 1000' >/dev/null 2>&1 &
+    until sim exec "$1" test -s /run/daemon; do :; done
+}
+
+test_its_holder_is_killed() {
+    local before
+    before=$(traces)
+    sim up
+    start_daemon ap1
+    kill -KILL "$(<"$ZORV_SIM_STATE/holder")"
+    nothing_left "$before"
+}
+
+test_the_parent_of_its_holder_is_killed() {
+    local before parent
+    before=$(traces)
+    sim up
+    start_daemon ap1
+    parent=$(awk '$1 == "PPid:" { print $2 }' "/proc/$(<"$ZORV_SIM_STATE/holder")/status")
+    kill -KILL "$parent"
+    nothing_left "$before"
+}
+
+# A run in a process group of its own, as a terminal makes it, whose command has begun.
+run_until_ready() {
+    mkfifo "$work/ready"
+    set -m
+    "$zorv_sim" run -- bash -c "zorv-sim exec ap1 true; echo >'$work/ready'; sleep 1000" &
+    site=$!
+    set +m
+    read -r _ <"$work/ready"
+    rm "$work/ready"
+}
+
+test_a_run_is_interrupted() {
+    local before status=0
+    before=$(traces)
+    run_until_ready
+    kill -INT -- "-$site"
+    wait "$site" || status=$?
+    [ "$status" = 130 ] || fail "exit status $status"
+    nothing_left "$before"
+}
+
+test_a_run_is_killed() {
+    local before status
+    before=$(traces)
+    for signal in TERM HUP KILL; do
+        run_until_ready
+        kill "-$signal" "$site"
+        status=0
+        wait "$site" || status=$?
+        [ "$status" -gt 128 ] || fail "$signal: exit status $status"
+    done
+    nothing_left "$before"
+}
+
+test_a_start_is_interrupted() {
+    local before
+    before=$(traces)
+    for signal in INT TERM KILL; do
+        set -m
+        "$zorv_sim" up --appliances 8 &
+        site=$!
+        set +m
+        until [ -s "$ZORV_SIM_STATE/holder" ]; do
+            [ -d "/proc/$site" ] || fail 'it has ended already'
+        done
+        kill "-$signal" -- "-$site"
+        wait "$site" && fail "$signal: it came up"
+    done
+    nothing_left "$before"
+}
+
+test_a_run_gives_its_command_the_site() {
+    local before
+    before=$(traces)
+    expect 7 'ap1' sim run -- bash -c 'zorv-sim exec ap1 hostname; exit 7'
+    expect 0 "$PWD" sim run -- pwd
+    expect 0 'input' sim run -- cat <<<input
+    expect 127 'no-such-program' sim run -- no-such-program
+    expect 1 'ends with the command' sim run -- zorv-sim down
+    nothing_left "$before"
+}
+
+test_an_outage_ends() {
+    local status
+    sim up --outage crash:500:1h --outage trace:reset:1h
+    for host in crash.zorv.example crash.stage.zorv.example; do
+        status=$(report "$host")
+        [ "$status" = 500 ] || fail "$host: $status"
+    done
+    status=$(report trace.zorv.example)
+    [ "$status" = 0 ] || fail "a reset came with the status $status"
+    expect 0 '500 for another' sim status
+    sim outage crash:503:1s
+    while status=$(report crash.zorv.example) && [ "$status" = 503 ]; do
+        outage=seen
+    done
+    [ "${outage-} $status" = 'seen 200' ] || fail "after the outage: $status"
+    expect 0 '{"upload": true}' sim received last
+    sim outage trace:off
+    status=$(report trace.zorv.example)
+    [ "$status" = 200 ] || fail "an outage that is off: $status"
+}
+
+test_the_cloud_takes_uploads() {
+    local url
+    sim up --appliances 1
+    url=$(sim exec ap1 zorvctl http post https://crash.zorv.example/v1/crash \
+        --data '{"upload":true}' | sed -n 's/{"upload_url":"\(.*\)"}/\1/p')
+    expect 0 'status    200' sim exec ap1 zorvctl http put "$url" --data bytes
+    expect 0 'PUT crash.zorv.example/upload/' sim received
+    expect 0 'status    202' sim exec ap1 zorvctl http put https://trace.zorv.example/traces
+    expect 1 'resolver  doh' sim exec ap1 zorvctl http get --doh https://crash.zorv.example/
+    expect 0 '{}' sim exec ap1 zorvctl http post https://crash.zorv.example/v1/crash \
+        --data '{"upload":false}'
+}
+
+test_a_restart_keeps_what_was_saved() {
+    sim up
+    expect 1 '' sim exec ap1 oopsdump -e
+    sim exec ap1 sh -c 'echo a >/etc/persistent/saved; syswrapper.sh save-config
+        echo b >/etc/persistent/lost; echo c >/run/lost'
+    sim exec ap2 touch /run/kept
+    sim reboot ap1 --panic
+    expect 0 '' sim exec ap1 cmp /etc/persistent/saved - <<<a
+    expect 2 '' sim exec ap1 ls /etc/persistent/lost
+    expect 2 '' sim exec ap1 ls /run/lost
+    expect 0 '' sim exec ap2 ls /run/kept
+    expect 0 'admin password=******' sim exec ap1 sh -c \
+        'oopsdump -e && oopsdump | syswrapper.sh sensitive-data-filter'
+    expect 0 '' sim exec ap1 bash -c ': </dev/tcp/crash.zorv.example/443'
+    sim exec ap1 oopsdump -c
+    expect 1 '' sim exec ap1 oopsdump -e
+}
+
+test_an_appliance_sees_its_own_processes() {
+    sim up
+    start_daemon ap1
+    expect 0 'sleep 1000' sim exec ap1 zorvctl ps --name sleep
+    expect 1 '' sim exec ap2 zorvctl ps --name sleep
+    # shellcheck disable=SC2016 # the appliance's shell expands it
+    sim exec ap1 sh -c 'kill $(cat /run/daemon)'
+    until ! sim exec ap1 zorvctl ps --name sleep >"$work/processes"; do :; done
+}
+
+test_a_command_ends_with_its_exec() {
+    local before command
+    before=$(traces)
+    sim up
+    "$zorv_sim" exec ap1 sh -c 'touch /run/daemon; exec sleep 1000' &
+    command=$!
+    until sim exec ap1 test -e /run/daemon; do :; done
+    kill "$command"
+    wait "$command" && fail 'it ended well'
+    until ! sim exec ap1 zorvctl ps --name sleep >"$work/processes"; do :; done
+    rm "$work/processes"
+    sim down
+    nothing_left "$before"
+}
+
+test_bad_orders_are_refused() {
+    local row='appliance a 7e8b 02a0f1000001 192.0.2.11' good
+    good=$'group 239.255.90.90\nkey 6f2b0d3c5a9e47718d40b1c2e3f4a596\n'
+    while IFS='|' read -r text says; do
+        printf '%s%b\n' "$good" "$text" >"$work/topology"
+        expect 2 "$says" sim run --topology "$work/topology" -- true
+    done <<TEXT
+|0 appliances
+device a|unknown line: device a
+$row\n${row/ a / b }|another's too: b
+${row/ a / cloud }|not an appliance: cloud
+${row/192.0.2.11/192.0.2.2}|not an appliance
+${row/192.0.2.11/192.0.2.1111}|not an appliance
+${row% *}|not an appliance
+$row 00|not an appliance
+TEXT
+    expect 2 'no group' sim run --topology /dev/null -- true
+    expect 2 'no topology nowhere' sim up --topology nowhere
+    expect 2 'no service is called web' sim up --outage web:500:1s
+    expect 2 'the status is' sim up --outage crash:5000:1s
+    expect 2 'the duration is' sim up --outage crash:500:1
+    expect 2 'unknown option --aps' sim up --aps 3
+    expect 1 'no site is up' sim outage crash:500:1s
+    [ ! -e "$ZORV_SIM_STATE" ] || fail 'something was started'
+}
+
+test_it_works_where_it_is_installed() {
+    "$cmake" "-DCMAKE_INSTALL_PREFIX=$work/prefix" -DCMAKE_INSTALL_COMPONENT=sim \
+        -P "$build/sim/cmake_install.cmake" >/dev/null
+    zorv_sim=$work/prefix/bin/zorv-sim
+    sim up --topology demo
+    expect 0 cellar sim exec cellar hostname
+    expect 0 '' sim exec attic oopsdump -c
+    expect 0 '' sim down
+}
+
+"test_$1"
