@@ -1,7 +1,8 @@
 # How everything here is compiled: warnings are errors, sanitizers on request.
 add_library(zorv_flags INTERFACE)
 target_compile_options(zorv_flags INTERFACE
-    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror)
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2
+    $<$<BOOL:${ZORV_WERROR}>:-Werror>)
 if(ZORV_SANITIZE OR ZORV_FUZZ)
     target_compile_options(zorv_flags INTERFACE
         -fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all
