@@ -1,0 +1,28 @@
+################################################################################
+#
+# libzorv
+#
+################################################################################
+
+LIBZORV_VERSION = 1.0.0
+LIBZORV_SOURCE = zorv-$(LIBZORV_VERSION).tar.gz
+# `./run package` makes the tarball in out/; it stands beside this file, or in the download folder.
+LIBZORV_SITE = $(LIBZORV_PKGDIR)
+LIBZORV_SITE_METHOD = file
+LIBZORV_LICENSE = MIT
+LIBZORV_LICENSE_FILES = LICENSE
+LIBZORV_INSTALL_STAGING = YES
+LIBZORV_DEPENDENCIES = host-pkgconf jansson libcurl libevent uthash zlib
+LIBZORV_CONF_OPTS = \
+	-DZORV_SIM=OFF \
+	-DZORV_TESTS=OFF \
+	-DZORV_WERROR=OFF
+
+ifeq ($(BR2_PACKAGE_LIBZORV_TOOLS),y)
+LIBZORV_DEPENDENCIES += cli11 ncurses
+LIBZORV_CONF_OPTS += -DZORV_TOOLS=ON
+else
+LIBZORV_CONF_OPTS += -DZORV_TOOLS=OFF
+endif
+
+$(eval $(cmake-package))
