@@ -6,6 +6,9 @@
 # "lock", which is locked as long as a process of the site lives. lib/hold has the other half.
 # shellcheck shell=bash
 
+# shellcheck source-path=SCRIPTDIR source=lock.sh
+. "$SIM_DATA/lib/lock.sh"
+
 unset SIM_STATE # not what a caller may have exported
 if [ -n "${ZORV_SIM_STATE-}" ]; then
     SIM_STATE=$ZORV_SIM_STATE
@@ -33,10 +36,10 @@ is_up() {
     [ -O "$SIM_STATE/holder" ] && ! flock --nonblock --shared "$SIM_STATE/lock" true
 }
 
-# Waits until nothing of a site lives, and removes the folder, which its cleaner does as well.
-await_end() {
-    if [ -O "$SIM_STATE/lock" ]; then
-        flock "$SIM_STATE/lock" rm -rf "$SIM_STATE"
+end_start() {
+    kill -KILL "$1" 2>/dev/null || true
+    if open_lock "$SIM_STATE"; then
+        remove_state "$SIM_STATE"
     fi
 }
 
@@ -51,7 +54,7 @@ state_start() {
     exec {report}< <(exec setsid "$SIM_DATA/lib/hold" "$SIM_STATE" \
         "${to_root[@]}" "${into_site[@]}" 2>&1 </dev/null)
     starter=$!
-    trap 'kill -KILL "$starter" 2>/dev/null; await_end; exit 130' INT TERM HUP
+    trap 'end_start "$starter"; exit 130' INT TERM HUP
     while read -r line <&"$report"; do
         if [ "$line" = ready ]; then
             ready=1
@@ -101,10 +104,13 @@ enter_site() {
 # Ends the site, and waits until all of it is gone.
 state_end() {
     [ "${SIM_INSIDE-}" != 1 ] || fail 'this site ends with the command it was started for'
-    if ! is_up; then
-        await_end # of one that was killed together with its cleaner
-        fail 'no site is up'
+    local was_up=''
+    if open_lock "$SIM_STATE"; then
+        if is_up; then
+            was_up=1
+            kill -KILL "$(<"$SIM_STATE/holder")"
+        fi
+        remove_state "$SIM_STATE" # also of a site that was killed together with its cleaner
     fi
-    kill -KILL "$(<"$SIM_STATE/holder")"
-    await_end
+    [ -n "$was_up" ] || fail 'no site is up'
 }
