@@ -1,20 +1,10 @@
 // Whether crashes may be reported: by the configuration, and by the state of the unit.
 #include <zorv/crash.h>
 
-#include <unistd.h>
-#include <zorv/file.h>
-
 #include "telemetry/crash_report.h"
+#include "telemetry/report_gate.h"
 
-namespace {
-
-constexpr char kClockIsSet[] = "/var/run/ntp.ready";
-constexpr char kBridgeHasAddress[] = "/var/run/ipready.br0";
-constexpr char kMode[] = "/var/run/system.analytics.mode";
-
-enum Mode { kOff, kWithIdentities, kAnonymous };
-
-} // namespace
+using namespace zorv;
 
 int get_analytics_mode(const cfg_entry *cfg)
 {
@@ -34,7 +24,5 @@ int get_analytics_coredump_mode(const cfg_entry *cfg)
 
 bool zorv::analytics_reporting_ready()
 {
-    if (access(kClockIsSet, R_OK) != 0 || access(kBridgeHasAddress, R_OK) != 0)
-        return false;
-    return freadlong(kMode, kAnonymous) != kOff;
+    return is_ready(kClockIsSet) && is_ready(kBridgeHasAddress) && analytics_mode() != kOff;
 }

@@ -5,19 +5,18 @@
 
 #include <curl/curl.h>
 #include <jansson.h>
-#include <zorv/file.h>
 #include <zorv/format.h>
 
 #include "core/log_gate.h"
 #include "core/own.h"
 #include "telemetry/crash_report.h"
+#include "telemetry/report_gate.h"
 
 using namespace zorv;
 
 namespace {
 
 constexpr char kModule[] = "crash";
-constexpr char kUploadAllowed[] = "/var/run/system.analytics.coredump";
 constexpr int kRamDump = 3;
 constexpr char kTypes[][10] = {"core-dump", "app-crash", "oom-kill", "ram-dump"};
 
@@ -74,7 +73,7 @@ void add_process(json_t *report, const Process &process)
 int send_crash_binary_data(const char *name, int pid, int signal, int number_of_crashes,
                            int process_uptime, const char *data, int length, int dump_type)
 {
-    const bool is_upload_allowed = freadlong(kUploadAllowed, 0) == 1;
+    const bool may_upload = is_upload_allowed();
     const bool has_bytes = data && length > 0;
     const bool is_ram_dump = dump_type == kRamDump;
     if (!name)
@@ -92,7 +91,7 @@ int send_crash_binary_data(const char *name, int pid, int signal, int number_of_
         return -1;
     }
     json_object_set_new(report.get(), "type", json_string(type_of(dump_type)));
-    json_object_set_new(report.get(), "upload", json_boolean(has_bytes && is_upload_allowed));
+    json_object_set_new(report.get(), "upload", json_boolean(has_bytes && may_upload));
     if (is_ram_dump)
         json_object_set_new(report.get(), "dump_type", json_string(name));
     else
@@ -104,7 +103,7 @@ int send_crash_binary_data(const char *name, int pid, int signal, int number_of_
     const Json answer(parsed);
     if (rc != 0 || !has_bytes)
         return rc;
-    if (!is_upload_allowed) {
+    if (!may_upload) {
         log_info("Binary dump upload disabled by system settings");
         return 0;
     }

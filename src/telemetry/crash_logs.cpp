@@ -19,12 +19,8 @@ using namespace zorv;
 namespace {
 
 constexpr char kModule[] = "crash";
-constexpr int kMostAttempts = 5; // at delivering a log
-
-constexpr char kToService[] = "sent_to_analytics", kToNet[] = "sent_to_net";
 constexpr char kLogText[] = "crash_log"; // of a payload while it is delivered
 
-constexpr char kLogs[] = "/etc/persistent/isolation_logs/";
 constexpr char kUnpack[] = "tar -xOzf %s%s | syswrapper.sh sensitive-data-filter";
 
 int add_uplink_model(CrashLogWalk &walk, json_t *payload)
@@ -38,8 +34,8 @@ CrashLogWalk walk_vwire_disconnect_logs(void (*act)(CrashLogWalk &))
 {
     return {.family = "vwire_disconnect",
             .log_dir = kLogs,
-            .sent_dir = "/etc/persistent/isolation_logs_sent/",
-            .meta_dir = "/etc/persistent/isolation_logs/meta/",
+            .sent_dir = kMarkers,
+            .meta_dir = kMetas,
             .add_extra = add_uplink_model,
             .act = act};
 }

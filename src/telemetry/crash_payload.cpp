@@ -133,3 +133,12 @@ json_t *zorv::generate_common_payload(const char *crash_log_cmd, bool with_syste
         json_object_capture_popen(object, "system_cfg", kFilterSystemCfg);
     return payload.release();
 }
+
+json_t *zorv::generate_kernel_crash_payload()
+{
+    json_t *const payload =
+        generate_common_payload("oopsdump | syswrapper.sh sensitive-data-filter", true);
+    set_text(payload, "source", "oopsdump"); // a NULL payload stays one
+    set_text(payload, "sender", "firmware");
+    return payload;
+}

@@ -15,6 +15,9 @@ namespace zorv {
 
 constexpr size_t kReportUrl = 128; // an origin of 63 characters and a kind leave half of it free
 
+// The oops has been reported; gone after a reboot, as the need of it is.
+inline constexpr char kKernelCrashSent[] = "/var/run/last-crashlog.sent";
+
 // Whether reports may leave the unit: its clock is set, its bridge has an address, and the mode of
 // analytics is not off.
 bool analytics_reporting_ready();
@@ -25,6 +28,9 @@ int build_crash_report_url(char (&url)[kReportUrl], const char *kind);
 // Begins a report: what is known of the unit, the output of a command that may be NULL, and the
 // configuration if wanted. Owned; NULL when memory is short.
 json_t *generate_common_payload(const char *crash_log_cmd, bool with_system_cfg);
+
+// The report of the kernel's oops, whole; owned, NULL when memory is short.
+json_t *generate_kernel_crash_payload();
 
 // Posts a report. Where the answer is wanted it has to be JSON, and is owned. Returns 0 or -1.
 int post_crash(const char *url, json_t *payload, json_t **response);

@@ -77,7 +77,7 @@ bool make_meta(CrashLogWalk &walk)
         return false;
     json_t *const meta = walk.meta.get();
     json_object_set_new(meta, "filename", json_string(walk.name));
-    json_object_set_new(meta, "sent_to_analytics", json_false());
+    json_object_set_new(meta, kToService, json_false());
     walk.payload = generate_common_payload(nullptr, false);
     if (json_object_set_new(meta, "payload", walk.payload) != 0) {
         walk.payload = nullptr; // released
@@ -121,8 +121,8 @@ bool zorv::is_set(const json_t *meta, const char *member)
 
 long zorv::count_failure(json_t *meta)
 {
-    zorv_json_add_long(meta, "send_attempts", 1);
-    return zorv_json_read_long(meta, "send_attempts", 0);
+    zorv_json_add_long(meta, kAttemptCount, 1);
+    return zorv_json_read_long(meta, kAttemptCount, 0);
 }
 
 void zorv::prepare_crash_log_meta(CrashLogWalk &walk)
@@ -149,7 +149,7 @@ void zorv::finish_crash_meta(CrashLogWalk &walk)
 {
     if (walk.error != 0)
         log_warning("Couldn't process %s: %s", walk.family, strerror(walk.error));
-    if (is_set(walk.meta.get(), "sent_to_net"))
+    if (is_set(walk.meta.get(), kToNet))
         make_marker(walk);
     if (walk.flags & (kMetaChanged | kMetaCounted) && walk.meta_file && walk.meta) {
         walk.flags &= ~kMetaChanged;

@@ -10,6 +10,16 @@
 
 namespace zorv {
 
+inline constexpr char kLogs[] = "/etc/persistent/isolation_logs/";
+inline constexpr char kMetas[] = "/etc/persistent/isolation_logs/meta/";
+inline constexpr char kMarkers[] = "/etc/persistent/isolation_logs_sent/";
+
+// Members of a meta.
+inline constexpr char kToService[] = "sent_to_analytics", kToNet[] = "sent_to_net";
+inline constexpr char kAttemptCount[] = "send_attempts";
+
+constexpr int kMostAttempts = 5; // at delivering a log
+
 enum CrashLogFlag : unsigned {
     kSaveConfig = 1,  // something changed that is worth a write to flash
     kMetaChanged = 2, // rewrite the meta, and save the configuration

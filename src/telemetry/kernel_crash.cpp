@@ -14,7 +14,6 @@ using namespace zorv;
 namespace {
 
 constexpr char kModule[] = "crash";
-constexpr char kSent[] = "/var/run/last-crashlog.sent"; // gone after a reboot, as the need of it is
 
 // Whether the kernel holds an oops: -1 before it was asked, which has_oops() does once; 0 after
 // oops_clear().
@@ -44,7 +43,7 @@ int send_kernel_crash()
     }
     if (!analytics_reporting_ready())
         return -2;
-    if (access(kSent, F_OK) == 0) {
+    if (access(kKernelCrashSent, F_OK) == 0) {
         log_debug("Kernel crashlog already sent to analytics");
         return 0;
     }
@@ -54,18 +53,15 @@ int send_kernel_crash()
         log_error("URL truncated");
         return -3;
     }
-    const Json payload(
-        generate_common_payload("oopsdump | syswrapper.sh sensitive-data-filter", true));
+    const Json payload(generate_kernel_crash_payload());
     if (!payload) {
         log_error("Failed to generate kernel crash payload");
         return -4;
     }
-    json_object_set_new(payload.get(), "source", json_string("oopsdump"));
-    json_object_set_new(payload.get(), "sender", json_string("firmware"));
     if (const int rc = post_crash(url, payload.get(), nullptr)) {
         log_warning("Failed to process kernel crash: %d", rc);
         return -5;
     }
-    touch_file(kSent, 0644);
+    touch_file(kKernelCrashSent, 0644);
     return 0;
 }
