@@ -13,6 +13,7 @@ void add_board(Cli &cli);
 void add_bridge(Cli &cli);
 void add_capture(Cli &cli);
 void add_cfg(Cli &cli);
+void add_crash(Cli &cli);
 void add_discovery(Cli &cli);
 void add_exec(Cli &cli);
 void add_file(Cli &cli);

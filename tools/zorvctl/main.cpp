@@ -39,6 +39,7 @@ constexpr void (*kFamilies[])(ctl::Cli &) = {
     ctl::add_json,
     ctl::add_analytics,
     ctl::add_trace,
+    ctl::add_crash,
     ctl::add_iface,
     ctl::add_ps,
     ctl::add_top,
