@@ -11,25 +11,26 @@ constexpr char kCoredumpFile[] = "/var/run/system.analytics.coredump";
 
 // A number in a state file, and whether it stands there or is the default.
 struct UnitSetting {
-    UnitSetting(const char *path, long fallback)
-        : value(freadlong(path, fallback)), is_told(value == freadlong(path, ~fallback))
-    {
-    }
-
     long value;
     bool is_told;
 };
 
+inline UnitSetting read_setting(const char *path, long fallback)
+{
+    const long value = freadlong(path, fallback);
+    return {value, value == freadlong(path, ~fallback)};
+}
+
 // 0 off, 1 with identities, 2 anonymous; any other number is on as well.
 inline UnitSetting unit_mode()
 {
-    return {kModeFile, 2};
+    return read_setting(kModeFile, 2);
 }
 
 // 1 lets dumps be uploaded, nothing else does.
 inline UnitSetting unit_coredump()
 {
-    return {kCoredumpFile, 0};
+    return read_setting(kCoredumpFile, 0);
 }
 
 } // namespace ctl
