@@ -33,6 +33,8 @@ def paragraphs(lines):
             while i < len(lines) and lines[i].strip() and not lines[i].startswith(("```", "<!--")):
                 if kind == "text" and i > begin and _ITEM.match(lines[i]):
                     break
+                if kind == "table" and not lines[i].startswith("|"):
+                    break # a heading that stands right below, say
                 i += 1
             yield kind, lines[begin:i]
 
