@@ -9,7 +9,6 @@
 #include "telemetry/crash_unit.h"
 
 using testing::AllOf;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -28,13 +27,13 @@ protected:
     // A log as the library leaves it, of that many days ago.
     static void add_done(const std::string &name, int days, const char *members, bool marked)
     {
-        file(kStore + name, "0123456789");
-        file(kMetas + name, R"({"filename":")" + name + R"(","payload":{},)" + members + "}");
+        file(log_of(name), "0123456789");
+        file(meta_of(name), R"({"filename":")" + name + R"(","payload":{},)" + members + "}");
         if (marked)
-            file(kMarkers + name, "");
-        const time_t then = time(nullptr) - days * 86400;
+            file(marker_of(name), "");
+        const time_t then = time(nullptr) - time_t{days} * 86400;
         const utimbuf times = {then, then};
-        utime((kStore + name).c_str(), &times);
+        utime(log_of(name).c_str(), &times);
     }
 
     // What is in the store, one word a file.
@@ -152,11 +151,11 @@ TEST_F(ZorvctlCrash, LogsTellsWhatBecameOfEach)
     add_done("b.tgz", 0, kUnfinished, false);
     add_done("c.tgz", 0, kGivenUp, true);
     add_done("d.tgz", 0, kWaiting, false);
-    file(kStore + "e.tgz", "");
-    file(kStore + "f.tgz", "1");
-    file(kMetas + "f.tgz", "{\"filename\": \"f.t"); // as a full disk leaves it
-    file(kStore + "g.tgz", "1");
-    file(kMetas + "g.tgz", "{}");
+    file(log_of("e.tgz"), "");
+    file(log_of("f.tgz"), "1");
+    file(meta_of("f.tgz"), "{\"filename\": \"f.t"); // as a full disk leaves it
+    file(log_of("g.tgz"), "1");
+    file(meta_of("g.tgz"), "{}");
     EXPECT_EQ(crash("logs").output, "NAME   SIZE  STATE       ATTEMPTS  SENT TO NET  MARKER\n"
                                     "a.tgz    10  delivered          0  yes          yes\n"
                                     "b.tgz    10  delivered          0  no           no\n"
@@ -175,7 +174,7 @@ TEST_F(ZorvctlCrash, DeliverShowsEachLog)
     add_done("done.tgz", 0, kDelivered, true);
     remove("/var/run/ntp.ready");
     EXPECT_EQ(crash("deliver").status, 4);
-    EXPECT_FALSE(exists(kMetas + "a.tgz"));
+    EXPECT_FALSE(exists(meta_of("a.tgz")));
     file("/var/run/ntp.ready", "");
 
     CloudHost host(
@@ -195,8 +194,8 @@ TEST_F(ZorvctlCrash, DeliverShowsEachLog)
     EXPECT_EQ(host.received().size(), 1U);
 
     add_done("last.tgz", 0, R"("sent_to_analytics":false,"send_attempts":4)", false);
-    file(kStore + "none.tgz", "1");
-    file(kMetas + "none.tgz", "{}");
+    file(log_of("none.tgz"), "1");
+    file(meta_of("none.tgz"), "{}");
     remove("/etc/hosts");
     const Outcome third = crash("deliver");
     EXPECT_EQ(third.status, 5);
@@ -224,7 +223,7 @@ TEST_F(ZorvctlCrash, LogsAreHandedOutAndFinished)
 {
     EXPECT_EQ(crash("next").status, 1);
     const std::string text("\x1f\x8b not \0 an archive", 19);
-    file(kStore + "a.tgz", text);
+    file(log_of("a.tgz"), text);
     const Outcome next = crash("next --file /tmp/a.tgz");
     EXPECT_EQ(next.status, 0) << next.errors;
     EXPECT_EQ(read("/tmp/a.tgz"), text);
@@ -234,12 +233,12 @@ TEST_F(ZorvctlCrash, LogsAreHandedOutAndFinished)
 
     EXPECT_EQ(crash("finish b.tgz").status, 1);
     EXPECT_EQ(crash("finish a.tgz").output, "finished a.tgz\n");
-    EXPECT_TRUE(exists(kMarkers + "a.tgz"));
+    EXPECT_TRUE(exists(marker_of("a.tgz")));
     EXPECT_EQ(crash("finish a.tgz").errors, "zorvctl: a.tgz: finished before\n");
     EXPECT_EQ(crash("next").status, 1);
     EXPECT_EQ(saves(), 2U);
 
-    must_run("ln -s /none " + kStore + "hidden.tgz");
+    must_run("ln -s /none " + log_of("hidden.tgz"));
     EXPECT_EQ(crash("next").status, 5);
 }
 
@@ -329,9 +328,9 @@ TEST_F(ZorvctlCrash, PruneLeavesALogThatIsInWork)
 {
     add_done("a.tgz", 2, kDelivered, true);
     add_done("b.tgz", 1, kDelivered, true);
-    file(kMetas + "killed.tgz", "{}"); // of a prune that was killed
-    file(kMarkers + "killed.tgz", "");
-    const int meta = open((kMetas + "a.tgz").c_str(), O_RDWR | O_CLOEXEC);
+    file(meta_of("killed.tgz"), "{}"); // of a prune that was killed
+    file(marker_of("killed.tgz"), "");
+    const int meta = open(meta_of("a.tgz").c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(flock(meta, LOCK_EX | LOCK_NB), 0);
     EXPECT_EQ(member(crash("prune --keep 0 --json").output, "in_work"), "1");
     EXPECT_EQ(files(), "./isolation_logs/a.tgz ./isolation_logs/meta/a.tgz "
@@ -341,7 +340,7 @@ TEST_F(ZorvctlCrash, PruneLeavesALogThatIsInWork)
     // A walk that has read the names holds the directory open.
     add_done("c.tgz", 0, kUnfinished, false);
     const std::string all = files();
-    const int walk = open(kStore.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int walk = open(log_of().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const Outcome busy = crash("prune --keep 0 --unfinished");
     EXPECT_EQ(busy.status, 4);
     EXPECT_THAT(busy.errors, HasSubstr("in use by another process"));
@@ -369,9 +368,9 @@ TEST_F(ZorvctlCrash, PrunedLogsAreNotDeliveredAgain)
     for (const auto &request : host.received())
         texts.push_back(member(request.body, "crash_log"));
     std::sort(texts.begin(), texts.end());
-    std::vector<std::string> expected;
-    for (int i = 0; i < 10; ++i)
-        expected.push_back("\"text " + std::to_string(i) + '"');
+    std::vector<std::string> expected(10);
+    for (size_t i = 0; i < expected.size(); ++i)
+        expected[i] = "\"text " + std::to_string(i) + '"';
     EXPECT_EQ(texts, expected);
 }
 

@@ -232,6 +232,8 @@ void save_config()
 
 void prune(const PruneArgs &args, Reply &reply)
 {
+    if (!args.keep && !args.max_size && !args.max_age)
+        throw Failure(Exit::usage, "one of --keep, --max-size and --max-age is needed");
     const Logs logs = list_logs();
     Logs chosen = choose(logs, args);
     const size_t wanted = chosen.size();
@@ -261,11 +263,13 @@ void add_crash_prune(Family &crash)
         "prune",
         "Remove the oldest logs that the service has, or never gets, and that are finished",
         "zorvctl crash prune --max-size 1000000 --dry-run", prune);
-    CLI::Option_group *const limit = app.add_option_group("Limit", "One of");
-    limit->add_option("--keep", args.keep, "How many of them to keep");
-    limit->add_option("--max-size", args.max_size, "Bytes that the whole store may have");
-    limit->add_option("--max-age", args.max_age, "Days that they may be old");
-    limit->require_option(1);
+    CLI::Option *const keep = app.add_option("--keep", args.keep, "How many of them to keep");
+    CLI::Option *const size =
+        app.add_option("--max-size", args.max_size, "Bytes that the whole store may have");
+    size->excludes(keep);
+    app.add_option("--max-age", args.max_age, "Days that they may be old")
+        ->excludes(keep)
+        ->excludes(size);
     app.add_flag("--unfinished", args.unfinished, "Also those that the local management has not");
     app.add_flag("--dry-run", args.dry_run, "Show what would go, and remove nothing");
 }

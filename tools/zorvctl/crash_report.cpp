@@ -20,8 +20,6 @@ constexpr char kNameCharacters[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
 constexpr int kRamDump = 3;
 
-const std::map<std::string, int> kTypes = {{"core", 0}, {"app", 1}, {"oom", 2}, {"ram", kRamDump}};
-
 struct ReportArgs {
     bool dry_run = false;
 };
@@ -148,7 +146,8 @@ void add_crash_report(Family &crash)
             ->required()
             ->check(CLI::Validator(check_name, "A-Za-z0-9._-"));
         app.add_option("--type", args.type, "core unless given; a ram dump has no process")
-            ->transform(CLI::CheckedTransformer(kTypes));
+            ->transform(CLI::CheckedTransformer(std::map<std::string, int>{
+                {"core", 0}, {"app", 1}, {"oom", 2}, {"ram", kRamDump}}));
         app.add_option("--pid", args.pid, "Of the process");
         app.add_option("--signal", args.signal, "That ended it");
         app.add_option("--crashes", args.crashes, "Of that program so far")->capture_default_str();
