@@ -24,14 +24,14 @@ protected:
         return run(ZORVCTL " crash " + arguments);
     }
 
-    // A log as the library leaves it, of that many days ago.
+    // A log as the library leaves it, an hour short of that many days old.
     static void add_done(const std::string &name, int days, const char *members, bool marked)
     {
         file(log_of(name), "0123456789");
         file(meta_of(name), R"({"filename":")" + name + R"(","payload":{},)" + members + "}");
         if (marked)
             file(marker_of(name), "");
-        const time_t then = time(nullptr) - time_t{days} * 86400;
+        const time_t then = time(nullptr) - time_t{days} * 86400 + 3600;
         const utimbuf times = {then, then};
         utime(log_of(name).c_str(), &times);
     }
