@@ -21,6 +21,7 @@ target_include_directories(zorv_library_flags INTERFACE
     ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
 target_compile_definitions(zorv_library_flags INTERFACE _GNU_SOURCE)
 target_compile_options(zorv_library_flags INTERFACE
+    $<$<CONFIG:Release>:-g> # for those who compare interfaces; what is shipped is stripped of it
     -fPIC -fvisibility=hidden -fno-semantic-interposition -ffunction-sections -fdata-sections
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>)
 
