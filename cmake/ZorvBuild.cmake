@@ -25,6 +25,10 @@ target_compile_options(zorv_library_flags INTERFACE
     -fPIC -fvisibility=hidden -fno-semantic-interposition -ffunction-sections -fdata-sections
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>)
 
+if(ZORV_COVERAGE)
+    target_compile_options(zorv_library_flags INTERFACE --coverage)
+endif()
+
 # zorv_folder(NAME [LIBRARIES ...] SOURCES ...): one folder of src/ as an object library.
 function(zorv_folder name)
     cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})

@@ -59,10 +59,13 @@ constexpr struct {
     {"/etc/resolv.conf", "nameserver 127.0.0.1\noptions timeout:1 attempts:1\n"},
 };
 
+// The folder that a build for coverage counts in: the only one outside that a device may write.
+constexpr char kProfile[] = "GCOV_PREFIX";
+
 // What a test keeps of the environment it was started in.
 const char *const kVariables[] = {
-    "ASAN_OPTIONS", "LSAN_OPTIONS",   "UBSAN_OPTIONS",     "LD_LIBRARY_PATH",
-    "GTEST_COLOR",  "QEMU_LD_PREFIX", "LLVM_PROFILE_FILE",
+    "ASAN_OPTIONS", "LSAN_OPTIONS",   "UBSAN_OPTIONS", "LD_LIBRARY_PATH",
+    "GTEST_COLOR",  "QEMU_LD_PREFIX", kProfile,
 };
 
 constexpr char kHost[] = "/.host"; // the build machine's root
@@ -146,6 +149,15 @@ void make_nodes()
     }
 }
 
+void expose_profile()
+{
+    const char *const path = getenv(kProfile);
+    if (!path)
+        return;
+    fs::create_directories(path);
+    check(mount(on_host(path).c_str(), path, nullptr, MS_BIND, nullptr), path);
+}
+
 void make_folders()
 {
     for (const auto folder : kFolders)
@@ -200,6 +212,7 @@ void make_device()
     make_root();
     make_folders();
     make_nodes();
+    expose_profile();
     make_read_only();
     mount_at("proc", "/proc");
     mount_at("tmpfs", "/proc", "mode=755");
