@@ -21,6 +21,7 @@ TEXT
     echo false >/proc/zorvhal/status/IsDefault
     echo 6.6.55 >/usr/etc/.version
     echo 15189 >/usr/etc/.build
+    echo scm_reftype=atag >/usr/lib/build.properties
 }
 
 make_configuration() {

@@ -15,6 +15,7 @@ void add_capture(Cli &cli);
 void add_cfg(Cli &cli);
 void add_crash(Cli &cli);
 void add_discovery(Cli &cli);
+void add_doctor(Cli &cli);
 void add_exec(Cli &cli);
 void add_file(Cli &cli);
 void add_hash(Cli &cli);

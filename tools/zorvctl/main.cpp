@@ -26,6 +26,7 @@ constexpr void (*kFamilies[])(ctl::Cli &) = {
     ctl::add_board,
     ctl::add_model,
     ctl::add_status,
+    ctl::add_doctor,
     ctl::add_hw,
     ctl::add_bridge,
     ctl::add_portal,
