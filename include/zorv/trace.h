@@ -95,27 +95,31 @@ int trace_object_set_meta_new(json_t *trace, json_t *value);
  *                            boolean: the service takes texts alone here, unlike in crash reports
  *   mfg_week                 "mfgweek" of /proc/zorvhal/system.info, else "2005"
  *   anonymous_controller_id  "pluvo.anonymous_controller_id" of /tmp/system.cfg; left out when
- * empty anonymous_site_id        "pluvo.anonymous_site_id" likewise anonymous_device_id
- * "device.anonid" of /proc/zorvhal/system.info, else "0000000000000000"; the first answer, that one
- * included, is kept for the process
+ *                            empty
+ *   anonymous_site_id        "pluvo.anonymous_site_id", likewise
+ *   anonymous_device_id      "device.anonid" of /proc/zorvhal/system.info, else
+ *                            "0000000000000000"; the first answer, that one included, is kept for
+ *                            the process
  *
  * A field that is not UTF-8, or for which memory is short, is left out.
  *
  * Returns a TRACE_ code, or -1; looked at in this order:
  *
  *   TRACE_OFF       /var/run/system.analytics.mode begins with 0. Any other number, no number and
- * no file let traces through TRACE_STOPPED   the back-off is longer than a day. On purpose for the
- * rest of the process: a unit that is not reached for so long gets its next chance at a restart
+ *                   no file let traces through
+ *   TRACE_STOPPED   the back-off is longer than a day. On purpose for the rest of the process: a
+ *                   unit that is not reached for so long gets its next chance at a restart
  *   TRACE_BACK_OFF  the clock has not reached the end of the last attempt and the back-off. A clock
  *                   that was set back counts as too early until it is there again
  *   -1              traces is no array, or memory is short: verbose debug "Traces must be an
- * array", "Failed to init envelope", "Failed to create outer meta" and "Failed to create envelope",
- * the error "Failed to allocate curl response" TRACE_ACCEPTED  HTTP status 202, no other
+ *                   array", "Failed to init envelope", "Failed to create outer meta" and "Failed to
+ *                   create envelope", the error "Failed to allocate curl response"
+ *   TRACE_ACCEPTED  HTTP status 202, no other
  *   TRACE_FAILED    any other status, a 200 included, which is verbose debug "PUT '%s' failed:
- * [%ld] %s" with URL, status and up to 1024 bytes of the answer; or a request that failed. Of those
- * the first in the life of the process is the warning "PUT '%s' failed: [%d] %s" with URL,
- * libcurl's code and its meaning; it counts as logged also when it was silent for its level, and
- * later ones are silent
+ *                   [%ld] %s" with URL, status and up to 1024 bytes of the answer; or a request
+ *                   that failed. Of those the first in the life of the process is the warning
+ *                   "PUT '%s' failed: [%d] %s" with URL, libcurl's code and its meaning; it counts
+ *                   as logged also when it was silent for its level, and later ones are silent
  *
  * The back-off begins with the fifth failed request in a row: one second, doubled by each further
  * one, more than a day after the 22nd. Any answer of the service, of whatever status, ends it.
