@@ -29,12 +29,20 @@ bool make_dir(const char *path)
     return vq_mkdir_p(path, 0755) == 0 || (errno == EEXIST && vq_mkdir_p(path, 0755) == 0);
 }
 
-bool is_directory(int dir_fd, const dirent &entry)
+// Directories are no logs, nor are pipes: who reads one waits for its writer, for good perhaps.
+bool is_log(int dir_fd, const dirent &entry)
 {
     if (entry.d_type != DT_UNKNOWN)
-        return entry.d_type == DT_DIR;
+        return entry.d_type != DT_DIR && entry.d_type != DT_FIFO;
     struct stat info; // some file systems do not tell
-    return fstatat(dir_fd, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode);
+    return fstatat(dir_fd, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) != 0 ||
+           !(S_ISDIR(info.st_mode) || S_ISFIFO(info.st_mode));
+}
+
+bool is_regular(FILE *file)
+{
+    struct stat info;
+    return fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode);
 }
 
 bool has_marker(const Fd &sent_dir, const char *name)
@@ -44,14 +52,14 @@ bool has_marker(const Fd &sent_dir, const char *name)
 
 // Tries once to open the meta of the log at hand and to lock it. The directory is locked meanwhile,
 // so that no two processes come between the two. Returns 0, also when another process has either;
-// or why the meta cannot be opened.
+// or why the meta cannot be opened: EINVAL for a pipe or a device, which may have no end.
 int try_to_hold_meta(CrashLogWalk &walk, int dir_fd)
 {
     if (flock(dir_fd, LOCK_EX | LOCK_NB) != 0)
         return 0;
     File meta(fopen_format("a+e", "%s%s", walk.meta_dir, walk.name));
-    const int error = meta ? 0 : errno;
-    if (meta && flock(fileno(meta.get()), LOCK_EX | LOCK_NB) == 0)
+    const int error = !meta ? errno : is_regular(meta.get()) ? 0 : EINVAL;
+    if (error == 0 && flock(fileno(meta.get()), LOCK_EX | LOCK_NB) == 0)
         walk.meta_file = std::move(meta);
     flock(dir_fd, LOCK_UN);
     return error;
@@ -133,6 +141,8 @@ void zorv::prepare_crash_log_meta(CrashLogWalk &walk)
         walk.payload = json_object_get(walk.meta.get(), "payload");
         walk.error = walk.payload ? 0 : ENODATA;
     } else if (!make_meta(walk)) {
+        walk.meta.reset(); // without a payload it would be stored for good
+        walk.payload = nullptr;
         walk.error = ENOMEM;
     } else {
         walk.error = walk.add_extra ? walk.add_extra(walk, walk.payload) : 0;
@@ -189,7 +199,7 @@ int zorv::iterate_crash_logs(CrashLogWalk &walk)
         const dirent *const entry = readdir(logs.get());
         if (!entry)
             break;
-        if (is_directory(log_dir, *entry) || has_marker(sent_dir, entry->d_name))
+        if (!is_log(log_dir, *entry) || has_marker(sent_dir, entry->d_name))
             continue;
         walk.name = entry->d_name;
         walk.flags &= ~kMetaChanged;

@@ -49,7 +49,8 @@ TEST_F(CrashInside, MemoryRunsOutWhileALogIsPrepared)
                              .sent_dir = "/tmp/markers/",
                              .meta_dir = "/tmp/metas/",
                              .add_extra = nullptr,
-                             .act = Handed::act};
+                             .act = Handed::act,
+                             .flags = kMetaCounted}; // as left by a disk that was full
         const long before = allocations();
         fail_allocation(n);
         EXPECT_EQ(iterate_crash_logs(walk), 0);
@@ -62,6 +63,9 @@ TEST_F(CrashInside, MemoryRunsOutWhileALogIsPrepared)
         EXPECT_TRUE(walk.error == 0 || walk.error == ENOMEM) << n;
         EXPECT_EQ(walk.result != nullptr, walk.error == 0) << n;
         failures += walk.error == ENOMEM ? 1 : 0;
+        // One without a payload would keep the log from the service for good.
+        const Json stored(json_loads(read("/tmp/metas/a.tgz").c_str(), 0, nullptr));
+        EXPECT_TRUE(!stored || json_object_get(stored.get(), "payload")) << n;
     }
     EXPECT_GT(failures, 2);
     static_cast<void>(logged());

@@ -340,6 +340,26 @@ TEST_F(Crash, AMetaThatCannotBeOpenedStopsNoOtherLog)
                                 "vwire_disconnect: Is a directory"));
 }
 
+TEST_F(Crash, PipesAndDevicesHoldNoWalkUp)
+{
+    alarm(20);
+    for (const char *name : {"a.tgz", "b.tgz", "c.tgz"})
+        add_log(name, kText);
+    must_run("mkdir -p " + meta_of() + " && mkfifo " + log_of("pipe.tgz ") + meta_of("b.tgz"));
+    std::filesystem::create_symlink("/dev/zero", meta_of("c.tgz"));
+    CloudHost host(crash_service());
+    for (int run = 0; run < 2; ++run)
+        EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
+    EXPECT_EQ(host.received().size(), 1U); // a.tgz, once
+    const std::string line = "[error] crash.iterate_crash_logs(): Couldn't open ";
+    const auto lines = logged();
+    EXPECT_THAT(lines, Contains(line + meta_of("b.tgz") + " Invalid argument"));
+    EXPECT_THAT(lines, Contains(line + meta_of("c.tgz") + " Invalid argument"));
+    EXPECT_FALSE(exists(meta_of("pipe.tgz")));
+    const Json next(get_next_crash_log(), json_decref);
+    EXPECT_EQ(member(next.get(), "filename"), "\"a.tgz\"");
+}
+
 TEST_F(Crash, AFullDiskLosesOnlyWhatItCannotTake)
 {
     for (const char *name : {"a.tgz", "b.tgz"})
