@@ -173,7 +173,8 @@ int send_kernel_crash(void);
  * was first seen, with "type": "vwire_disconnect" and "uplink_model"; "send_attempts", the failed
  * deliveries, stored from the first on; "sent_to_net", true when the local management has the log.
  * A meta that is empty or not JSON, as a full disk or a killed process leaves it, is made anew, and
- * the log counts as new. One without a payload is left alone and its log passed over.
+ * the log counts as new. One without a payload is left alone and its log passed over, and so is one
+ * that is no regular file ("Couldn't open %s%s %s").
  *
  * A call walks the archives in the directory's own order. It makes the two directories if they are
  * missing (mode 0755), opens the meta of a log under a lock on the directory, keeps a lock on the
@@ -184,7 +185,8 @@ int send_kernel_crash(void);
  * is not.
  *
  * Nothing is ever removed. Names of archives are put into a shell command line as they are: use
- * A-Z a-z 0-9 . _ - only, and no "-" in front. No such directory, no logs: nothing is made then.
+ * A-Z a-z 0-9 . _ - only, and no "-" in front. Directories and pipes among them are no logs. No
+ * such directory, no logs: nothing is made then.
  */
 
 /*
@@ -252,9 +254,10 @@ int mark_crash_log_finished(const char *filename);
  * /var/log/messages, and those of them that are of the process as "process_stdout". All lines pass
  * "syswrapper.sh sensitive-data-filter".
  *
- * With bytes given, the answer has to be JSON; its "upload_url" takes them by PUT. No such text in
- * the answer ("No upload_url in response", a warning), or uploads that are not allowed ("Binary
- * dump upload disabled by system settings"), is success.
+ * With bytes given, the answer has to be JSON; its "upload_url" takes them by PUT: an "https:" or
+ * "http:" URL, any other one fails like a protocol that libcurl lacks. No such text in the answer
+ * ("No upload_url in response", a warning), or uploads that are not allowed ("Binary dump upload
+ * disabled by system settings"), is success.
  *
  * Returns 0; -1 when the gate is shut, which is not logged, or when the report could not be built
  * or one of the two requests failed.

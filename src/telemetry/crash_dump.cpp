@@ -1,6 +1,7 @@
 // Binary dumps: their reports, and the upload of their bytes.
 #include <zorv/crash.h>
 
+#include <cstring>
 #include <memory>
 
 #include <curl/curl.h>
@@ -31,6 +32,13 @@ const char *type_of(int dump_type)
                                                                              : "unknown";
 }
 
+// libcurl may know more: by "file:" an answer could have the unit's own files read into the log.
+bool is_web_url(const char *url)
+{
+    return strncasecmp(url, "https://", strlen("https://")) == 0 ||
+           strncasecmp(url, "http://", strlen("http://")) == 0;
+}
+
 int upload_file(const char *url, const char *data, int length)
 {
     const Response reply(curl_simple_response_init(kMostAnswered));
@@ -38,7 +46,8 @@ int upload_file(const char *url, const char *data, int length)
         log_error("Failed to allocate curl response");
         return -1;
     }
-    const int code = curl_simple_put(url, 0, nullptr, data, length, reply.get());
+    const int code = is_web_url(url) ? curl_simple_put(url, 0, nullptr, data, length, reply.get())
+                                     : CURLE_UNSUPPORTED_PROTOCOL;
     if (code != 0) {
         log_warning("PUT '%s' failed: [%d] %s", url, code,
                     curl_easy_strerror(static_cast<CURLcode>(code)));

@@ -201,10 +201,25 @@ TEST_F(Crash, AnUploadThatFailsIsAFailure)
         EXPECT_THAT(lines.back(), StartsWith(warning));
         remove("/run/cloud");
     }
-    CloudHost host(uploading_service(R"({"upload_url":"https://nowhere.zorv.example/"})"));
-    EXPECT_EQ(send_core_dump(), -1);
-    EXPECT_EQ(logged().back(), "[warn ] crash.upload_file(): PUT 'https://nowhere.zorv.example/' "
-                               "failed: [6] Couldn't resolve host name");
+}
+
+TEST_F(Crash, PlacesThatTakeNoUpload)
+{
+    file(kAllowed, "1");
+    file("/tmp/secret", "the unit's own");
+    const std::pair<std::string, std::string> rows[] = {
+        {"https://nowhere.zorv.example/", "[6] Couldn't resolve host name"},
+        {"file:///tmp/secret", "[1] Unsupported protocol"},
+        {"dict://127.0.0.1:443/a", "[1] Unsupported protocol"},
+        {"/tmp/secret", "[1] Unsupported protocol"},
+        {"", "[1] Unsupported protocol"},
+    };
+    for (const auto &[url, why] : rows) {
+        CloudHost host(uploading_service("{\"upload_url\":\"" + url + "\"}"));
+        EXPECT_EQ(send_core_dump(), -1);
+        EXPECT_EQ(logged().back(), "[warn ] crash.upload_file(): PUT '" + url + "' failed: " + why);
+        remove("/run/cloud");
+    }
 }
 
 } // namespace
