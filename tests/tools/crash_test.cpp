@@ -166,6 +166,18 @@ TEST_F(ZorvctlCrash, LogsTellsWhatBecameOfEach)
                                     "g.tgz     1  no-payload         0  no           no\n");
 }
 
+TEST_F(ZorvctlCrash, PipesAreNotWaitedFor)
+{
+    add_done("a.tgz", 0, kDelivered, true);
+    must_run("mkfifo " + log_of("pipe.tgz") + " " + meta_of("gone.tgz"));
+    remove(meta_of("a.tgz"));
+    must_run("mkfifo " + meta_of("a.tgz"));
+    const std::string rows = run("timeout 20 " ZORVCTL " crash logs").output;
+    EXPECT_THAT(rows, AllOf(HasSubstr("a.tgz"), HasSubstr("new"), Not(HasSubstr("pipe.tgz"))));
+    EXPECT_EQ(run("timeout 20 " ZORVCTL " crash prune --keep 0").status, 0);
+    EXPECT_FALSE(exists(meta_of("gone.tgz")));
+}
+
 TEST_F(ZorvctlCrash, DeliverShowsEachLog)
 {
     EXPECT_EQ(crash("deliver").output, "no log to deliver\n");

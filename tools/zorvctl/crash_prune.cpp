@@ -99,7 +99,7 @@ private:
 // While the store is locked nobody gets the lock of a meta that is free now.
 bool is_in_work(const std::string &name)
 {
-    zorv::Fd meta(open((zorv::kMetas + name).c_str(), O_RDONLY | O_CLOEXEC));
+    zorv::Fd meta(open((zorv::kMetas + name).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     return meta && !zorv::locked(std::move(meta));
 }
 

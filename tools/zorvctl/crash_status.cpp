@@ -120,7 +120,7 @@ void show_logs(const std::vector<CrashLog> &logs, Reply &reply, Reasons &reasons
     };
     reasons.add_logs(waits, "to be delivered");
     reasons.add_logs([](const CrashLog &log) { return log.state == LogState::delivered; },
-                     "the service has it");
+                     "delivered to the service");
     reasons.add_logs([](const CrashLog &log) { return log.state == LogState::given_up; },
                      "given up after five attempts");
     reasons.add_logs(
@@ -129,7 +129,7 @@ void show_logs(const std::vector<CrashLog> &logs, Reply &reply, Reasons &reasons
         },
         "passed over, the meta has no payload");
     reasons.add_logs([](const CrashLog &log) { return log.marked && !is_settled(log); },
-                     "finished before the service had it, which it never will");
+                     "finished undelivered, never to be sent");
     if (logs.empty())
         reasons.add("logs: none");
 }
