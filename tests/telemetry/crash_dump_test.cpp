@@ -208,16 +208,17 @@ TEST_F(Crash, PlacesThatTakeNoUpload)
     file(kAllowed, "1");
     file("/tmp/secret", "the unit's own");
     const std::pair<std::string, std::string> rows[] = {
-        {"https://nowhere.zorv.example/", "[6] Couldn't resolve host name"},
-        {"file:///tmp/secret", "[1] Unsupported protocol"},
-        {"dict://127.0.0.1:443/a", "[1] Unsupported protocol"},
-        {"/tmp/secret", "[1] Unsupported protocol"},
-        {"", "[1] Unsupported protocol"},
+        {"https://nowhere.zorv.example/",
+         "PUT 'https://nowhere.zorv.example/' failed: [6] Couldn't resolve host name"},
+        {"file:///tmp/secret", "PUT 'file:///tmp/secret' failed: [1] Unsupported protocol"},
+        {"dict://127.0.0.1:443/a", "PUT 'dict://127.0.0.1:443/a' failed: [1] Unsupported protocol"},
+        {"/tmp/secret", "PUT '/tmp/secret' failed: [1] Unsupported protocol"},
+        {"", "PUT '' failed: [1] Unsupported protocol"},
     };
-    for (const auto &[url, why] : rows) {
+    for (const auto &[url, message] : rows) {
         CloudHost host(uploading_service("{\"upload_url\":\"" + url + "\"}"));
         EXPECT_EQ(send_core_dump(), -1);
-        EXPECT_EQ(logged().back(), "[warn ] crash.upload_file(): PUT '" + url + "' failed: " + why);
+        EXPECT_EQ(logged().back(), "[warn ] crash.upload_file(): " + message);
         remove("/run/cloud");
     }
 }
