@@ -24,10 +24,16 @@ link_rest() {
 # expose PATH: makes a folder of the build machine's valid under its own name, also where it stands
 # in a folder that the appliance has of its own.
 expose() {
-    if ! [ -e ".$1" ] && ! [ -L "./$(cut -d/ -f2 <<<"$1")" ]; then
-        mkdir -p ".${1%/*}"
-        ln -s "/.host$1" ".$1"
-    fi
+    local above=$1
+    while [ -n "$above" ]; do
+        if [ -L ".$above" ]; then # leads to the build machine as soon as that is at /.host
+            return
+        fi
+        above=${above%/*}
+    done
+    [ -e ".$1" ] && return
+    mkdir -p ".${1%/*}"
+    ln -s "/.host$1" ".$1"
 }
 
 # The kernel's /proc takes no files, so /proc is a folder that leads there. enter adds processes.
