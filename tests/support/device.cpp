@@ -189,7 +189,7 @@ void Device::kernel_processes()
     fs::create_directory(kernel);
     mount_at("proc", kernel);
     fs::create_symlink(kernel + "/self", "/proc/self");
-    for (int pid = 1; pid < 300; ++pid) { // more than a test starts
+    for (int pid = 1; pid < 2000; ++pid) { // more than a test starts
         const std::string name = "/" + std::to_string(pid);
         if (!exists("/proc" + name))
             fs::create_symlink(kernel + name, "/proc" + name);

@@ -68,7 +68,7 @@ public:
     static void kernel_proc();
     static void kernel_sys();
 
-    // Links the kernel's folders of processes below 300 into the /proc that the test fills, where
+    // Links the kernel's folders of processes below 2000 into the /proc that the test fills, where
     // it has none of its own: sanitizers look their own process up there.
     static void kernel_processes();
 

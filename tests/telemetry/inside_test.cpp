@@ -3,7 +3,6 @@
 #include <zorv/ps.h>
 #include <zorv/stats.h>
 
-#include <climits>
 #include <filesystem>
 #include <memory>
 
@@ -119,7 +118,7 @@ TEST_F(Memory, RunsOutForJson)
         const Text text(json_dumps(json.get(), JSON_COMPACT));
         return std::string(text.get());
     };
-    const std::string whole = dump(convert(LONG_MAX));
+    const std::string whole = dump(convert(1000000));
     EXPECT_THAT(whole, testing::HasSubstr("\"state\":\"CONNECTED\""));
 
     long n = 1;

@@ -109,7 +109,7 @@ Page examine(const std::string &zorvctl = "zorvctl")
     page.reports = reason_of(json_object_get(document, "reports"));
     page.traces = reason_of(json_object_get(document, "traces"));
     json_decref(document);
-    EXPECT_EQ(page.outcome.status, page.healthy ? 0 : 1);
+    EXPECT_EQ(page.outcome.status, page.healthy ? 0 : 1) << page.outcome.errors;
     return page;
 }
 
