@@ -231,8 +231,8 @@ TEST_F(ZorvctlDiagnostics, TopIsLiveOnATerminal)
     kernel_processes();
     Terminal terminal;
     ASSERT_TRUE(terminal.shows("66.7 %"));
-    file("/proc/301/stat",
-         "301 (newcomer) R 7 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 4096 1 0\n");
+    file("/proc/3001/stat",
+         "3001 (newcomer) R 7 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 4096 1 0\n");
     EXPECT_TRUE(terminal.shows("newcomer"));
     terminal.resize(10, 40);
     EXPECT_TRUE(terminal.shows("FD COUNT", 2));
