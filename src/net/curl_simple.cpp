@@ -12,6 +12,7 @@
 
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "net/response.h"
 
 using namespace zorv;
 
@@ -46,7 +47,6 @@ struct Request {
 
 using Easy = std::unique_ptr<CURL, Closer<curl_easy_cleanup>>;
 using Headers = std::unique_ptr<curl_slist, Closer<curl_slist_free_all>>;
-using Response = std::unique_ptr<curl_simple_response, Closer<curl_simple_response_free>>;
 
 // Holds SIGPIPE back in this thread, and takes away one that was raised meanwhile. CURLOPT_NOSIGNAL
 // switches off libcurl's own care for it, and TLS libraries that write with write() raise it when

@@ -32,7 +32,7 @@ uint16_t country_of(uint16_t domain)
 
 File open_system_info()
 {
-    return File(fopen("/proc/zorvhal/system.info", "re"));
+    return File(fopen(kSystemInfo, "re"));
 }
 
 void read_id(const char *line, uint16_t &vendor, uint16_t &system, FoundIds &found)

@@ -14,6 +14,7 @@
 #include "core/log_gate.h"
 #include "core/own.h"
 #include "platform/config_files.h"
+#include "platform/system_info.h"
 #include "telemetry/crash_report.h"
 
 using namespace zorv;
@@ -21,7 +22,6 @@ using namespace zorv;
 namespace {
 
 constexpr char kModule[] = "crash";
-constexpr char kSystemInfo[] = "/proc/zorvhal/system.info";
 constexpr char kIsDefault[] = "/proc/zorvhal/status/IsDefault";
 constexpr char kFilterSystemCfg[] =
     "cat /tmp/system.cfg | syswrapper.sh systemcfg-sensitive-data-filter";

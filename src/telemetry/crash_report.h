@@ -4,12 +4,11 @@
 
 #include <cstddef>
 #include <cstdlib>
-#include <memory>
 
 #include <jansson.h>
 #include <zorv/curl_simple.h>
 
-#include "core/own.h"
+#include "net/response.h"
 
 namespace zorv {
 
@@ -36,8 +35,6 @@ json_t *generate_kernel_crash_payload();
 int post_crash(const char *url, json_t *payload, json_t **response);
 
 constexpr size_t kMostAnswered = 2048; // bytes kept of an answer; the service's are some 300
-
-using Response = std::unique_ptr<curl_simple_response, Closer<curl_simple_response_free>>;
 
 // What is kept of the body, as a text that ends at its first NUL; borrowed from the response.
 const char *body_text(const curl_simple_response &response);

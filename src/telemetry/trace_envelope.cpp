@@ -11,13 +11,13 @@
 #include "core/log_gate.h"
 #include "core/own.h"
 #include "platform/config_files.h"
+#include "platform/system_info.h"
 
 using namespace zorv;
 
 namespace {
 
 constexpr char kModule[] = "trace";
-constexpr char kSystemInfo[] = "/proc/zorvhal/system.info";
 constexpr size_t kAnonymousId = 65; // 64 hexadecimal digits
 
 constinit char g_device_id[kAnonymousId] = ""; // from the first envelope on

@@ -2,16 +2,16 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 
 #include <curl/curl.h>
 #include <jansson.h>
 #include <zorv/curl_simple.h>
-#include <zorv/file.h>
 
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "net/response.h"
 #include "telemetry/cloud_service.h"
+#include "telemetry/report_gate.h"
 #include "telemetry/trace_envelope.h"
 
 using namespace zorv;
@@ -19,15 +19,11 @@ using namespace zorv;
 namespace {
 
 constexpr char kModule[] = "trace";
-constexpr char kModeFile[] = "/var/run/system.analytics.mode";
-constexpr long kAnonymous = 2; // the mode of a unit that has not been told
 constexpr long kAcceptedStatus = 202;
 constexpr size_t kAnswer = 1024;    // bytes of an answer that are worth logging
 constexpr int kFreeFailures = 4;    // in a row, before the back-off begins
 constexpr uint64_t kFirst = 1000;   // milliseconds, of the back-off
 constexpr uint64_t kDay = 86400000; // milliseconds; a longer back-off has no end
-
-using Response = std::unique_ptr<curl_simple_response, Closer<curl_simple_response_free>>;
 
 // Of all traces that the process sends.
 constinit struct {
@@ -52,7 +48,7 @@ void note_answer()
 // 0, or the code of the gate that is shut.
 int ask_gates()
 {
-    if (freadlong(kModeFile, kAnonymous) == 0)
+    if (analytics_mode() == kOff)
         return TRACE_OFF;
     // On purpose nothing leads back from here: the next chance is the next start of the daemon.
     if (g_sender.delay > kDay)

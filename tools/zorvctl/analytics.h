@@ -4,10 +4,12 @@
 
 #include <zorv/file.h>
 
+#include "telemetry/report_gate.h"
+
 namespace ctl {
 
-constexpr char kModeFile[] = "/var/run/system.analytics.mode";
-constexpr char kCoredumpFile[] = "/var/run/system.analytics.coredump";
+inline constexpr auto &kModeFile = zorv::kAnalyticsMode;
+inline constexpr auto &kCoredumpFile = zorv::kUploadAllowed;
 
 // A number in a state file, and whether it stands there or is the default.
 struct UnitSetting {
@@ -24,7 +26,7 @@ inline UnitSetting read_setting(const char *path, long fallback)
 // 0 off, 1 with identities, 2 anonymous; any other number is on as well.
 inline UnitSetting unit_mode()
 {
-    return read_setting(kModeFile, 2);
+    return read_setting(kModeFile, zorv::kAnonymous);
 }
 
 // 1 lets dumps be uploaded, nothing else does.
