@@ -1,4 +1,4 @@
-// What every report begins with.
+// What every report begins with, and where it goes.
 #include <zorv/crash.h>
 
 #include <cstdint>
@@ -15,6 +15,7 @@
 #include "core/own.h"
 #include "platform/config_files.h"
 #include "platform/system_info.h"
+#include "telemetry/cloud_service.h"
 #include "telemetry/crash_report.h"
 
 using namespace zorv;
@@ -91,6 +92,12 @@ void add_local_time(json_t *object)
 }
 
 } // namespace
+
+int zorv::build_crash_report_url(char (&url)[kReportUrl], const char *kind)
+{
+    const int length = snprintf(url, sizeof url, "%s/v1/%s", kCrashService.origin(), kind);
+    return length < static_cast<int>(sizeof url) ? 0 : length;
+}
 
 int json_object_capture_popen(json_t *obj, const char *key, const char *cmd)
 {

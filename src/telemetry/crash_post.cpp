@@ -2,12 +2,14 @@
 #include <zorv/crash.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include <curl/curl.h>
 
 #include "core/log_gate.h"
 #include "core/own.h"
-#include "telemetry/cloud_service.h"
+#include "net/json_request.h"
 #include "telemetry/crash_report.h"
 
 using namespace zorv;
@@ -19,23 +21,42 @@ constexpr char kKeptPayload[] = "/var/run/report_payload.txt";
 constexpr char kKeptCommand[] = "/var/run/report_payload_cmd.txt";
 constexpr size_t kMostKept = 102400; // bytes of a payload without its newline; /var/run is memory
 
-} // namespace
-
-int zorv::build_crash_report_url(char (&url)[kReportUrl], const char *kind)
+// Leaves out the white space between the tokens of a JSON text, which makes its compact form.
+void copy_compact(char *to, const char *from)
 {
-    const int length = snprintf(url, sizeof url, "%s/v1/%s", kCrashService.origin(), kind);
-    return length < static_cast<int>(sizeof url) ? 0 : length;
+    bool in_string = false;
+    for (; *from; ++from) {
+        if (in_string && *from == '\\')
+            *to++ = *from++; // what is escaped ends no string
+        else if (*from == '"')
+            in_string = !in_string;
+        else if (!in_string && (*from == ' ' || *from == '\n'))
+            continue;
+        *to++ = *from;
+    }
+    *to = '\0';
 }
 
-void save_crash_payload(json_t *payload)
+} // namespace
+
+ReportText zorv::dump_report(const json_t *report)
 {
-    // One pass into a buffer of the most that is kept; of more than that only the length matters.
-    const Text text(static_cast<char *>(malloc(kMostKept)));
-    const size_t length = text ? json_dumpb(payload, text.get(), kMostKept, JSON_INDENT(2)) : 0;
-    if (length == 0) {
+    ReportText text = {Text(json_dumps(report, JSON_INDENT(2))), nullptr};
+    if (!text.kept)
+        return text;
+    text.posted.reset(static_cast<char *>(malloc(strlen(text.kept.get()) + 1)));
+    if (text.posted)
+        copy_compact(text.posted.get(), text.kept.get());
+    return text;
+}
+
+void zorv::save_crash_payload(const char *text)
+{
+    if (!text) {
         log_error("Invalid payload");
         return;
     }
+    const size_t length = strlen(text);
     if (length > kMostKept) {
         log_info("Skipped saving crash report payload because it was > 100KB (%d)",
                  static_cast<int>(length));
@@ -46,9 +67,15 @@ void save_crash_payload(json_t *payload)
         log_error("Failed opening file for saving crash report payload");
         return;
     }
-    fwrite(text.get(), 1, length, file.get());
+    fwrite(text, 1, length, file.get());
     fputc('\n', file.get());
     log_info("Saved crash report payload of %d bytes", static_cast<int>(length));
+}
+
+void save_crash_payload(json_t *payload)
+{
+    const Text text(json_dumps(payload, JSON_INDENT(2)));
+    save_crash_payload(text.get());
 }
 
 void save_crash_payload_cmd(const char *cmd)
@@ -83,13 +110,14 @@ int zorv::post_crash(const char *url, json_t *payload, json_t **response)
         log_error("Failed to allocate curl response");
         return -1;
     }
-    const int code = curl_simple_post_json(url, 0, payload, reply.get());
+    const ReportText text = dump_report(payload);
+    const int code = post_json(url, 0, payload, text.posted.get(), reply.get());
     if (code != 0) {
         log_warning("POST '%s' failed: [%d] %s", url, code,
                     curl_easy_strerror(static_cast<CURLcode>(code)));
         return -1;
     }
-    save_crash_payload(payload);
+    save_crash_payload(text.kept.get());
     const char *const body = body_text(*reply);
     if (reply->status != 200) {
         log_warning("POST '%s' failed: [%ld] %s", url, reply->status, body);

@@ -71,6 +71,17 @@ TEST_F(CrashInside, MemoryRunsOutWhileALogIsPrepared)
     static_cast<void>(logged());
 }
 
+TEST_F(CrashInside, BothTextsOfAReportAreThoseOfJansson)
+{
+    const Json report(json_pack("{s:s, s:s, s:s, s:{s:[i, f, b, n, []], s:{}}}", "crash_log",
+                                "a \"log\": 1,\n\ttwo\\ \\\" { \xc3\xa9 }\x01 ", "q\" \\", "", "  ",
+                                " \\", "nested", "array", -1, 0.5, 1, "object"));
+    ASSERT_TRUE(report);
+    const ReportText text = dump_report(report.get());
+    EXPECT_STREQ(text.posted.get(), Text(json_dumps(report.get(), JSON_COMPACT)).get());
+    EXPECT_STREQ(text.kept.get(), Text(json_dumps(report.get(), JSON_INDENT(2))).get());
+}
+
 TEST_F(CrashInside, MemoryRunsOutForAReport)
 {
     libzorv_log_use_syslog = 0;
