@@ -346,7 +346,7 @@ TEST_F(Zorvctl, ApplyLeavesTheOldFileWhenThereIsNoRoom)
     EXPECT_EQ(files(), "a.cfg\n");
 
     file("/tmp/work/a.cfg", text.substr(0, 5000) + "\n");
-    const Outcome limited = run("cd /tmp/work && ulimit -f 1 && zorvctl cfg apply --set a=1 a.cfg");
+    const Outcome limited = run("cd /tmp/work && ulimit -f 4 && zorvctl cfg apply --set a=1 a.cfg");
     EXPECT_EQ(limited.status, 5);
     EXPECT_EQ(files(), "a.cfg\n");
 }
