@@ -4,6 +4,7 @@
 #include <cstring>
 #include <optional>
 #include <unordered_map>
+#include <vector>
 
 #include "cfg.h"
 #include "text_file.h"

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <optional>
+#include <vector>
 
 #include "cfg.h"
 
@@ -204,10 +205,10 @@ void add_get(Family &cfg)
     app.add_option("FILE", args.file, "The configuration file")->required();
     app.add_option("KEY", args.key, "The key; case does not matter")->required();
     app.add_option("--default", args.fallback, "Print this when there is no such value");
-    CLI::App *types = app.add_option_group("Type", "What the value is read as; at most one");
-    types->require_option(0, 1);
+    const Options types = app.add_option_group("Type", "What the value is read as; at most one");
+    types.require_option(0, 1);
     for (const auto &row : kTypes)
-        types->add_flag_callback(
+        types.add_flag_callback(
             row.flag, [&type = args.type, wanted = row.type] { type = wanted; }, row.description);
 }
 
@@ -216,15 +217,15 @@ void add_list(Family &cfg)
     const auto [app, args] = cfg.verb("list", "List the entries in the order of the file",
                                       "zorvctl cfg list /tmp/system.cfg wireless.1.", list);
     app.add_option("FILE", args.file, "The configuration file")->required();
-    CLI::Option *prefix = app.add_option(
+    const Option prefix = app.add_option(
         "PREFIX", args.prefix, "What the keys begin with, in its case; exit 1 when none does");
     app.add_flag("--exact", args.exact, "The whole key, in any case")->needs(prefix);
 }
 
-void add_section_options(CLI::App &app, SectionArgs &args)
+void add_section_options(Options app, SectionArgs &args)
 {
     app.add_option("--postfix", args.postfix, "What follows the index, from its \".\" on");
-    CLI::Option *value = app.add_option("--value", args.value, "Only entries of this value");
+    const Option value = app.add_option("--value", args.value, "Only entries of this value");
     app.add_flag("--enabled", args.enabled, "Only entries whose value says on")->excludes(value);
 }
 
@@ -244,10 +245,10 @@ void add_count(Family &cfg)
         "count", "Count the entries, those of a prefix, or those of a section",
         "zorvctl cfg count /tmp/system.cfg wireless. --section --postfix .status --enabled", count);
     app.add_option("FILE", args.file, "The configuration file")->required();
-    CLI::Option *prefix = app.add_option("PREFIX", args.prefix, "What the keys begin with");
-    CLI::Option *exact =
+    const Option prefix = app.add_option("PREFIX", args.prefix, "What the keys begin with");
+    const Option exact =
         app.add_flag("--exact", args.exact, "The whole key, in any case")->needs(prefix);
-    CLI::Option *section =
+    const Option section =
         app.add_flag("--section", args.section, "Count as the verb section lists");
     section->needs(prefix)->excludes(exact);
     add_section_options(app, args);

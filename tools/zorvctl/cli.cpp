@@ -4,7 +4,9 @@
 #include <cstring>
 #include <iterator>
 #include <utility>
+#include <vector>
 
+#include <CLI/CLI.hpp>
 #include <zorv/log.h>
 #include <zorv/version.h>
 
@@ -41,19 +43,42 @@ void show_version(Reply &reply)
     reply.line(zorv_git_tag);
 }
 
+std::string help_command(const CLI::App &root)
+{
+    std::string command = "zorvctl";
+    for (const CLI::App *app = &root; !app->get_subcommands().empty();) {
+        app = app->get_subcommands().back();
+        command += " " + app->get_name();
+    }
+    return command + " --help";
+}
+
+// The parser asks for a missing verb before it complains about words that it does not know.
+std::string usage_message(const CLI::App &root, const CLI::ParseError &error)
+{
+    const std::vector<std::string> unknown = root.remaining(true);
+    if (dynamic_cast<const CLI::RequiredError *>(&error) && !unknown.empty())
+        return "unknown word: " + unknown.front();
+    return error.what();
+}
+
 } // namespace
 
-Cli::Cli() : root_("The command-line face of the appliance's utility library.", "zorvctl")
+Cli::Cli()
+    : root_(std::make_unique<CLI::App>("The command-line face of the appliance's utility library.",
+                                       "zorvctl"))
 {
-    root_.set_help_flag("-h,--help", "Show how it is used, with an example")
+    root_->set_help_flag("-h,--help", "Show how it is used, with an example")
         ->group("Common options");
     root_
-        .set_version_flag("--version", ZORVCTL_VERSION, "Show the version and the source revision")
+        ->set_version_flag("--version", ZORVCTL_VERSION, "Show the version and the source revision")
         ->group("Common options");
-    root_.require_subcommand(1);
-    root_.footer(kExitCodes);
-    add_common_options(root_);
+    root_->require_subcommand(1);
+    root_->footer(kExitCodes);
+    add_common_options(*root_);
 }
+
+Cli::~Cli() = default;
 
 // Every level has the common options, so that they may stand anywhere on the command line. Letting
 // unknown words fall through to the parent instead would take a file named "cfg" for a family.
@@ -80,58 +105,40 @@ CLI::App *Cli::add(CLI::App &parent, const char *name, const char *description)
 
 Family Cli::family(const char *name, const char *description)
 {
-    CLI::App *app = add(root_, name, description);
+    CLI::App *app = add(*root_, name, description);
     app->require_subcommand(1);
     return {*this, *app};
 }
 
 Family Cli::root()
 {
-    return {*this, root_};
+    return {*this, *root_};
 }
 
-CLI::App &Family::add(const char *name, const char *description, const std::string &example,
-                      std::function<void(Reply &)> run)
+Options Family::add(const char *name, const char *description, const std::string &example,
+                    std::function<void(Reply &)> run)
 {
     CLI::App *app = cli_.add(app_, name, description);
     app->footer("Example:\n  " + example);
     app->callback([this_cli = &cli_, run = std::move(run)] { this_cli->chosen_ = run; });
-    return *app;
-}
-
-std::string Cli::help_command()
-{
-    std::string command = "zorvctl";
-    for (const CLI::App *app = &root_; !app->get_subcommands().empty();) {
-        app = app->get_subcommands().back();
-        command += " " + app->get_name();
-    }
-    return command + " --help";
-}
-
-// The parser asks for a missing verb before it complains about words that it does not know.
-std::string Cli::usage_message(const CLI::ParseError &error)
-{
-    const std::vector<std::string> unknown = root_.remaining(true);
-    if (dynamic_cast<const CLI::RequiredError *>(&error) && !unknown.empty())
-        return "unknown word: " + unknown.front();
-    return error.what();
+    return Options(app);
 }
 
 Reply Cli::answer(int argc, const char *const *argv, bool json)
 {
     Reply reply(json);
     try {
-        root_.parse(argc, argv);
+        root_->parse(argc, argv);
     } catch (const CLI::CallForVersion &) {
         show_version(reply);
         return reply;
     } catch (const CLI::CallForHelp &) {
-        reply.text = root_.help();
+        reply.text = root_->help();
         reply.document.set("help", reply.text);
         return reply;
     } catch (const CLI::ParseError &error) {
-        throw Failure(Exit::usage, usage_message(error) + " (see: " + help_command() + ")");
+        throw Failure(Exit::usage,
+                      usage_message(*root_, error) + " (see: " + help_command(*root_) + ")");
     }
     constexpr int kLevels[] = {1, 4, 8, 16}; // errors; warnings and news; debug; everything
     libzorv_log_level =

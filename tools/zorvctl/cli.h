@@ -6,8 +6,7 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
+#include "options.h"
 #include "output.h"
 
 namespace ctl {
@@ -15,7 +14,7 @@ namespace ctl {
 // What declaring a verb gives: the place for its options, and the arguments they fill.
 template <class Arguments>
 struct Verb {
-    CLI::App &app;
+    Options app;
     Arguments &args;
 };
 
@@ -24,6 +23,7 @@ class Family;
 class Cli {
 public:
     Cli();
+    ~Cli();
 
     Family family(const char *name, const char *description);
 
@@ -38,11 +38,9 @@ private:
 
     CLI::App *add(CLI::App &parent, const char *name, const char *description);
     void add_common_options(CLI::App &app);
-    std::string help_command();
-    std::string usage_message(const CLI::ParseError &error);
     Reply answer(int argc, const char *const *argv, bool json);
 
-    CLI::App root_;
+    std::unique_ptr<CLI::App> root_;
     std::function<void(Reply &)> chosen_;
     int verbosity_ = 0;
 };
@@ -63,8 +61,8 @@ public:
     }
 
 private:
-    CLI::App &add(const char *name, const char *description, const std::string &example,
-                  std::function<void(Reply &)> run);
+    Options add(const char *name, const char *description, const std::string &example,
+                std::function<void(Reply &)> run);
 
     Cli &cli_;
     CLI::App &app_;

@@ -6,6 +6,7 @@
 // process has the directory open any more.
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <optional>
 
 #include <fcntl.h>
@@ -263,8 +264,8 @@ void add_crash_prune(Family &crash)
         "prune",
         "Remove the oldest logs that the service has, or never gets, and that are finished",
         "zorvctl crash prune --max-size 1000000 --dry-run", prune);
-    CLI::Option *const keep = app.add_option("--keep", args.keep, "How many of them to keep");
-    CLI::Option *const size =
+    const Option keep = app.add_option("--keep", args.keep, "How many of them to keep");
+    const Option size =
         app.add_option("--max-size", args.max_size, "Bytes that the whole store may have");
     size->excludes(keep);
     app.add_option("--max-age", args.max_age, "Days that they may be old")

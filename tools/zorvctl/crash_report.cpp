@@ -144,10 +144,9 @@ void add_crash_report(Family &crash)
         app.add_option("FILE", args.file, "The bytes; - is the standard input");
         app.add_option("--name", args.name, "Of the process, or of the RAM dump")
             ->required()
-            ->check(CLI::Validator(check_name, "A-Za-z0-9._-"));
+            ->check(check_name, "A-Za-z0-9._-");
         app.add_option("--type", args.type, "core unless given; a ram dump has no process")
-            ->transform(CLI::CheckedTransformer(std::map<std::string, int>{
-                {"core", 0}, {"app", 1}, {"oom", 2}, {"ram", kRamDump}}));
+            ->transform({{"core", 0}, {"app", 1}, {"oom", 2}, {"ram", kRamDump}});
         app.add_option("--pid", args.pid, "Of the process");
         app.add_option("--signal", args.signal, "That ended it");
         app.add_option("--crashes", args.crashes, "Of that program so far")->capture_default_str();

@@ -370,7 +370,7 @@ void add_discovery(Cli &cli)
     listen_verb.app.add_option("--count", listen_verb.args.count,
                                "End after so many messages; exit status 1 when fewer came");
     listen_verb.app.add_option("--timeout", listen_verb.args.timeout, "End after so many seconds")
-        ->check(CLI::Range(0.0, 1e9));
+        ->check_range(0, 1e9);
 
     auto send_verb =
         family.verb<SendArgs>("send", "Send messages to the group",

@@ -1,6 +1,8 @@
 // doctor.cpp - one page on the unit: what is sent, what is there, what is off.
 #include "doctor.h"
 
+#include <vector>
+
 #include "cli.h"
 #include "families.h"
 

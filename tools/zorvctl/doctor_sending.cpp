@@ -2,6 +2,7 @@
 #include "doctor.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include <curl/curl.h>
 #include <unistd.h>

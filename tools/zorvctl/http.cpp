@@ -192,13 +192,13 @@ void run(const HttpArgs &args, Reply &reply)
     request(curl_simple_method_str[Method], args, reply);
 }
 
-void add_options(CLI::App &app, HttpArgs &args)
+void add_options(Options app, HttpArgs &args)
 {
     app.add_option("URL", args.url, "Where to")->required();
     app.add_option("--header", args.headers, "A header line; may be repeated")
         ->allow_extra_args(false);
     app.add_option("--max", args.max, "Bytes of the body to keep")->capture_default_str();
-    CLI::Option *const doh =
+    const Option doh =
         app.add_flag("--doh", args.doh, "Look the host up by the DNS-over-HTTPS resolvers");
     app.add_flag("--doh-fallback", args.fallback, "Then by the system's when they do not know it")
         ->needs(doh);

@@ -63,7 +63,7 @@ void add_stats(Cli &cli)
         cli.root().verb("conntrack", "List the hosts with the most tracked connections",
                         "zorvctl conntrack -n 3", conntrack);
     app.add_option("-n", args.most, "How many hosts at most")
-        ->check(CLI::NonNegativeNumber)
+        ->check_not_negative()
         ->capture_default_str();
 }
 

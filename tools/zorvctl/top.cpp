@@ -164,7 +164,7 @@ void add_top(Cli &cli)
     const auto [app, args] = cli.root().verb(
         "top", "Watch memory, connections and processes; q quits", "zorvctl top", top);
     app.add_option("-d", args.delay, "Seconds between two pictures")
-        ->check(CLI::Range(0.1, 3600.0))
+        ->check_range(0.1, 3600)
         ->capture_default_str();
 }
 
