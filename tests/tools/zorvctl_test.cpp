@@ -112,6 +112,7 @@ TEST_F(Zorvctl, FailuresHaveACodeAndAnExitStatus)
         {"cfg get a.cfg", 2, "usage"},
         {"cfg get a.cfg a b", 2, "usage"},
         {"cfg get a.cfg a --int --bool", 2, "usage"},
+        {"cfg get a.cfg a \"\" --nonsense", 2, "usage"},
         {"cfg get a.cfg c --int --default x", 2, "usage"},
         {"cfg get a.cfg c", 1, "not-found"},
         {"cfg get a.cfg b --int", 1, "not-found"},

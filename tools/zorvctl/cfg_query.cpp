@@ -28,6 +28,7 @@ struct GetArgs {
     std::string file, key;
     std::optional<std::string> fallback;
     Type type = Type::text;
+    int types_given = 0;
 };
 
 struct ListArgs {
@@ -97,6 +98,8 @@ std::optional<Found> look_up(Type type, cfg_entry *cfg, const std::string &key)
 
 void get(const GetArgs &args, Reply &reply)
 {
+    if (args.types_given > 1)
+        throw Failure(Exit::usage, "a value is read as one type, not several");
     const Config cfg = load(args.file);
     auto found = look_up(args.type, cfg.get(), args.key);
     reply.document.set("key", args.key).set("found", found.has_value());
@@ -205,11 +208,15 @@ void add_get(Family &cfg)
     app.add_option("FILE", args.file, "The configuration file")->required();
     app.add_option("KEY", args.key, "The key; case does not matter")->required();
     app.add_option("--default", args.fallback, "Print this when there is no such value");
-    const Options types = app.add_option_group("Type", "What the value is read as; at most one");
-    types.require_option(0, 1);
     for (const auto &row : kTypes)
-        types.add_flag_callback(
-            row.flag, [&type = args.type, wanted = row.type] { type = wanted; }, row.description);
+        app.add_flag_callback(
+               row.flag,
+               [&args = args, wanted = row.type] {
+                   args.type = wanted;
+                   ++args.types_given;
+               },
+               row.description)
+            ->group("Read as, at most one of");
 }
 
 void add_list(Family &cfg)

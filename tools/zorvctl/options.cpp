@@ -23,6 +23,11 @@ Option Option::excludes(Option other) const
     return Option(option_->excludes(other.option_));
 }
 
+Option Option::group(const char *heading) const
+{
+    return Option(option_->group(heading));
+}
+
 Option Option::allow_extra_args(bool allowed) const
 {
     return Option(option_->allow_extra_args(allowed));
@@ -99,16 +104,6 @@ Option Options::add_flag_callback(const char *name, const std::function<void()> 
 Option Options::get_option(const char *name) const
 {
     return Option(app_->get_option(name));
-}
-
-Options Options::add_option_group(const char *name, const char *description) const
-{
-    return Options(app_->add_option_group(name, description));
-}
-
-void Options::require_option(size_t least, size_t most) const
-{
-    app_->require_option(least, most);
 }
 
 } // namespace ctl

@@ -26,6 +26,9 @@ public:
     Option needs(Option other) const;
     Option excludes(Option other) const;
 
+    // The heading that --help lists it under.
+    Option group(const char *heading) const;
+
     // Of a vector: whether one "--option" takes all the values that follow it.
     Option allow_extra_args(bool allowed) const;
 
@@ -60,10 +63,6 @@ public:
     Option add_flag_callback(const char *name, const std::function<void()> &given,
                              const char *description) const;
     Option get_option(const char *name) const;
-
-    // Options under a heading of their own, of which so many may be given.
-    Options add_option_group(const char *name, const char *description) const;
-    void require_option(size_t least, size_t most) const;
 
 private:
     CLI::App *app_; // the parser's
