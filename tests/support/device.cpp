@@ -3,7 +3,6 @@
 #include "support/enter.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -16,11 +15,12 @@
 #include <linux/capability.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <unistd.h>
-
-#include <zorv/log.h>
 
 namespace fs = std::filesystem;
 
@@ -36,6 +36,8 @@ struct {
     FILE *stream;   // the stream that it is while a test runs
     off_t read;     // bytes that logged() has returned
 } g_log;
+
+int g_syslog = -1; // the socket of start_syslog()
 
 std::string read_from(int fd, off_t offset)
 {
@@ -201,7 +203,45 @@ void Device::unprivileged()
     set_powers(false);
 }
 
-bool Device::alive(pid_t pid)
+void Device::make_bridge()
 {
-    return kill(pid, 0) == 0 || errno == EPERM;
+    must_run("ip link add br0 address 02:a0:f1:00:00:01 type bridge &&"
+             "ip addr add 192.0.2.1/24 dev br0 &&"
+             "ip link add eth0 address 02:a0:f1:00:00:10 type veth peer name far0 &&"
+             "ip link set eth0 master br0 &&"
+             "ip link set eth0 up && ip link set far0 up && ip link set br0 up &&"
+             "until bridge link show dev eth0 | grep -q 'state forwarding'; do :; done");
+}
+
+void Device::start_syslog()
+{
+    libzorv_log_use_syslog = 1;
+    file("/var/log/messages", "");
+    const sockaddr_un address = {AF_UNIX, "/dev/log"};
+    const int type = SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK;
+    g_syslog = static_cast<int>(check(socket(AF_UNIX, type, 0), "socket"));
+    check(bind(g_syslog, reinterpret_cast<const sockaddr *>(&address), sizeof address), "/dev/log");
+}
+
+std::string Device::syslogged()
+{
+    char datagram[4096];
+    const ssize_t size = recv(g_syslog, datagram, sizeof datagram, 0);
+    return {datagram, size > 0 ? static_cast<size_t>(size) : 0};
+}
+
+int Device::open_descriptors()
+{
+    int count = 0;
+    for (int fd = 0; fd < 1024; ++fd)
+        count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
+    return count;
+}
+
+void Device::limit_descriptors(int number)
+{
+    rlimit limit;
+    check(getrlimit(RLIMIT_NOFILE, &limit), "RLIMIT_NOFILE");
+    limit.rlim_cur = number < 0 ? limit.rlim_max : static_cast<rlim_t>(number);
+    check(setrlimit(RLIMIT_NOFILE, &limit), "RLIMIT_NOFILE");
 }

@@ -19,6 +19,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/types.h>
+#include <zorv/log.h>
+
+// What most tests compare with.
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
 
 // The fixture. Its functions throw std::system_error, which fails the test, when the device cannot
 // do what they are asked; they are static and public, so that helpers of a test file can call them.
@@ -75,8 +83,23 @@ public:
     // Gives up the powers of root, so that file modes and limits hold, for the rest of the test.
     static void unprivileged();
 
-    // Whether a process exists; one that nobody has waited for still does.
-    static bool alive(pid_t pid);
+    // Makes a bridge br0 at 192.0.2.1/24 with a port eth0, whose other end is far0: all are up, and
+    // the port forwards. Their addresses are 02:a0:f1:00:00:01 and 02:a0:f1:00:00:10.
+    static void make_bridge();
+
+    // Makes what a syslog daemon has, its file and its socket, and lets the library use it.
+    static void start_syslog();
+
+    // The next datagram at that socket, with the priority, time and tag of the C library; empty
+    // when there is none.
+    static std::string syslogged();
+
+    // How many descriptors are open.
+    static int open_descriptors();
+
+    // From now on descriptors of this number and above cannot be opened; without a number they can
+    // again.
+    static void limit_descriptors(int number = -1);
 };
 
 #endif

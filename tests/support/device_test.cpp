@@ -3,14 +3,10 @@
 #include <cstdio>
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "support/device.h"
-
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 TEST_F(Device, IsOursToWriteAndTheBuildMachineIsNot)
 {
@@ -27,38 +23,6 @@ TEST_F(Device, IsOursToWriteAndTheBuildMachineIsNot)
     EXPECT_EQ(open("/usr/bin/slip", O_CREAT | O_WRONLY | O_CLOEXEC, 0600), -1);
     EXPECT_EQ(errno, EROFS);
     EXPECT_TRUE(exists(ZORV_SOURCE_DIR "/CMakeLists.txt"));
-}
-
-TEST_F(Device, RunsProgramsAndTheTestsOwnFirst)
-{
-    script("/usr/local/bin/logread", "#!/bin/sh\necho from the log; echo oops >&2; exit 3\n");
-    const Outcome outcome = run("logread | cat; logread 2>/dev/null");
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_EQ(outcome.output, "from the log\nfrom the log\n");
-    EXPECT_EQ(outcome.errors, "oops\n");
-    EXPECT_EQ(run("kill -SEGV $$").status, 128 + SIGSEGV);
-    EXPECT_THROW(must_run("exit 1"), std::runtime_error);
-}
-
-TEST_F(Device, HasANetworkOfItsOwn)
-{
-    must_run("ip link add br0 type bridge && ip addr add 192.0.2.1/24 dev br0");
-    must_run("ip link add eth0 type veth peer name far0 && ip link set eth0 master br0");
-    EXPECT_THAT(run("ip -o addr show dev lo").output, HasSubstr("127.0.0.1/8"));
-    EXPECT_EQ(run("ip -o link | wc -l").output, "4\n");
-    EXPECT_FALSE(exists("/sys/class"));
-    kernel_sys();
-    EXPECT_TRUE(exists("/sys/class/net/br0/brif/eth0"));
-}
-
-TEST_F(Device, SeesOnlyItsOwnProcesses)
-{
-    EXPECT_FALSE(exists("/proc/self"));
-    kernel_proc();
-    EXPECT_EQ(read("/proc/1/comm"), read("/proc/self/comm"));
-    EXPECT_LT(getpid(), 10);
-    must_run("sleep 1000 & echo $! > /tmp/pid");
-    EXPECT_TRUE(alive(std::stoi(read("/tmp/pid"))));
 }
 
 TEST_F(Device, FillsAndRefusesLikeARealOne)
