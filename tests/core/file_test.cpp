@@ -1,5 +1,4 @@
 #include <zorv/file.h>
-#include <zorv/log.h>
 
 #include <climits>
 
@@ -8,8 +7,6 @@
 #include <unistd.h>
 
 #include "support/device.h"
-
-using testing::ElementsAre;
 
 class Files : public Device {
 protected:
@@ -251,8 +248,7 @@ TEST_F(Files, CountersGoUpAndDown)
 
 TEST_F(Files, NoDescriptorStaysOpen)
 {
-    const int before = fcntl(0, F_DUPFD_CLOEXEC, 0);
-    close(before);
+    const int before = open_descriptors();
     char line[300];
     freadline(holding("a=1\n"), line, sizeof line, "");
     freadvalue("/tmp/state", "a", line, sizeof line, "");
@@ -260,7 +256,5 @@ TEST_F(Files, NoDescriptorStaysOpen)
     freadi64at(AT_FDCWD, "/tmp/state", 1);
     faddlongat(AT_FDCWD, "/tmp/state", 1);
     fwritelineat(AT_FDCWD, "/tmp/state", "x");
-    const int after = fcntl(0, F_DUPFD_CLOEXEC, 0);
-    close(after);
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(open_descriptors(), before);
 }

@@ -9,7 +9,6 @@
 #include "support/device.h"
 
 using Inside = Device;
-using testing::ElementsAre;
 using testing::MatchesRegex;
 
 TEST_F(Inside, FormattedTextsFailInSilence)

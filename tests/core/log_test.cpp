@@ -4,21 +4,16 @@
 
 #include <fcntl.h>
 #include <jansson.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include "core/log_gate.h"
 #include "support/allocation.h"
 #include "support/device.h"
 
-using testing::ElementsAre;
 using testing::EndsWith;
-using testing::IsEmpty;
 using testing::SizeIs;
-using testing::StartsWith;
 
 namespace {
 
@@ -32,31 +27,7 @@ std::string prefix()
     return program_invocation_short_name + ("[" + std::to_string(getpid())) + "]: ";
 }
 
-class Log : public Device {
-protected:
-    ~Log() override { close(syslog_); }
-
-    // Makes what a syslog daemon has: its file, and its socket.
-    void start_syslog()
-    {
-        libzorv_log_use_syslog = 1;
-        file("/var/log/messages", "");
-        const sockaddr_un address = {AF_UNIX, "/dev/log"};
-        syslog_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        ASSERT_EQ(bind(syslog_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-    }
-
-    // The next datagram; empty when there is none.
-    std::string syslogged() const
-    {
-        char datagram[4096];
-        const ssize_t size = recv(syslog_, datagram, sizeof datagram, 0);
-        return {datagram, size > 0 ? static_cast<size_t>(size) : 0};
-    }
-
-private:
-    int syslog_ = -1;
-};
+using Log = Device;
 
 } // namespace
 

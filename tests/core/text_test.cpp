@@ -1,4 +1,3 @@
-#include <zorv/log.h>
 #include <zorv/text.h>
 
 #include <cstring>
@@ -8,7 +7,6 @@
 
 using namespace std::literals;
 using testing::Each;
-using testing::ElementsAre;
 
 class Texts : public Device {
 protected:
