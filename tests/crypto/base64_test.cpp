@@ -146,17 +146,15 @@ TEST(Base64, NothingIsReadOfThePageBehindTheText)
 
 TEST(Base64, LengthsHoldAtTheLimitsOfAnInt)
 {
-    const struct {
-        int length, size;
-    } kLengths[] = {
+    const std::pair<int, int> kLengths[] = {
         {0, 1},           {1, 5},  {2, 5},       {3, 5},        {4, 9},
         {300, 401},       {-1, 1}, {INT_MIN, 1}, {INT_MAX, -1}, {1610612733, 2147483645},
         {1610612734, -1},
     };
-    for (const auto &row : kLengths) {
-        SCOPED_TRACE(row.length);
-        EXPECT_EQ(base64_encode_len(row.length), row.size);
-        EXPECT_EQ(base64url_encode_len(row.length), row.size);
+    for (const auto &[length, size] : kLengths) {
+        SCOPED_TRACE(length);
+        EXPECT_EQ(base64_encode_len(length), size);
+        EXPECT_EQ(base64url_encode_len(length), size);
     }
     char text[] = "before";
     base64rfc_encode(text, nullptr, -3);
