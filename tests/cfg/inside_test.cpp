@@ -13,7 +13,6 @@
 #include "support/device.h"
 
 using namespace zorv;
-using testing::IsEmpty;
 
 namespace {
 

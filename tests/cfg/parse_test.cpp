@@ -2,13 +2,11 @@
 #include <memory>
 
 #include <zorv/cfg.h>
-#include <zorv/log.h>
 
 #include "cfg/model.h"
 #include "support/device.h"
 
 using model::List;
-using testing::IsEmpty;
 
 namespace {
 

@@ -8,8 +8,6 @@
 #include "support/device.h"
 
 using model::List;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -110,16 +108,14 @@ TEST_F(CfgQuery, NumbersAreReadAsStrtolReadsThem)
 
 TEST_F(CfgQuery, SwitchesKnowTheirWords)
 {
-    const struct {
-        const char *word;
-        int state;
-    } rows[] = {{"on", 1},       {"enabled", 1},     {"1", 1},   {"enable", 1},   {"active", 1},
-                {"true", 1},     {"off", 0},         {"0", 0},   {"disabled", 0}, {"disable", 0},
-                {"inactive", 0}, {"false", 0},       {"yes", 9}, {"", 9},         {"tru", 9},
-                {"truer", 9},    {"\t Enabled ", 1}, {"OFF", 0}, {"\ron", 9},     {"01", 9}};
-    for (const auto &row : rows) {
-        const Cfg cfg = parse_text(std::string("s=") + row.word + "\n");
-        EXPECT_EQ(get_bool(cfg.get(), 9, "s"), row.state) << row.word;
+    const std::pair<const char *, int> rows[] = {
+        {"on", 1},       {"enabled", 1},     {"1", 1},   {"enable", 1},   {"active", 1},
+        {"true", 1},     {"off", 0},         {"0", 0},   {"disabled", 0}, {"disable", 0},
+        {"inactive", 0}, {"false", 0},       {"yes", 9}, {"", 9},         {"tru", 9},
+        {"truer", 9},    {"\t Enabled ", 1}, {"OFF", 0}, {"\ron", 9},     {"01", 9}};
+    for (const auto &[word, state] : rows) {
+        const Cfg cfg = parse_text(std::string("s=") + word + "\n");
+        EXPECT_EQ(get_bool(cfg.get(), 9, "s"), state) << word;
     }
     EXPECT_EQ(get_bool(nullptr, 9, "s"), 9);
 }
