@@ -1,16 +1,12 @@
 #include "support/allocation.h"
 
 #include <zorv/exec.h>
-#include <zorv/log.h>
 
 #include <cstdlib>
 #include <memory>
 #include <string>
 
 #include "support/device.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

@@ -1,5 +1,4 @@
 #include <zorv/exec.h>
-#include <zorv/log.h>
 
 #include <algorithm>
 #include <csignal>
@@ -7,15 +6,10 @@
 #include <memory>
 #include <string>
 
-#include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "support/device.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -35,14 +29,6 @@ std::string alloc_output(const char *command, size_t max_size)
 {
     const std::unique_ptr<char, decltype(&free)> text(popen_alloc_output(command, max_size), free);
     return text ? text.get() : "(null)";
-}
-
-int open_descriptors()
-{
-    int count = 0;
-    for (int fd = 0; fd < 256; ++fd)
-        count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
-    return count;
 }
 
 // The numbers from 1 on, so that a piece out of place shows.
@@ -119,15 +105,12 @@ TEST_F(Capture, TheStatusIsLoggedAndChangesNothing)
 TEST_F(Capture, ACommandThatCannotBeStarted)
 {
     char buffer[] = "kept";
-    rlimit usual;
-    getrlimit(RLIMIT_NOFILE, &usual);
-    const rlimit none = {3, usual.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    limit_descriptors(3);
     EXPECT_EQ(popen_get_output("true", buffer, sizeof buffer), -1);
     EXPECT_STREQ(buffer, "kept");
     EXPECT_EQ(popen_alloc_output("true", 10), nullptr);
     EXPECT_EQ(popen_alloc_output(nullptr, 10), nullptr);
-    setrlimit(RLIMIT_NOFILE, &usual);
+    limit_descriptors();
     EXPECT_THAT(logged(),
                 ElementsAre("[error] libzorv_exec.popen_get_output(): get_output: popen[true] -> "
                             "NULL",

@@ -1,5 +1,4 @@
 #include <zorv/exec.h>
-#include <zorv/log.h>
 
 #include <array>
 #include <cerrno>
@@ -12,9 +11,6 @@
 #include <unistd.h>
 
 #include "support/device.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
