@@ -87,10 +87,7 @@ TEST_F(BoardInside, OneBoardGoesByItsBillOfMaterials)
 
 TEST_F(BoardInside, TheArchitectureIsToldBySystemAndProcessor)
 {
-    const struct {
-        const char *text;
-        unsigned arch;
-    } kCases[] = {
+    const std::pair<const char *, unsigned> kCases[] = {
         {"system type\t\t: Atheros AR7240 rev 2\ncpu model\t\t: MIPS 24Kc V7.4\n", 3},
         {"system type : Atheros AR7161 rev 2\n", 2},
         {"system type : Atheros AR9330\n", 4},
@@ -105,9 +102,9 @@ TEST_F(BoardInside, TheArchitectureIsToldBySystemAndProcessor)
         {"processor : 0\nBogoMIPS : 48.00\n", 43},
     };
     EXPECT_EQ(detect_cpu_arch(), 43u);
-    for (const auto &c : kCases) {
-        file("/proc/cpuinfo", c.text);
-        EXPECT_EQ(detect_cpu_arch(), c.arch) << c.text;
+    for (const auto &[text, arch] : kCases) {
+        file("/proc/cpuinfo", text);
+        EXPECT_EQ(detect_cpu_arch(), arch) << text;
     }
 }
 

@@ -5,9 +5,8 @@
 #include <string>
 #include <vector>
 
-#include <jansson.h>
-
 #include "support/device.h"
+#include "support/json.h"
 
 using Board = Device;
 
@@ -298,10 +297,7 @@ TEST_F(Board, CountsBeyondTheArraysReachNothing)
 
 TEST_F(Board, TheBomRevisionIsTheLastOneTold)
 {
-    const struct {
-        const char *text;
-        uint32_t revision;
-    } kCases[] = {
+    const std::pair<const char *, uint32_t> kCases[] = {
         {"bomrev=0x00524101\n", 0x00524101},
         {"bomrev=1\r\nboard=2\nbomrev=43607", 0x43607},
         {"bomrev=x=y=2e8ff\n", 0x2E8FF},
@@ -313,10 +309,10 @@ TEST_F(Board, TheBomRevisionIsTheLastOneTold)
     };
     EXPECT_EQ(pluvo_get_bomrev(), 0xFFFFFFFFu);
     EXPECT_EQ(pluvo_get_hw_board_id(), 0xFFFFFF00u);
-    for (const auto &c : kCases) {
-        file("/proc/zorvhal/board", c.text);
-        EXPECT_EQ(pluvo_get_bomrev(), c.revision) << c.text;
-        EXPECT_EQ(pluvo_get_hw_board_id(), c.revision & 0xFFFFFF00) << c.text;
+    for (const auto &[text, revision] : kCases) {
+        file("/proc/zorvhal/board", text);
+        EXPECT_EQ(pluvo_get_bomrev(), revision) << text;
+        EXPECT_EQ(pluvo_get_hw_board_id(), revision & 0xFFFFFF00) << text;
     }
 }
 
@@ -365,14 +361,7 @@ TEST_F(Board, TheAccelerometerIsSetAndRead)
     file(ACCELEROMETER "in_accel_y_raw", "123456789\n"); // seven characters are read
     file(ACCELEROMETER "in_accel_z_raw", "");
     EXPECT_EQ(has_accelerometer(), 1);
-    const auto axes = [] {
-        json_t *const status = prepare_accelerometer_status();
-        char *const text = json_dumps(status, JSON_COMPACT);
-        std::string copy = text;
-        free(text);
-        json_decref(status);
-        return copy;
-    };
+    const auto axes = [] { return dumped(Json(prepare_accelerometer_status()).get()); };
     errno = 0;
     EXPECT_EQ(axes(), R"({"x":-1024,"y":1234567,"z":0})");
     EXPECT_EQ(read(ACCELEROMETER "sampling_frequency"), "50");
@@ -382,27 +371,23 @@ TEST_F(Board, TheAccelerometerIsSetAndRead)
 
 TEST_F(Board, RubbishLeavesAUnitUnknown)
 {
-    std::string rubbish;
-    for (int i = 0; i < 100000; ++i)
-        rubbish += static_cast<char>(i * 7919 >> 3);
-    for (const std::string &text : {rubbish, std::string(100000, '\0'), std::string(100000, '=')}) {
-        for (const char *path : {kSystemInfo, kPciDevices, "/proc/zorvhal/board", "/proc/cpuinfo"})
-            file(path, text);
+    constexpr const char *kPaths[] = {kSystemInfo, kPciDevices, "/proc/zorvhal/board",
+                                      "/proc/cpuinfo"};
+    const auto expect_unknown = [] {
         update_cached_board(nullptr);
         EXPECT_STREQ(board_identify()->name, "Unknown");
         EXPECT_EQ(board_identify()->radio_count, 0);
         EXPECT_EQ(pluvo_get_bomrev(), 0u);
+    };
+    std::string rubbish;
+    for (int i = 0; i < 100000; ++i)
+        rubbish += static_cast<char>(i * 7919 >> 3);
+    for (const std::string &text : {rubbish, std::string(100000, '\0'), std::string(100000, '=')}) {
+        for (const char *path : kPaths)
+            file(path, text);
+        expect_unknown();
     }
-}
-
-TEST_F(Board, FilesWithoutAnEndLeaveAUnitUnknown)
-{
-    for (const std::string path :
-         {kSystemInfo, kPciDevices, "/proc/zorvhal/board", "/proc/cpuinfo"}) {
-        file(path, "");
+    for (const std::string path : kPaths)
         must_run("ln -sf /dev/zero " + path);
-    }
-    EXPECT_STREQ(board_identify()->name, "Unknown");
-    EXPECT_EQ(board_identify()->radio_count, 0);
-    EXPECT_EQ(pluvo_get_bomrev(), 0u);
+    expect_unknown();
 }

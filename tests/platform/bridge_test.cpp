@@ -8,13 +8,10 @@
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include "support/device.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 namespace {
@@ -35,16 +32,6 @@ std::string record(const std::string &mac, int port, uint32_t age, bool wide = t
 
 class Bridge : public Device {
 protected:
-    // The kernel's own bridge br0 with a port eth0, whose other end is far0.
-    static void make_bridge()
-    {
-        kernel_sys();
-        must_run("ip link add br0 address 02:a0:f1:00:00:01 type bridge &&"
-                 "ip link add eth0 type veth peer name far0 && ip link set eth0 master br0 &&"
-                 "ip link set eth0 up && ip link set far0 up && ip link set br0 up &&"
-                 "until bridge link show dev eth0 | grep -q 'state forwarding'; do :; done");
-    }
-
     // A written bridge; each port is "name number-as-text".
     static void write_bridge(const std::string &name,
                              const std::vector<std::pair<std::string, std::string>> &ports)
@@ -94,6 +81,7 @@ Visits visit(const char *prefix, std::vector<const char *> exclude = {})
 
 TEST_F(Bridge, AnAddressIsFoundWhereItWasLearned)
 {
+    kernel_sys();
     make_bridge();
     unsigned age = 77, port = 77;
     EXPECT_EQ(get_mac_brinfo("br0", "02:a0:f1:00:00:07", &age, &port), 0);
@@ -113,6 +101,7 @@ TEST_F(Bridge, AnAddressIsFoundWhereItWasLearned)
 
 TEST_F(Bridge, TenThousandLearnedAddresses)
 {
+    kernel_sys();
     make_bridge();
     std::string batch;
     char mac[18];
@@ -177,6 +166,7 @@ TEST_F(Bridge, PortStates)
     EXPECT_EQ(is_brif_disabled("br0", "eth1"), 1);
     EXPECT_EQ(get_br_port_state(nullptr, "eth0"), -1);
     EXPECT_EQ(get_br_port_state("br0", nullptr), -1);
+    kernel_sys();
     make_bridge();
     EXPECT_EQ(is_brif_forwarding("br0", "eth0"), 1);
     must_run("bridge link set dev eth0 state 0");
@@ -282,20 +272,15 @@ TEST_F(Bridge, ForgettingTellsTheStepThatFailed)
 
     uint8_t found[6];
     int index;
-    const int free_descriptor = fcntl(0, F_DUPFD_CLOEXEC, 0);
-    close(free_descriptor);
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = static_cast<rlim_t>(free_descriptor) + 1;
-    setrlimit(RLIMIT_NOFILE, &limit);
+    const int unused = fcntl(0, F_DUPFD_CLOEXEC, 0);
+    close(unused);
+    limit_descriptors(unused + 1);
     EXPECT_EQ(fdb_delneigh(mac, "lo"), -EMFILE);
-    limit.rlim_cur = static_cast<rlim_t>(free_descriptor);
-    setrlimit(RLIMIT_NOFILE, &limit);
+    limit_descriptors(unused);
     EXPECT_EQ(fdb_delneigh(mac, "lo"), -EMFILE);
     EXPECT_EQ(devhwaddr_get_iface(found, "lo"), -1);
     EXPECT_EQ(devifindex_get_hwaddr(&index, mac), -1);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
+    limit_descriptors();
     EXPECT_THAT(logged(),
                 ElementsAre("fdb_delneigh: -24 on line 149", "fdb_delneigh: -24 on line 140"));
 }

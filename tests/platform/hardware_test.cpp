@@ -4,10 +4,10 @@
 #include <cstring>
 #include <string>
 
-#include <jansson.h>
 #include <unistd.h>
 
 #include "support/device.h"
+#include "support/json.h"
 
 using Hardware = Device;
 
@@ -97,24 +97,15 @@ TEST_F(Hardware, PciDevicesOfOneVendor)
     pci_entry found[3];
     memset(found, 0xEE, sizeof found);
     ASSERT_EQ(pci_detect(found, 3, 0x168C), 2);
-    EXPECT_EQ(found[0].bus, 0);
-    EXPECT_EQ(found[0].slot, 1);
-    EXPECT_EQ(found[0].function, 0);
-    EXPECT_EQ(found[0].vendor, 0x168C);
-    EXPECT_EQ(found[0].device, 0x003C);
-    EXPECT_EQ(found[0].subsystem_device, 0x3412); // swapped
-    EXPECT_EQ(found[0].subsystem_vendor, 0x8C16);
-    EXPECT_EQ(found[0].revision, 7);
-    EXPECT_EQ(found[0].irq, 0x10u);
-
-    EXPECT_EQ(found[1].bus, 1);
-    EXPECT_EQ(found[1].slot, 31);
-    EXPECT_EQ(found[1].function, 5);
-    EXPECT_EQ(found[1].device, 0xABCD);
-    EXPECT_EQ(found[1].irq, 0xFFFFFFFFu);
-    EXPECT_EQ(found[1].subsystem_device, 0); // no configuration space
-    EXPECT_EQ(found[1].revision, 0);
-    EXPECT_EQ(found[2].irq, 0xEEEEEEEEu); // not touched
+    const auto text = [](const pci_entry &e) {
+        char line[100];
+        snprintf(line, sizeof line, "%x:%x.%x %x %x, %x %x, %x %x", e.bus, e.slot, e.function,
+                 e.vendor, e.device, e.subsystem_vendor, e.subsystem_device, e.revision, e.irq);
+        return std::string(line);
+    };
+    EXPECT_EQ(text(found[0]), "0:1.0 168c 3c, 8c16 3412, 7 10");    // the subsystem's are swapped
+    EXPECT_EQ(text(found[1]), "1:1f.5 168c abcd, 0 0, 0 ffffffff"); // no configuration space
+    EXPECT_EQ(found[2].irq, 0xEEEEEEEEu);                           // not touched
 }
 
 TEST_F(Hardware, ACutConfigurationSpaceIsNotSwapped)
@@ -155,11 +146,10 @@ TEST_F(Hardware, PciDetectionStaysInItsRoom)
 
 TEST_F(Hardware, ThisBuildHasNoOutlets)
 {
-    json_t *const payload = json_pack("{s:i}", "uptime", 7);
+    const Json payload = loaded(R"({"uptime":7})");
     EXPECT_EQ(zorv_outlet_get_outlet_status_json(), nullptr);
     EXPECT_EQ(zorv_psu_get_json_psu_table(), nullptr);
-    EXPECT_EQ(zorv_outlet_status_update_json_payload(payload), 0);
-    EXPECT_EQ(json_object_size(payload), 1u);
-    json_decref(payload);
+    EXPECT_EQ(zorv_outlet_status_update_json_payload(payload.get()), 0);
+    EXPECT_EQ(json_object_size(payload.get()), 1u);
     EXPECT_EQ(zorv_outlet_status_update_json_payload(nullptr), 0);
 }

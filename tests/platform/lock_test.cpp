@@ -4,18 +4,12 @@
 #include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <zorv/log.h>
 
 #include "support/device.h"
 
-using testing::ElementsAre;
-
 namespace {
 
-class Lock : public Device {
-protected:
-    Lock() { libzorv_log_use_syslog = 0; }
-};
+using Lock = Device;
 
 constexpr struct {
     int (*take)();
@@ -39,17 +33,6 @@ bool is_free(const char *path)
 std::string message(const std::string &function, const std::string &text)
 {
     return "[error] statistics." + function + "(): " + text;
-}
-
-// Notes in a shared file that this process is in; nobody may be.
-bool is_alone(const char *path)
-{
-    const int fd = open(path, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600);
-    if (fd < 0)
-        return false;
-    usleep(100);
-    close(fd);
-    return unlink(path) == 0;
 }
 
 } // namespace
@@ -104,26 +87,4 @@ TEST_F(Lock, TheEndOfAProcessReleases)
         EXPECT_EQ(status, 0);
         EXPECT_TRUE(is_free(lock.path));
     }
-}
-
-// Who finds the lock taken sleeps a second, and the others are mostly through by then.
-TEST_F(Lock, ThreeProcessesTakeTwoHundredTurnsEach)
-{
-    must_run("mkdir /var/run/report");
-    for (const auto &lock : kLocks) {
-        for (int child = 0; child < 3; ++child) {
-            if (fork() != 0)
-                continue;
-            for (int turn = 0; turn < 200; ++turn)
-                if (lock.take() != 0 || !is_alone("/tmp/alone") || lock.release() != 0)
-                    _exit(1);
-            _exit(0);
-        }
-        for (int child = 0; child < 3; ++child) {
-            int status;
-            wait(&status);
-            EXPECT_EQ(status, 0) << lock.name;
-        }
-    }
-    EXPECT_THAT(logged(), ElementsAre());
 }

@@ -10,7 +10,6 @@
 #include <unistd.h>
 #include <zorv/guest_portal.h>
 #include <zorv/lock.h>
-#include <zorv/log.h>
 
 #include "platform/dev_rows.h"
 #include "platform/item_list.h"
@@ -19,14 +18,10 @@
 #include "support/device.h"
 
 using namespace zorv;
-using testing::ElementsAre;
 
 namespace {
 
-class PlatformInside : public Device {
-protected:
-    PlatformInside() { libzorv_log_use_syslog = 0; }
-};
+using PlatformInside = Device;
 
 int g_sleeps = 0;        // seconds asked for
 int g_release_after = 0; // how many until the other holder lets go
@@ -66,13 +61,12 @@ TEST_F(PlatformInside, ALockIsTriedElevenTimes)
 {
     g_other = open("/var/run/inform-profile.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     ASSERT_EQ(flock(g_other, LOCK_EX), 0);
-    kernel_proc();
-    const std::string before = run("ls /proc/$PPID/fd | wc -l").output;
+    const int before = open_descriptors();
     EXPECT_EQ(inform_profile_lock(), -1);
     EXPECT_EQ(g_sleeps, 11); // the last failure has its sleep, too
     EXPECT_THAT(logged(), ElementsAre("[error] statistics.inform_profile_lock(): couldn't lock "
                                       "/var/run/inform-profile.lock"));
-    EXPECT_EQ(run("ls /proc/$PPID/fd | wc -l").output, before);
+    EXPECT_EQ(open_descriptors(), before);
     EXPECT_EQ(inform_profile_unlock(), -1);
     logged();
 
