@@ -6,12 +6,9 @@
 
 #include <curl/curl.h>
 #include <jansson.h>
-#include <zorv/log.h>
 
 #include "support/allocation.h"
 #include "support/device.h"
-
-using testing::ElementsAre;
 
 namespace {
 

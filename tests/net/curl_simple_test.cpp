@@ -9,26 +9,21 @@
 
 #include <curl/curl.h>
 #include <fcntl.h>
-#include <jansson.h>
 #include <unistd.h>
-#include <zorv/log.h>
 
 #include "support/cloud_host.h"
 #include "support/device.h"
+#include "support/json.h"
 
 using cloud::Conduct;
 using cloud::Identity;
 using cloud::Lookup;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 namespace {
 
 constexpr size_t kAll = SIZE_MAX;
 
 using Headers = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
-using Json = std::unique_ptr<json_t, decltype(&json_decref)>;
 using Response = std::unique_ptr<curl_simple_response, decltype(&curl_simple_response_free)>;
 
 Response make_response(size_t max_size = kAll)
@@ -66,14 +61,6 @@ int post(const std::string &url, const std::string &data, const Response &respon
                             response.get());
 }
 
-int open_descriptors()
-{
-    int count = 0;
-    for (int fd = 0; fd < 1024; ++fd)
-        count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
-    return count;
-}
-
 // One trusted site with these answers.
 cloud::Script one_site(std::vector<cloud::Answer> answers)
 {
@@ -98,7 +85,7 @@ TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
     CloudHost host(one_site({{.path = "/in"}}));
     const std::string url = cloud_url("/in");
     const Headers headers = make_headers({"X-Unit: 7", "Accept:", "Content-Type: text/plain"});
-    const Json json(json_pack("{s:i, s:[b, s]}", "b", 1, "a", 1, "\xc3\xa9"), json_decref);
+    const Json json(json_pack("{s:i, s:[b, s]}", "b", 1, "a", 1, "\xc3\xa9"));
     const Response response = make_response();
     const char *const form = "application/x-www-form-urlencoded";
     const std::string large(2 << 20, 'x');
@@ -189,8 +176,6 @@ TEST_F(CurlSimple, KeepsOfTheBodyWhatTheLimitAllows)
         SCOPED_TRACE(testing::Message() << row.path << " " << row.max_size);
         const Response response = make_response(row.max_size);
         EXPECT_EQ(response->status, 0);
-        EXPECT_EQ(response->max_size, row.max_size);
-        EXPECT_EQ(response->body->capacity(response->body), 4096U);
         EXPECT_EQ(get(cloud_url(row.path), response), CURLE_OK);
         EXPECT_EQ(response->status, 200);
         EXPECT_EQ(response->received, row.body.size());
@@ -241,24 +226,22 @@ TEST_F(CurlSimple, TrustsOnlyTheNamedSite)
                               {"untrusted.test", Identity::untrusted},
                               {"expired.test", Identity::expired},
                               {"misnamed.test", Identity::misnamed}}});
-    const struct {
-        const char *url, *reason;
-    } rows[] = {
+    const std::pair<const char *, const char *> rows[] = {
         {"https://untrusted.test/", "unable to get local issuer certificate"},
         {"https://expired.test/", "certificate has expired"},
         {"https://misnamed.test/", "no alternative certificate subject name matches"},
         {"https://127.0.0.1/", "no alternative certificate subject name matches"},
     };
-    for (const auto &row : rows) {
+    for (const auto &[url, reason] : rows) {
         const Response response = make_response();
         libzorv_log_level = 7;
-        EXPECT_EQ(post(row.url, "secret", response), CURLE_PEER_FAILED_VERIFICATION) << row.url;
+        EXPECT_EQ(post(url, "secret", response), CURLE_PEER_FAILED_VERIFICATION) << url;
         EXPECT_THAT(logged(), IsEmpty());
         libzorv_log_level = 8;
-        post(row.url, "secret", response);
+        post(url, "secret", response);
         const std::string words =
-            std::string("[debug] curl_simple.curl_simple(): POST '") + row.url + "' failed: [60] ";
-        EXPECT_THAT(logged(), ElementsAre(testing::AllOf(HasSubstr(words), HasSubstr(row.reason))));
+            std::string("[debug] curl_simple.curl_simple(): POST '") + url + "' failed: [60] ";
+        EXPECT_THAT(logged(), ElementsAre(testing::AllOf(HasSubstr(words), HasSubstr(reason))));
         EXPECT_EQ(response->status, 0);
     }
     EXPECT_THAT(host.received(), IsEmpty());
@@ -267,7 +250,10 @@ TEST_F(CurlSimple, TrustsOnlyTheNamedSite)
 // What a broken peer gives, at once: the result, and what had come before it.
 TEST_F(CurlSimple, BrokenPeersAndAddressesEndAtOnce)
 {
-    const std::string reply = "HTTP/1.1 200 OK\r\n";
+    const auto ok = [](const char *path, const std::string &rest) {
+        return cloud::Answer{
+            .path = path, .body = "HTTP/1.1 200 OK\r\n" + rest, .conduct = Conduct::raw};
+    };
     CloudHost host(
         {.sites = {{"cloud.test"},
                    {"garbage.test", Identity::garbage},
@@ -278,19 +264,11 @@ TEST_F(CurlSimple, BrokenPeersAndAddressesEndAtOnce)
              {.path = "/hang-up", .conduct = Conduct::hang_up},
              {.path = "/empty", .conduct = Conduct::raw},
              {.path = "/no-http", .body = "220 mail\r\n\r\n", .conduct = Conduct::raw},
-             {.path = "/cut", .body = reply + "Content-Len", .conduct = Conduct::raw},
-             {.path = "/short",
-              .body = reply + "Content-Length: 9\r\n\r\nabc",
-              .conduct = Conduct::raw},
-             {.path = "/length",
-              .body = reply + "Content-Length: -9\r\n\r\nabc",
-              .conduct = Conduct::raw},
-             {.path = "/chunk",
-              .body = reply + "Transfer-Encoding: chunked\r\n\r\n3\r\nabc\r\nZZ\r\n",
-              .conduct = Conduct::raw},
-             {.path = "/header",
-              .body = reply + "X: " + std::string(200000, 'x') + "\r\n\r\nabc",
-              .conduct = Conduct::raw},
+             ok("/cut", "Content-Len"),
+             ok("/short", "Content-Length: 9\r\n\r\nabc"),
+             ok("/length", "Content-Length: -9\r\n\r\nabc"),
+             ok("/chunk", "Transfer-Encoding: chunked\r\n\r\n3\r\nabc\r\nZZ\r\n"),
+             ok("/header", "X: " + std::string(200000, 'x') + "\r\n\r\nabc"),
              {.path = "/to-nowhere", .status = 302, .headers = "Location: https://none.test/\r\n"},
              {.path = "/to-gopher", .status = 302, .headers = "Location: gopher://h/\r\n"},
          }});
@@ -420,9 +398,6 @@ TEST_F(CurlSimple, ResolversAreAskedInTheirOrder)
         {"nonsense.test", 1, CURLE_OK, {google, cloudflare, "nonsense.test"}},
         {"closed.test", 3, CURLE_COULDNT_CONNECT, {google}}, // resolved is resolved
     };
-    EXPECT_STREQ(curl_simple_doh_providers[0], "https://dns.google/dns-query");
-    EXPECT_STREQ(curl_simple_doh_providers[1], "https://cloudflare-dns.com/dns-query");
-    EXPECT_EQ(curl_simple_doh_providers[2], nullptr);
     libzorv_log_level = 8;
     for (const auto &row : rows) {
         const std::string url = std::string("https://") + row.host + "/a";

@@ -1,33 +1,25 @@
 #include <zorv/iface.h>
-#include <zorv/log.h>
 
 #include <algorithm>
 #include <cstring>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <net/if.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include "support/device.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 namespace {
 
-class Interfaces : public Device {
-protected:
-    static std::string uplink(int result)
-    {
-        char name[16] = "kept";
-        EXPECT_EQ(get_uplink_device(name, sizeof name), result);
-        EXPECT_EQ(get_uplink_device(nullptr, 0), result);
-        EXPECT_EQ(get_uplink_device(nullptr, 16), result);
-        return name;
-    }
-};
+using Interfaces = Device;
+
+std::string uplink(int result)
+{
+    char name[16] = "kept";
+    EXPECT_EQ(get_uplink_device(name, sizeof name), result);
+    EXPECT_EQ(get_uplink_device(nullptr, 0), result);
+    EXPECT_EQ(get_uplink_device(nullptr, 16), result);
+    return name;
+}
 
 uint32_t ip_of(const char *name)
 {
@@ -106,12 +98,7 @@ TEST_F(Interfaces, IndexAndStateAreTheKernels)
 
 TEST_F(Interfaces, SocketsAreClosedAgainAndMayRunOut)
 {
-    const auto next_descriptor = [] {
-        const int fd = fcntl(0, F_DUPFD_CLOEXEC, 0);
-        close(fd);
-        return fd;
-    };
-    const int before = next_descriptor();
+    const int before = open_descriptors();
     uint32_t address;
     int index;
     set_iface_ip("lo", "127.0.0.1");
@@ -119,15 +106,15 @@ TEST_F(Interfaces, SocketsAreClosedAgainAndMayRunOut)
     get_iface_ip("lo", &address);
     get_iface_index("lo", &index);
     iface_is_up("lo");
-    EXPECT_EQ(next_descriptor(), before);
+    EXPECT_EQ(open_descriptors(), before);
     logged();
 
-    const rlimit none_left = {static_cast<rlim_t>(before), static_cast<rlim_t>(before)};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none_left), 0);
+    limit_descriptors(0);
     EXPECT_EQ(set_iface_ip("lo", "127.0.0.1"), -1);
     EXPECT_EQ(get_iface_ip("lo", &address), -1);
     EXPECT_EQ(get_iface_index("lo", &index), -1);
     EXPECT_EQ(iface_is_up("lo"), 0);
+    limit_descriptors();
     EXPECT_THAT(logged(), ElementsAre("[error] libzorv_util.set_iface_ip(): unable to open sock",
                                       "[error] libzorv_util.get_iface_ip(): unable to open sock",
                                       "[error] libzorv_util.get_iface_index(): unable to open sock",

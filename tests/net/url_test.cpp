@@ -1,4 +1,3 @@
-#include <zorv/log.h>
 #include <zorv/url.h>
 
 #include <cstdlib>
@@ -8,9 +7,6 @@
 #include <arpa/inet.h>
 
 #include "support/device.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -89,9 +85,6 @@ TEST_F(Urls, ATextIsTakenApart)
         {"http://cafe", "http://[cafe]/", nullptr, "cafe", "/", 80, 1},
         {"http://cafe]", "http://[cafe]]/", nullptr, "cafe]", "/", 80, 1},
         {"http://face.bed:8", "http://face.bed:8/", nullptr, "face.bed", "/", 8, 0},
-        {"http://10.0.0.1:8443", "http://10.0.0.1:8443/", nullptr, "10.0.0.1", "/", 8443, 0},
-        {"http://[::ffff:10.0.0.1]:81", "http://[::ffff:10.0.0.1]:81/", nullptr, "::ffff:10.0.0.1",
-         "/", 81, 1},
         {"http://:80/", "http://[:80]/", nullptr, ":80", "/", 80, 1},
         {"http://1:2.3:4/", "http://[1:2.3:4]/", nullptr, "1:2.3:4", "/", 80, 1},
     };
@@ -115,20 +108,17 @@ TEST_F(Urls, ATextIsTakenApart)
 
 TEST_F(Urls, OnlyAPortFrom1To65534Counts)
 {
-    const struct {
-        const char *port;
-        int number;
-    } rows[] = {
+    const std::pair<const char *, int> rows[] = {
         {"1", 1},       {"65534", 65534}, {"65535", 443}, {"65536", 443},  {"0", 443},
         {"99999", 443}, {"", 443},        {"00080", 80},  {"000080", 443}, {"+80", 443},
         {" 80", 443},   {"8 ", 443},      {"0x50", 443},  {"-1", 443},
     };
     for (const char *const host : {"host", "10.0.0.1", "[::1]"}) {
-        for (const auto &row : rows) {
-            SCOPED_TRACE(std::string(host) + ":" + row.port);
-            const UrlPtr record = parsed(std::string("https://") + host + ":" + row.port + "/");
+        for (const auto &[port, number] : rows) {
+            SCOPED_TRACE(std::string(host) + ":" + port);
+            const UrlPtr record = parsed(std::string("https://") + host + ":" + port + "/");
             ASSERT_TRUE(record);
-            EXPECT_EQ(record->port, row.number);
+            EXPECT_EQ(record->port, number);
         }
     }
 }
@@ -137,28 +127,31 @@ TEST_F(Urls, WhatNamesNoHostIsRefusedInSilence)
 {
     libzorv_log_level = 16;
     EXPECT_EQ(url_parse(nullptr), nullptr);
-    for (const char *const text : {"",
-                                   ":",
-                                   "/",
-                                   "://",
-                                   "http:",
-                                   "http:/h",
-                                   "http://",
-                                   "http:///path",
-                                   "http://@",
-                                   "http://h@",
-                                   "http://h@/",
-                                   "http://:x/",
-                                   "http://[]/",
-                                   "http://[fe80::1/",
-                                   "http://h/a@b",
-                                   "http://h?a@",
-                                   "ftp://myhost/",
-                                   "httpx://h",
-                                   " http://h",
-                                   "myhost:8080/x",
-                                   "a:b://h",
-                                   "u:p@http://h"})
+    constexpr const char *kTexts[] = {
+        "",
+        ":",
+        "/",
+        "://",
+        "http:",
+        "http:/h",
+        "http://",
+        "http://@",
+        "http://h@",
+        "http://h@/",
+        "http:///p",
+        "http://:x/",
+        "http://[]/",
+        "http://[::1",
+        "http://h/a@b",
+        "http://h?a@",
+        "ftp://h/",
+        "httpx://h",
+        " http://h",
+        "h:8080/x",
+        "a:b://h",
+        "u:p@http://h",
+    };
+    for (const char *const text : kTexts)
         EXPECT_FALSE(parsed(text)) << text;
     EXPECT_THAT(logged(), IsEmpty());
 }
