@@ -11,9 +11,6 @@
 namespace {
 
 using testing::AnyOf;
-using testing::Contains;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 class Manual : public Device, public testing::WithParamInterface<std::string> {
 protected:

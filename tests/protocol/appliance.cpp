@@ -9,11 +9,7 @@
 
 #include <arpa/inet.h>
 #include <event2/event.h>
-#include <linux/netlink.h>
-#include <linux/rtnetlink.h>
-#include <net/if.h>
 #include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -50,42 +46,12 @@ std::string hear(int fd, const char *what)
     return {text, static_cast<size_t>(length)};
 }
 
-// Follows the changes of interfaces, from before something is done until it has come about.
-class LinkWatch {
-public:
-    LinkWatch()
-        : fd_(static_cast<int>(
-              check(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE), "netlink")))
-    {
-        sockaddr_nl address{};
-        address.nl_family = AF_NETLINK;
-        address.nl_groups = RTMGRP_LINK;
-        check(bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address), "netlink");
-        give_patience(fd_);
-    }
-    LinkWatch(const LinkWatch &) = delete;
-    LinkWatch &operator=(const LinkWatch &) = delete;
-    ~LinkWatch() { close(fd_); }
-
-    void wait_running(const std::string &name) const
-    {
-        while (!is_running(name))
-            hear(fd_, ("waiting for " + name).c_str());
-    }
-
-private:
-    static bool is_running(const std::string &name)
-    {
-        ifreq request{};
-        name.copy(request.ifr_name, IFNAMSIZ - 1);
-        const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        const int rc = ioctl(fd, SIOCGIFFLAGS, &request);
-        close(fd);
-        return rc == 0 && (request.ifr_flags & IFF_RUNNING);
-    }
-
-    int fd_;
-};
+// Waits until an interface can send.
+void wait_running(const std::string &name)
+{
+    Device::must_run("timeout 10 sh -c 'until ip -o link show dev " + name +
+                     " | grep -q \"state UP\"; do :; done'");
+}
 
 void report_message(char handler, const void *message)
 {
@@ -189,7 +155,7 @@ void report_signal(evutil_socket_t /*signal*/, short /*what*/, void * /*unused*/
 }
 
 // In the new namespaces, when the cable is in.
-void set_up(const Appliance::Settings &settings, const LinkWatch &links)
+void set_up(const Appliance::Settings &settings)
 {
     Device::must_run("ip link set lo up && ip link add br0 type bridge mcast_snooping 0 && "
                      "ip link set eth0 up master br0 && ip link set br0 up && "
@@ -197,7 +163,7 @@ void set_up(const Appliance::Settings &settings, const LinkWatch &links)
                      settings.address +
                      "/24 dev br0 && "
                      "ip route add default dev br0");
-    links.wait_running("br0");
+    wait_running("br0");
     mount_at("tmpfs", "/run");
     mount_at("tmpfs", "/proc");
     Device::file("/proc/zorvhal/system.info", "serialno=" + settings.serial + "\n");
@@ -212,10 +178,9 @@ int run_appliance(const Appliance::Settings &settings)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     check(unshare(CLONE_NEWNET | CLONE_NEWNS), "unshare");
-    const LinkWatch links;
     tell(g_orders, "unshared");
     hear(g_orders, "the cable");
-    set_up(settings, links);
+    set_up(settings);
     g_group = inet_addr(settings.group.c_str());
     g_base = event_base_new();
     event_base_priority_init(g_base, 3);
@@ -246,7 +211,6 @@ Appliance::Appliance(const Settings &settings)
     int orders[2], reports[2];
     check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, orders), "socketpair");
     check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, reports), "socketpair");
-    const LinkWatch links;
     pid_ = static_cast<pid_t>(check(fork(), "fork"));
     if (pid_ == 0) {
         close(orders[0]);
@@ -272,7 +236,7 @@ Appliance::Appliance(const Settings &settings)
                      " up master switch");
     tell(orders_, "cable");
     hear(orders_, "ready");
-    links.wait_running(settings.name);
+    wait_running(settings.name);
 }
 
 Appliance::~Appliance()

@@ -2,27 +2,23 @@
 #ifndef ZORV_TESTS_PROTOCOL_DATAGRAM_H
 #define ZORV_TESTS_PROTOCOL_DATAGRAM_H
 
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <zlib.h>
 #include <zorv/aes.h>
 #include <zorv/protocol.h>
 
-using Bytes = std::vector<uint8_t>;
+#include "crypto/samples.h"
 
-inline Bytes from_hex(std::string_view hex)
-{
-    Bytes bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes.push_back(
-            static_cast<uint8_t>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16)));
-    return bytes;
-}
+inline constexpr char kKey[] = "000102030405060708090a0b0c0d0e0f";
+
+// "hello", method 5, type 7, sequence 0x123, made by another implementation of AES and CRC-32.
+inline constexpr char kHello[] =
+    "223344550202001000050007f0f1f2f3f4f5f6f7f8f9fafbfcfdfeff02a0f100000712300b6b2f9e"
+    "c5fc2cbc3f0f1ad4f003707aa67b4c7f";
 
 inline Bytes to_bytes(std::string_view text)
 {

@@ -9,15 +9,12 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <zorv/log.h>
 
 #include "support/allocation.h"
 #include "support/device.h"
 #include "support/enter.h"
 
 namespace {
-
-using testing::ElementsAre;
 
 // Datagrams of the flood; one good one comes after each hundred of them.
 const long kHostile = getenv("ZORV_HOSTILE") ? atol(getenv("ZORV_HOSTILE")) : 100'000;
@@ -188,8 +185,7 @@ TEST_F(Receive, AFloodHidesNoGoodMessage)
     uint8_t good[2000], datagram[2000];
     size_t length = make("0", 2, 1, good);
     deliver(good, length);
-    const int next_descriptor = fcntl(0, F_DUPFD_CLOEXEC, 0);
-    close(next_descriptor);
+    const int descriptors = open_descriptors();
     long pages = 0;
     for (long number = 1; number <= kHostile; ++number) {
         const long before = allocations();
@@ -209,8 +205,7 @@ TEST_F(Receive, AFloodHidesNoGoodMessage)
     EXPECT_EQ(g_next, kHostile / 100 + 1);
     EXPECT_EQ(g_wrong, 0);
     EXPECT_LE(resident_pages() - pages, 256);
-    EXPECT_EQ(fcntl(0, F_DUPFD_CLOEXEC, 0), next_descriptor);
-    close(next_descriptor);
+    EXPECT_EQ(open_descriptors(), descriptors);
 }
 
 } // namespace

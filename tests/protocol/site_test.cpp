@@ -16,10 +16,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-
 std::string joining(const std::string &message)
 {
     return "[error] zorv_protocol.zorv_multicast_socket_init(): " + message;
@@ -115,26 +111,15 @@ TEST_F(Site, TheDatagramOnTheWire)
     ASSERT_EQ(attic.order("send 5 7 hello"), "56");
     const Bytes frame = wire.next();
     ASSERT_EQ(frame.size(), 14 + 20 + 8 + 56u);
-    EXPECT_EQ(part(frame, 0, 6), from_hex("01005e7f5a5a")); // the group's Ethernet address
-    EXPECT_EQ(frame[22], 64);                               // hops
-    EXPECT_EQ(part(frame, 26, 8), from_hex("c000020b"
-                                           "efff5a5a"));
-    EXPECT_EQ(part(frame, 34, 6), from_hex("bb80"
-                                           "bb80"
-                                           "0040")); // ports, length
+    EXPECT_EQ(part(frame, 0, 6), from_hex("01005e7f5a5a"));    // the group's Ethernet address
+    EXPECT_EQ(frame[22], 64);                                  // hops
+    EXPECT_EQ(part(frame, 26, 14), from_hex("c000020befff5a5a" // addresses
+                                            "bb80bb800040"));  // ports, length
     const Bytes datagram = part(frame, 42, 56);
-    EXPECT_EQ(part(datagram, 0, 12), from_hex("22334455"
-                                              "0202"
-                                              "0010"
-                                              "0005"
-                                              "0007"));
-    EXPECT_EQ(part(datagram, 28, 12), from_hex("02a0f1000011"
-                                               "1230"
-                                               "0b6b2f9e"));
-    const Bytes key = from_hex("000102030405060708090a0b0c0d0e0f");
-    EXPECT_EQ(decrypt(part(datagram, 40, 16), key, part(datagram, 12, 16)),
-              from_hex("68656c6c6f"
-                       "0b0b0b0b0b0b0b0b0b0b0b"));
+    EXPECT_EQ(part(datagram, 0, 12), from_hex("223344550202001000050007"));
+    EXPECT_EQ(part(datagram, 28, 12), from_hex("02a0f100001112300b6b2f9e"));
+    EXPECT_EQ(decrypt(part(datagram, 40, 16), from_hex(kKey), part(datagram, 12, 16)),
+              from_hex("68656c6c6f0b0b0b0b0b0b0b0b0b0b0b"));
     barn.report();
 }
 

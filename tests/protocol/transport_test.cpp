@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,11 +10,6 @@
 #include "support/enter.h"
 
 namespace {
-
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
 
 constexpr char kSite[] = "/var/run/zorv_protocol.info";
 constexpr char kAddress[] = "/var/run/ipready.br0";
@@ -38,14 +32,6 @@ bool is_reset()
     zorv_protocol_ctrl_t reset{};
     reset.fd = -1;
     return memcmp(&zorv_protocol_ctrl, &reset, sizeof reset) == 0;
-}
-
-size_t descriptors()
-{
-    size_t count = 0;
-    for (int fd = 0; fd < 256; ++fd)
-        count += fcntl(fd, F_GETFD) >= 0;
-    return count;
 }
 
 class Transport : public Device {
@@ -107,7 +93,7 @@ TEST_F(Transport, FailedInitSaysWhyAndEndsReset)
         {"long key", "pluvo.key=0" + digits + "\npluvo.mcip=x\n", "pluvo.key invalid len 33"},
         {"bad group", kKeyLine + std::string("pluvo.mcip=site\n"), "pluvo.mcip=site is not valid"},
     };
-    const size_t open_before = descriptors();
+    const int open_before = open_descriptors();
     for (const auto &row : kCases) {
         SCOPED_TRACE(row.what);
         remove(kSite);
@@ -118,7 +104,7 @@ TEST_F(Transport, FailedInitSaysWhyAndEndsReset)
                                           error("could not start zorv-protocol")));
         EXPECT_TRUE(is_reset());
     }
-    EXPECT_EQ(descriptors(), open_before);
+    EXPECT_EQ(open_descriptors(), open_before);
 }
 
 TEST_F(Transport, ATakenPort)
@@ -136,7 +122,7 @@ TEST_F(Transport, ATakenPort)
 
 TEST_F(Transport, WithoutAnAddressTheSocketWaits)
 {
-    const size_t open_before = descriptors();
+    const int open_before = open_descriptors();
     for (const char *address : {"", "\n", "0.0.0.0\n", "soon\n"}) {
         SCOPED_TRACE(address);
         file(kAddress, address);
@@ -157,7 +143,7 @@ TEST_F(Transport, WithoutAnAddressTheSocketWaits)
                                   "drop membership, ")));
         EXPECT_TRUE(is_reset());
     }
-    EXPECT_EQ(descriptors(), open_before);
+    EXPECT_EQ(open_descriptors(), open_before);
 }
 
 } // namespace
