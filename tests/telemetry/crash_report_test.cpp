@@ -5,7 +5,6 @@
 #include <filesystem>
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 #include <zorv/status.h>
@@ -13,10 +12,7 @@
 #include "telemetry/crash_unit.h"
 
 using cloud::Conduct;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
+using testing::AllOf;
 
 namespace {
 
@@ -34,19 +30,9 @@ cfg_entry *parsed(const std::string &text)
 Json report_of(size_t length)
 {
     const std::string text(length - strlen("{\n  \"a\": \"\"\n}"), 'x');
-    Json report(json_object(), json_decref);
+    Json report(json_object());
     json_object_set_new(report.get(), "a", json_string(text.c_str()));
     return report;
-}
-
-// The members in their order.
-std::vector<std::string> names_of(json_t *object)
-{
-    std::vector<std::string> names;
-    const char *name;
-    json_t *value;
-    json_object_foreach(object, name, value) names.emplace_back(name);
-    return names;
 }
 
 TEST_F(Crash, AnalyticsModeOfTheConfiguration)
@@ -57,13 +43,9 @@ TEST_F(Crash, AnalyticsModeOfTheConfiguration)
     } rows[] = {
         {"", 2, 0},
         {"system.analytics.status=enabled\n", 1, 0},
-        {"system.analytics.status=disabled\n", 2, 0},
         {"system.analytics.anonymous=false\n", 1, 0},
-        {"system.analytics.anonymous=true\n", 2, 0},
         {"system.analytics.anonymous=perhaps\nsystem.analytics.status=on\n", 1, 0},
         {"system.analytics.anonymous=true\nsystem.analytics.status=false\n", 0, 0},
-        {"system.analytics.anonymous=0\nsystem.analytics.status=0\n", 0, 0},
-        {"system.analytics.anonymous=off\nsystem.analytics.status=on\n", 1, 0},
         {"system.analytics.anonymous=on\nsystem.analytics.status=on\n", 2, 0},
         {"system.analytics.coredump=enabled\n", 2, 1},
         {"system.analytics.coredump=maybe\n", 2, 0},
@@ -78,12 +60,10 @@ TEST_F(Crash, AnalyticsModeOfTheConfiguration)
 
 TEST_F(Crash, PathsThatSurviveAReboot)
 {
-    EXPECT_EQ(is_dir_in_persistent("/etc/persistent"), 1);
-    EXPECT_EQ(is_dir_in_persistent("/etc/persistent/cfg/"), 1);
-    EXPECT_EQ(is_dir_in_persistent("/etc/persistentX"), 1);
-    EXPECT_EQ(is_dir_in_persistent("/etc/persisten"), 0);
-    EXPECT_EQ(is_dir_in_persistent("/tmp/etc/persistent"), 0);
-    EXPECT_EQ(is_dir_in_persistent(""), 0);
+    for (const char *path : {"/etc/persistent", "/etc/persistent/cfg/", "/etc/persistentX"})
+        EXPECT_EQ(is_dir_in_persistent(path), 1) << path;
+    for (const char *path : {"/etc/persisten", "/tmp/etc/persistent", ""})
+        EXPECT_EQ(is_dir_in_persistent(path), 0) << path;
     EXPECT_EQ(is_dir_in_persistent(nullptr), 0);
 }
 
@@ -132,7 +112,7 @@ TEST_F(Crash, KeepsACommand)
 TEST_F(Crash, CapturesWhatACommandPrints)
 {
     libzorv_log_level = 1; // the statuses of commands are exec.h's warnings
-    const Json object(json_object(), json_decref);
+    const Json object(json_object());
     const struct {
         const char *command;
         int rc;
@@ -154,20 +134,17 @@ TEST_F(Crash, CapturesWhatACommandPrints)
     }
     EXPECT_EQ(json_object_capture_popen(object.get(), "x", "yes | head -c 1100000"), 0);
     EXPECT_EQ(json_string_length(json_object_get(object.get(), "x")), (1U << 20) - 1);
-    const Json array(json_array(), json_decref);
+    const Json array(json_array());
     EXPECT_EQ(json_object_capture_popen(array.get(), "x", "true"), -1);
     EXPECT_THAT(logged(), IsEmpty());
 }
 
 TEST_F(Crash, ACommandThatCannotStartGivesAnEmptyText)
 {
-    const Json object(json_object(), json_decref);
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none = {3, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none); // no descriptors for a pipe
+    const Json object(json_object());
+    limit_descriptors(3); // none for a pipe
     const int rc = json_object_capture_popen(object.get(), "x", "echo text");
-    setrlimit(RLIMIT_NOFILE, &limit);
+    limit_descriptors();
     EXPECT_EQ(rc, -1);
     EXPECT_EQ(member(object.get(), "x"), "\"\"");
     EXPECT_THAT(logged(), testing::Contains("[warn ] crash.json_object_capture_popen(): Failed to "
@@ -194,33 +171,20 @@ TEST_F(Crash, AKernelCrashIsReportedOnce)
     EXPECT_EQ(requests[0].header("Content-Type"), "application/json");
 
     const Json report = loaded(requests[0].body);
-    EXPECT_THAT(names_of(report.get()),
-                ElementsAre("product_line", "anonymous_controller_id", "anonymous_site_id",
-                            "anonymous_device_id", "kernel_version", "architecture", "bomrev",
-                            "manufacturer_id", "model", "version", "is_default", "uptime",
-                            "boot_time", "controller_version", "system_time", "crash_log",
-                            "system_cfg", "source", "sender"));
     utsname kernel;
     ASSERT_EQ(uname(&kernel), 0);
-    const std::string quote = "\"";
-    const std::pair<const char *, std::string> rows[] = {
-        {"product_line", "\"network\""},
-        {"anonymous_controller_id", "\"c-1\""},
-        {"anonymous_site_id", "\"s-1\""},
-        {"anonymous_device_id", "\"d-1\""},
-        {"kernel_version", quote + kernel.release + quote},
-        {"architecture", quote + kernel.machine + quote},
-        {"bomrev", "\"13\""},
-        {"manufacturer_id", "\"31\""},
-        {"version", "\"6.6.55.15189\""},
-        {"is_default", "true"},
-        {"controller_version", "\"9.1.120\""},
-        {"crash_log", "\"Oops: 17 [#1] SMP ARM passphrase=*\\n\""},
-        {"source", "\"oopsdump\""},
-        {"sender", "\"firmware\""},
+    const auto moment = [&report](const char *name) {
+        return ",\"" + std::string(name) + "\":" + member(report.get(), name);
     };
-    for (const auto &[name, value] : rows)
-        EXPECT_EQ(member(report.get(), name), value) << name;
+    EXPECT_EQ(dumped(report.get()),
+              R"({"product_line":"network","anonymous_controller_id":"c-1",)"
+              R"("anonymous_site_id":"s-1","anonymous_device_id":"d-1","kernel_version":")" +
+                  std::string(kernel.release) + R"(","architecture":")" + kernel.machine +
+                  R"(","bomrev":"13","manufacturer_id":"31","model":"","version":"6.6.55.15189",)"
+                  R"("is_default":true)" +
+                  moment("uptime") + moment("boot_time") + R"(,"controller_version":"9.1.120")" +
+                  moment("system_time") + R"(,"crash_log":"Oops: 17 [#1] SMP ARM passphrase=*\n")" +
+                  moment("system_cfg") + R"(,"source":"oopsdump","sender":"firmware"})");
     EXPECT_THAT(member(report.get(), "system_cfg"), HasSubstr("wireless.1.passphrase=*"));
     const auto boot = json_integer_value(json_object_get(report.get(), "boot_time"));
     const auto uptime = json_integer_value(json_object_get(report.get(), "uptime"));
@@ -250,14 +214,12 @@ TEST_F(Crash, ABareUnitReportsWhatItKnows)
     ASSERT_EQ(requests.size(), 1U);
     EXPECT_EQ(requests[0].host, "crash.dev.zorv.example");
     const Json report = loaded(requests[0].body);
-    EXPECT_EQ(member(report.get(), "anonymous_controller_id"), "");
-    EXPECT_EQ(member(report.get(), "anonymous_device_id"), "");
-    EXPECT_EQ(member(report.get(), "bomrev"), "\"-1\"");
-    EXPECT_EQ(member(report.get(), "manufacturer_id"), "\"0\"");
-    EXPECT_EQ(member(report.get(), "version"), "\"unknown.0\"");
-    EXPECT_EQ(member(report.get(), "is_default"), "false");
-    EXPECT_EQ(member(report.get(), "controller_version"), "\"unknown\"");
-    EXPECT_EQ(member(report.get(), "system_cfg"), "\"\"");
+    EXPECT_THAT(dumped(report.get()),
+                AllOf(StartsWith(R"({"product_line":"network","kernel_version":")"),
+                      HasSubstr(R"("bomrev":"-1","manufacturer_id":"0","model":"",)"
+                                R"("version":"unknown.0","is_default":false,)"),
+                      HasSubstr(R"("controller_version":"unknown",)"),
+                      HasSubstr(R"("system_cfg":"",)")));
     EXPECT_THAT(logged(), testing::Contains("[warn ] crash.generate_common_payload(): Couldn't "
                                             "obtain firmware version! error code = -2"));
 }
@@ -345,7 +307,6 @@ TEST_F(Crash, AKernelCrashThatIsNotTakenStays)
         {.path = path, .status = 204, .times = 1},
         {.path = path, .status = 404, .body = std::string(5000, 'x'), .times = 1},
         {.path = path, .body = "{\"accepted\":true}", .conduct = Conduct::reset, .times = 1},
-        {.path = path, .conduct = Conduct::hang_up, .times = 1},
         {.path = path, .conduct = Conduct::silent, .times = 1},
         {.path = path, .body = "<html>no JSON is asked for here"},
     }));
@@ -359,7 +320,6 @@ TEST_F(Crash, AKernelCrashThatIsNotTakenStays)
         {"204", "[204] ", true},
         {"a long 404", "[404] " + std::string(2048, 'x'), true},
         {"reset", "[", false},
-        {"hung up", "[", false},
         {"silent", "[28] Timeout was reached", false},
     };
     for (const auto &row : rows) {

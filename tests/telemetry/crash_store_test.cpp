@@ -12,12 +12,6 @@
 
 #include "telemetry/crash_unit.h"
 
-using cloud::Conduct;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
-
 namespace {
 
 constexpr char kText[] = "wlan0: uplink lost passphrase=very-private\n";
@@ -34,14 +28,6 @@ int locked_by_us(const std::string &path)
 {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     return fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0 ? fd : -1;
-}
-
-int open_descriptors()
-{
-    int count = 0;
-    for (int fd = 0; fd < 256; ++fd)
-        count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
-    return count;
 }
 
 double seconds_of(const std::function<void()> &part)
@@ -101,12 +87,10 @@ TEST_F(Crash, ALogIsPreparedThenDeliveredOnce)
     EXPECT_THAT(meta, StartsWith(R"({"filename": "a.tgz", "sent_to_analytics": false, "payload": {)"
                                  R"("product_line": "network", )"));
     EXPECT_EQ(meta.find('\n'), meta.npos);
-    EXPECT_EQ(member(meta, "send_attempts"), "");
     const std::string payload = member(meta, "payload");
     EXPECT_EQ(member(payload, "type"), "\"vwire_disconnect\"");
     EXPECT_EQ(member(payload, "uplink_model"), "\"QX-4\"");
     EXPECT_EQ(member(payload, "crash_log"), "");
-    EXPECT_EQ(member(payload, "system_cfg"), "");
 
     const int before = open_descriptors();
     EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
@@ -155,19 +139,6 @@ TEST_F(Crash, DeliveryIsGivenUpAfterFiveFailures)
             EXPECT_THAT(lines, IsEmpty());
     }
     EXPECT_EQ(has_crash_logs(), 1); // the local management may still have it
-}
-
-TEST_F(Crash, AFailureBetweenSuccessesKeepsOneLogBack)
-{
-    for (const char *name : {"a.tgz", "b.tgz", "c.tgz"})
-        add_log(name, kText);
-    CloudHost host(crash_service(
-        {{.path = "/v1/crash", .conduct = Conduct::hang_up, .times = 1}, {.path = "/v1/crash"}}));
-    EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
-    EXPECT_EQ(undelivered(), 1);
-    EXPECT_EQ(saves(), 1U);
-    EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
-    EXPECT_EQ(undelivered(), 0);
 }
 
 TEST_F(Crash, MetasThatAreDamagedOrForeign)
@@ -229,7 +200,7 @@ TEST_F(Crash, LogsAreHandedToTheLocalManagementOneByOne)
     for (size_t left = 3; left > 0; --left) {
         SCOPED_TRACE(left);
         EXPECT_EQ(has_crash_logs(), 1);
-        const Json next(get_next_crash_log(), json_decref);
+        const Json next(get_next_crash_log());
         ASSERT_TRUE(next);
         const std::string name = json_string_value(json_object_get(next.get(), "filename"));
         EXPECT_EQ(expected.count(name), 1U) << name;
@@ -268,7 +239,7 @@ TEST_F(Crash, AFirstLogThatCannotBeReadHidesLaterOnes)
     EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 0), 0);
     const std::string first = run("ls -U " + log_of()).output; // the directory's own order
     static_cast<void>(logged());
-    const Json next(get_next_crash_log(), json_decref);
+    const Json next(get_next_crash_log());
     if (first.find("lost.tgz") < first.find("a.tgz")) {
         EXPECT_FALSE(next);
     } else {
@@ -326,39 +297,29 @@ TEST_F(Crash, DirectoriesThatCannotBeMade)
     EXPECT_THAT(logged(), ElementsAre(line, line, line, line));
 }
 
-TEST_F(Crash, AMetaThatCannotBeOpenedStopsNoOtherLog)
+TEST_F(Crash, AFailureStopsNoOtherLog)
 {
-    for (const char *name : {"a.tgz", "b.tgz", "c.tgz"})
+    alarm(20); // pipes and devices hold no walk up
+    for (const char *name : {"a.tgz", "b.tgz", "c.tgz", "d.tgz", "e.tgz"})
         add_log(name, kText);
-    std::filesystem::create_directories(meta_of("b.tgz"));
-    CloudHost host(crash_service());
-    EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
-    EXPECT_EQ(host.received().size(), 2U);
-    const auto lines = logged();
-    EXPECT_THAT(lines, Contains("[error] crash.iterate_crash_logs(): Couldn't open " +
-                                meta_of("b.tgz") + " Is a directory"));
-    EXPECT_THAT(lines, Contains("[warn ] crash.finish_crash_meta(): Couldn't process "
-                                "vwire_disconnect: Is a directory"));
-}
-
-TEST_F(Crash, PipesAndDevicesHoldNoWalkUp)
-{
-    alarm(20);
-    for (const char *name : {"a.tgz", "b.tgz", "c.tgz"})
-        add_log(name, kText);
-    must_run("mkdir -p " + meta_of() + " && mkfifo " + log_of("pipe.tgz ") + meta_of("b.tgz"));
-    std::filesystem::create_symlink("/dev/zero", meta_of("c.tgz"));
-    CloudHost host(crash_service());
-    for (int run = 0; run < 2; ++run)
+    must_run("mkdir -p " + meta_of("b.tgz") + " && mkfifo " + log_of("pipe.tgz ") +
+             meta_of("c.tgz"));
+    std::filesystem::create_symlink("/dev/zero", meta_of("d.tgz"));
+    CloudHost host(
+        crash_service({{.path = "/v1/crash", .status = 503, .times = 1}, {.path = "/v1/crash"}}));
+    for (const size_t requests : {2U, 1U, 0U}) { // of a.tgz and e.tgz
         EXPECT_EQ(check_vwire_disconnect_logs(nullptr, 1), 0);
-    EXPECT_EQ(host.received().size(), 1U); // a.tgz, once
+        EXPECT_EQ(host.received().size(), requests);
+    }
     const std::string line = "[error] crash.iterate_crash_logs(): Couldn't open ";
     const auto lines = logged();
-    EXPECT_THAT(lines, Contains(line + meta_of("b.tgz") + " Invalid argument"));
+    EXPECT_THAT(lines, Contains(line + meta_of("b.tgz") + " Is a directory"));
+    EXPECT_THAT(lines, Contains("[warn ] crash.finish_crash_meta(): Couldn't process "
+                                "vwire_disconnect: Is a directory"));
     EXPECT_THAT(lines, Contains(line + meta_of("c.tgz") + " Invalid argument"));
+    EXPECT_THAT(lines, Contains(line + meta_of("d.tgz") + " Invalid argument"));
     EXPECT_FALSE(exists(meta_of("pipe.tgz")));
-    const Json next(get_next_crash_log(), json_decref);
-    EXPECT_EQ(member(next.get(), "filename"), "\"a.tgz\"");
+    EXPECT_TRUE(Json(get_next_crash_log()));
 }
 
 TEST_F(Crash, AFullDiskLosesOnlyWhatItCannotTake)

@@ -4,37 +4,15 @@
 
 #include <cstdlib>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include <jansson.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <zorv/log.h>
 
 #include "support/cloud_host.h"
 #include "support/device.h"
-
-using Json = std::unique_ptr<json_t, void (*)(json_t *)>;
-
-inline Json loaded(const std::string &text)
-{
-    return {json_loadb(text.data(), text.size(), 0, nullptr), json_decref};
-}
-
-// A member as compact JSON, "" when there is none.
-inline std::string member(const json_t *object, const char *name)
-{
-    const std::unique_ptr<char, decltype(&free)> text(
-        json_dumps(json_object_get(object, name), JSON_COMPACT | JSON_ENCODE_ANY), free);
-    return text ? text.get() : "";
-}
-
-inline std::string member(const std::string &text, const char *name)
-{
-    return member(loaded(text).get(), name);
-}
+#include "support/json.h"
 
 // The files of a log, or the folders of the store for no name.
 inline std::string log_of(const std::string &name = "")
@@ -59,7 +37,6 @@ class Crash : public Device {
 protected:
     Crash()
     {
-        libzorv_log_use_syslog = 0; // though there is a /var/log/messages
         file("/var/run/ntp.ready", "");
         file("/var/run/ipready.br0", "");
         file("/var/log/messages", "");

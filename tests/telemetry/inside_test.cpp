@@ -16,7 +16,6 @@
 #include "telemetry/proc_table.h"
 
 using namespace zorv;
-using testing::ElementsAre;
 
 namespace {
 

@@ -13,9 +13,6 @@
 
 #include "ps_list.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 namespace {
 
 using Ps = Device;
@@ -33,7 +30,7 @@ std::vector<std::string> descriptors(const std::function<void()> &open_them)
     std::vector<std::string> found;
     size_t index;
     json_t *fd;
-    json_array_foreach(array.get(), index, fd) found.push_back(dump(fd));
+    json_array_foreach(array.get(), index, fd) found.push_back(dumped(fd));
     EXPECT_EQ(record->state, 'T');
     return found;
 }
@@ -242,7 +239,7 @@ TEST_F(Ps, RecordsOfTheCallersMakingMayHoldAnyKind)
     record.fds = {fds, fds + 4};
     for (size_t n = 0; n + 1 < std::size(fds); ++n)
         fds[n].next = fds + n + 1;
-    EXPECT_EQ(dump(Json(zorv_fds_to_array(&record)).get()),
+    EXPECT_EQ(dumped(Json(zorv_fds_to_array(&record)).get()),
               R"([{"fd_type":"unknown"},{"fd_type":"unknown"},{"fd_type":"pipe"},)" +
                   inet("tcp", "\"*\"", "65535", "UNKNOWN") +
                   R"(,{"fd_type":"socket","socket_type":"unknown","socket":{}}])");

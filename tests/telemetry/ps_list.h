@@ -8,20 +8,18 @@
 #include <string>
 #include <vector>
 
-#include <jansson.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zorv/ps.h>
 
 #include "support/device.h"
 #include "support/enter.h"
+#include "support/json.h"
 
-template <auto Release>
-struct Releaser {
-    void operator()(auto *object) const { Release(object); }
+struct FreeList {
+    void operator()(zorv_ps_list *list) const { zorv_ps_list_free(list); }
 };
-using List = std::unique_ptr<zorv_ps_list, Releaser<zorv_ps_list_free>>;
-using Json = std::unique_ptr<json_t, Releaser<json_decref>>;
+using List = std::unique_ptr<zorv_ps_list, FreeList>;
 
 // A process that has done its work and then stops until the test ends.
 class Child {
@@ -76,12 +74,6 @@ inline std::vector<int> pids(const List &list)
     for (zorv_ps_each(record, list.get()))
         found.push_back(record->pid);
     return found;
-}
-
-inline std::string dump(json_t *json)
-{
-    const std::unique_ptr<char, decltype(&free)> text(json_dumps(json, JSON_COMPACT), free);
-    return text ? text.get() : "(none)";
 }
 
 // A descriptor of an internet socket, as it is dumped.

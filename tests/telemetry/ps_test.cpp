@@ -1,17 +1,10 @@
 // Real processes under the kernel's own /proc.
 #include <zorv/ps.h>
 
-#include <filesystem>
-#include <sstream>
-
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <zorv/log.h>
 
 #include "ps_list.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -49,21 +42,6 @@ TEST_F(Ps, NamesOfAllBytesAreKeptWhole)
     EXPECT_EQ(find(List(zorv_ps()), hidden.pid()), nullptr);
 }
 
-TEST_F(Ps, SizesAreThoseOfTheKernel)
-{
-    kernel_proc();
-    const Child child([] {});
-    const List list(zorv_ps());
-    const zorv_ps_record *const record = find(list, child.pid());
-    ASSERT_NE(record, nullptr);
-    std::istringstream fields(read("/proc/" + std::to_string(child.pid()) + "/stat"));
-    std::vector<std::string> words;
-    for (std::string word; fields >> word;)
-        words.push_back(word);
-    EXPECT_EQ(record->vsz, std::stoull(words.at(22)) / 1024);
-    EXPECT_EQ(record->rss, std::stoll(words.at(23)) * sysconf(_SC_PAGESIZE) / 1024);
-}
-
 TEST_F(Ps, FilterLeavesOutWhatItAnswersOneFor)
 {
     kernel_proc();
@@ -93,12 +71,6 @@ TEST_F(Ps, FilterLeavesOutWhatItAnswersOneFor)
     EXPECT_THAT(pids(none), IsEmpty());
 }
 
-size_t open_descriptors()
-{
-    using Walk = std::filesystem::directory_iterator;
-    return static_cast<size_t>(std::distance(Walk("/proc/self/fd"), Walk()));
-}
-
 TEST_F(Ps, ProcessesThatComeAndGoDoNoHarm)
 {
     kernel_proc();
@@ -116,7 +88,7 @@ TEST_F(Ps, ProcessesThatComeAndGoDoNoHarm)
                 continue;
         }
     }
-    const size_t before = open_descriptors();
+    const int before = open_descriptors();
     for (int round = 0; round < 200; ++round) {
         const Json array(zorv_ps_list_to_array(zorv_ps_filter(1, nullptr, nullptr)));
         size_t index;
@@ -125,7 +97,7 @@ TEST_F(Ps, ProcessesThatComeAndGoDoNoHarm)
         json_array_foreach(array.get(), index, process)
         {
             ASSERT_EQ(json_object_size(process), 8u);
-            ASSERT_NE(dump(process), "(none)");
+            ASSERT_NE(dumped(process), "");
         }
     }
     EXPECT_EQ(open_descriptors(), before);

@@ -5,15 +5,10 @@
 #include <string>
 
 #include <jansson.h>
-#include <zorv/log.h>
 
 #include "support/allocation.h"
 #include "support/cloud_host.h"
 #include "support/device.h"
-
-using testing::Contains;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 namespace {
 
