@@ -3,51 +3,40 @@
 #include <unistd.h>
 
 #include "protocol/datagram.h"
-#include "support/device.h"
+#include "tools/zorvctl.h"
 
 namespace {
 
-using testing::HasSubstr;
-
-constexpr char kKey[] = "000102030405060708090a0b0c0d0e0f";
-constexpr char kHello[] =
-    "223344550202001000050007f0f1f2f3f4f5f6f7f8f9fafbfcfdfeff02a0f100000712300b6b2f9e"
-    "c5fc2cbc3f0f1ad4f003707aa67b4c7f";
-
-class ZorvctlDiscovery : public Device {
+class ZorvctlDiscovery : public Zorvctl {
 protected:
     ZorvctlDiscovery()
     {
-        kernel_proc(); // for the sanitizers of zorvctl
         file("/var/run/zorv_protocol.info",
              "pluvo.key=" + std::string(kKey) + "\npluvo.mcip=239.255.90.90\n");
     }
-
-    static Outcome zorvctl(const std::string &arguments)
-    {
-        return run(ZORVCTL " discovery " + arguments);
-    }
 };
+
+zorv_protocol_ctrl_t keyed_ctrl()
+{
+    zorv_protocol_ctrl_t ctrl{};
+    memcpy(ctrl.key, from_hex(kKey).data(), sizeof ctrl.key);
+    ctrl.own_sequence = 1;
+    return ctrl;
+}
 
 TEST_F(ZorvctlDiscovery, DecodeNamesTheCheckThatFailed)
 {
     const auto changed = [](size_t at, const char *digits) {
         return std::string(kHello).replace(at * 2, strlen(digits), digits);
     };
-    zorv_protocol_ctrl_t ctrl{};
-    memcpy(ctrl.key, from_hex(kKey).data(), sizeof ctrl.key);
-    ctrl.own_sequence = 1;
     Bytes padding = part(from_hex(kHello), 0, 40);
     const Bytes plain(16, 17), key = from_hex(kKey), iv = part(padding, 12, 16);
     put(padding, 36, check_sum(plain), 4);
     for (const uint8_t byte : encrypt(plain, key, iv))
         padding.push_back(byte);
     file("/tmp/padding", std::string(padding.begin(), padding.end()));
-    const std::string hex = "decode --hex ";
-    const struct {
-        std::string arguments;
-        const char *says;
-    } kCases[] = {
+    const std::string hex = "discovery decode --hex ";
+    const std::pair<std::string, const char *> kCases[] = {
         {hex + "2233", "1: rejected: length (2 bytes are less than a header of 40)"},
         {hex + kHello + "00", "length (57 bytes, not the 56 of header and length field)"},
         {hex + kHello + " --last 0x123", "duplicate (sequence 291 is that of the last one)"},
@@ -57,31 +46,22 @@ TEST_F(ZorvctlDiscovery, DecodeNamesTheCheckThatFailed)
         {hex + changed(4, "01"), "version (1, not 2 or more)"},
         {hex + changed(36, "00"), "CRC (0x0b6b2f9e, the header says 0x006b2f9e: "},
         {hex + kHello + " --key " + std::string(32, '0'), "CRC ("},
-        {"decode /tmp/padding", "padding (malformed, its last byte is 17)"},
+        {"discovery decode /tmp/padding", "padding (malformed, its last byte is 17)"},
     };
-    for (const auto &row : kCases) {
-        SCOPED_TRACE(row.arguments);
-        const Outcome outcome = zorvctl(row.arguments);
-        EXPECT_EQ(outcome.status, 1);
-        EXPECT_THAT(outcome.output, HasSubstr(row.says));
-        EXPECT_EQ(outcome.errors, "");
-    }
-    EXPECT_EQ(zorvctl(hex + kHello).output,
-              "1: 02:a0:f1:00:00:07 method 5 type 7 sequence 291: hello\n");
-    EXPECT_EQ(zorvctl(hex + "223").status, 2);
-    EXPECT_EQ(zorvctl(hex + kHello + " --key 0001").status, 2);
-    EXPECT_EQ(zorvctl("decode /tmp/missing").status, 5);
+    for (const auto &[arguments, says] : kCases)
+        expect(1, says, arguments);
+    expect(0, "1: 02:a0:f1:00:00:07 method 5 type 7 sequence 291: hello\n", hex + kHello);
+    expect(2, "", hex + "223");
+    expect(2, "", hex + kHello + " --key 0001");
+    expect(5, "", "discovery decode /tmp/missing");
 }
 
 TEST_F(ZorvctlDiscovery, AMessageIsShownWithoutWhatTerminalsObey)
 {
-    zorv_protocol_ctrl_t ctrl{};
-    memcpy(ctrl.key, from_hex(kKey).data(), sizeof ctrl.key);
-    ctrl.own_sequence = 1;
-    const Bytes datagram =
-        generate("a\x1b[2J\x9b\xc2\x9b \xc3\xa9\xc2\xa0\xe2\x82\xac\xe2\x82", 5, 1, 1, ctrl);
+    const Bytes datagram = generate("a\x1b[2J\x9b\xc2\x9b \xc3\xa9\xc2\xa0\xe2\x82\xac\xe2\x82", 5,
+                                    1, 1, keyed_ctrl());
     file("/tmp/odd", std::string(datagram.begin(), datagram.end()));
-    EXPECT_EQ(zorvctl("decode /tmp/odd").output,
+    EXPECT_EQ(ctl("discovery decode /tmp/odd").output,
               "1: 00:00:00:00:00:00 method 5 type 1 sequence 1: "
               "a\\x1b[2J\\x9b\\xc2\\x9b \xc3\xa9\xc2\xa0\xe2\x82\xac\\xe2\\x82\n");
 }
@@ -108,7 +88,7 @@ TEST_F(ZorvctlDiscovery, DecodeReadsCaptures)
     };
     for (const auto &row : kCases) {
         SCOPED_TRACE(row.file);
-        const Outcome outcome = zorvctl("decode " + seeds + row.file);
+        const Outcome outcome = ctl("discovery decode " + seeds + row.file);
         EXPECT_EQ(outcome.output, row.output);
         EXPECT_EQ(outcome.status, row.status);
     }
@@ -122,8 +102,7 @@ TEST_F(ZorvctlDiscovery, ListenAnswersInOneDocument)
                               "exec 3<says; while read -r line; do case $line in *'init done') "
                               "cat <&3 >/dev/null 2>&1 & exit 0;; esac; done <&3; exit 1");
     ASSERT_EQ(start.status, 0);
-    zorv_protocol_ctrl_t ctrl{};
-    memcpy(ctrl.key, from_hex(kKey).data(), sizeof ctrl.key);
+    zorv_protocol_ctrl_t ctrl = keyed_ctrl();
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_in here{};
     here.sin_family = AF_INET;
@@ -134,8 +113,8 @@ TEST_F(ZorvctlDiscovery, ListenAnswersInOneDocument)
         uint16_t method;
     } kMessages[] = {{"other method", 6}, {{"with a NUL\0", 11}, 5}, {"\xff\n", 5}};
     for (const auto &[text, method] : kMessages) {
-        ctrl.own_sequence++;
         const Bytes datagram = generate(text, method, 1, 1, ctrl);
+        ctrl.own_sequence++;
         sendto(fd, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&here),
                sizeof here);
     }
@@ -150,18 +129,15 @@ TEST_F(ZorvctlDiscovery, ListenAnswersInOneDocument)
 
 TEST_F(ZorvctlDiscovery, ListenAndSendSayWhenThereIsNothing)
 {
-    EXPECT_EQ(zorvctl("listen --timeout 0.01").status, 0);
-    const Outcome none = zorvctl("listen --timeout 0.01 --count 1 --json");
-    EXPECT_EQ(none.status, 1);
-    EXPECT_EQ(none.output, "{\"messages\":[]}\n");
-    const Outcome lost = zorvctl("send --method 1 hello"); // no route to the group
-    EXPECT_EQ(lost.status, 5);
-    EXPECT_THAT(lost.errors, HasSubstr("Network is unreachable"));
-    EXPECT_EQ(zorvctl("send --method 1 " + std::string(463, 'x') + " --nul").status, 4);
-    EXPECT_EQ(zorvctl("send --method 70000 hello").status, 2);
-    EXPECT_EQ(zorvctl("init-check").status, 1);
+    expect(0, "", "discovery listen --timeout 0.01");
+    expect(1, "{\"messages\":[]}\n", "discovery listen --timeout 0.01 --count 1 --json");
+    const std::string send = "discovery send --method 1 ";
+    expect(5, "Network is unreachable", send + "hello"); // no route to the group
+    expect(4, "", send + std::string(463, 'x') + " --nul");
+    expect(2, "", "discovery send --method 70000 hello");
+    expect(1, "", "discovery init-check");
     remove("/var/run/zorv_protocol.info");
-    EXPECT_EQ(zorvctl("init-check").status, 3);
+    expect(3, "", "discovery init-check");
 }
 
 } // namespace

@@ -1,17 +1,10 @@
 // What zorvctl doctor finds on a whole unit, and on one with a fault.
 #include <map>
-#include <memory>
-#include <string>
 
-#include <jansson.h>
-
-#include "support/device.h"
+#include "tools/zorvctl.h"
 
 using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
-using testing::StartsWith;
 
 namespace {
 
@@ -35,16 +28,14 @@ constexpr struct {
     {"/proc/net/unix", "Num       RefCount Protocol Flags\n"},
 };
 
-class ZorvctlDoctor : public Device {
+class ZorvctlDoctor : public ZorvctlUnit {
 protected:
     // A whole unit.
     ZorvctlDoctor()
     {
-        must_run("mkdir -p /sys/class/net/br0/bridge /var/run/report /etc/persistent/cfg &&"
-                 "ln -s " ZORVCTL " /usr/local/bin/zorvctl");
+        must_run("mkdir -p /sys/class/net/br0/bridge /var/run/report /etc/persistent/cfg");
         for (const auto &row : kKernelFiles)
             file(row.path, row.text);
-        kernel_processes();
         file(kInfo, "vendorid=1f3d\nsystemid=7e8b\nserialno=02a0f3000007\n"
                     "eth0.macaddr=02:a0:f3:00:00:07\ncpuid=2008a007\n");
         file("/proc/zorvhal/board", "bomrev=2e8ff\n");
@@ -72,9 +63,9 @@ struct Page {
     std::string reports, traces; // why nothing is sent
 };
 
-std::string text_of(const json_t *object, const char *member)
+std::string text_of(const json_t *object, const char *name)
 {
-    const char *const text = json_string_value(json_object_get(object, member));
+    const char *const text = json_string_value(json_object_get(object, name));
     return text ? text : "";
 }
 
@@ -88,7 +79,8 @@ std::string reason_of(const json_t *destination)
 Page examine(const std::string &zorvctl = "zorvctl")
 {
     Page page = {Device::run(zorvctl + " doctor --json"), {}, {}, false, "", ""};
-    json_t *const document = json_loads(page.outcome.output.c_str(), 0, nullptr);
+    const Json json = loaded(page.outcome.output);
+    const json_t *const document = json.get();
     EXPECT_TRUE(json_is_object(document)) << page.outcome.output << page.outcome.errors;
     size_t index;
     const json_t *row;
@@ -108,7 +100,6 @@ Page examine(const std::string &zorvctl = "zorvctl")
     page.healthy = json_is_true(json_object_get(document, "healthy"));
     page.reports = reason_of(json_object_get(document, "reports"));
     page.traces = reason_of(json_object_get(document, "traces"));
-    json_decref(document);
     EXPECT_EQ(page.outcome.status, page.healthy ? 0 : 1) << page.outcome.errors;
     return page;
 }
@@ -121,14 +112,11 @@ TEST_F(ZorvctlDoctor, AWholeUnitIsHealthy)
     EXPECT_TRUE(page.healthy);
     EXPECT_THAT(page.off, IsEmpty());
     EXPECT_EQ(page.reports + page.traces + page.outcome.errors, "");
-    const Outcome text = run("zorvctl doctor");
-    EXPECT_EQ(text.status, 0);
-    EXPECT_THAT(text.output, StartsWith("crash reports go to https://crash.zorv.example\n"
-                                        "traces go to https://trace.zorv.example\n"));
-    EXPECT_THAT(text.output, AllOf(HasSubstr("\nhealthy\n"), Not(HasSubstr("Off:"))));
-    EXPECT_THAT(
-        text.output,
-        testing::ContainsRegex("system.analytics.mode +absent +not there +reports are anonymous"));
+    EXPECT_THAT(run("zorvctl doctor").output,
+                AllOf(StartsWith("crash reports go to https://crash.zorv.example\n"
+                                 "traces go to https://trace.zorv.example\n"),
+                      HasSubstr("\nhealthy\n"), Not(HasSubstr("Off:")),
+                      testing::ContainsRegex("system.analytics.mode +absent +not there +reports")));
 
     file("/var/run/system.analytics.mode", "1\n"); // what is optional, and sane
     file("/var/run/system.uplink_ifname", "lo\n");
@@ -157,10 +145,7 @@ TEST_F(ZorvctlDoctor, EachFaultIsNamedWithWhatIsOff)
          "/proc/zorvhal/system.info eth0.macaddr", "unfit: 02-a0: not a MAC address; the main MAC"},
         {"/proc/zorvhal/board", nullptr, "/proc/zorvhal/board bomrev", "missing: not there"},
         {"/proc/zorvhal/board", "garbage\n", "/proc/zorvhal/board bomrev", "unfit: no bomrev"},
-        {"/proc/zorvhal/status/IsDefault", "", nullptr, "unfit: empty"},
         {"/proc/zorvhal/status/IsDefault", "maybe\n", nullptr, "unfit: maybe: neither"},
-        {"/tmp/system.cfg", nullptr, nullptr, "missing: not there; no services"},
-        {"/tmp/system.cfg", "", nullptr, "unfit: no entries"},
         {"/tmp/system.cfg", "half a li", nullptr, "unfit: no entries"},
         {"/etc/persistent/cfg/mgmt", "#\n", nullptr, "unfit: no entries; management keys"},
         {kSite, "pluvo.mcip=239.255.90.90\n", "/var/run/zorv_protocol.info pluvo.key",
@@ -171,29 +156,24 @@ TEST_F(ZorvctlDoctor, EachFaultIsNamedWithWhatIsOff)
          "/var/run/zorv_protocol.info pluvo.key", "unfit: not hexadecimal; discovery"},
         {kSite, "pluvo.key=000102030405060708090a0b0c0d0e0f\npluvo.mcip=192.0.2.9\n",
          "/var/run/zorv_protocol.info pluvo.mcip", "unfit: 192.0.2.9: not a multicast"},
-        {"/var/run/ntp.ready", nullptr, nullptr, "missing: not there; no crash"},
         {"/var/run/ipready.br0", "", nullptr, "unfit: empty; no crash report leaves the unit, dis"},
         {"/var/run/ipready.br0", "0.0.0.0\n", nullptr, "unfit: 0.0.0.0: no address yet"},
         {"/var/run/system.analytics.mode", "off\n", nullptr, "unfit: no number; reports are anon"},
-        {"/var/run/system.analytics.coredump", "", nullptr, "unfit: no number; bytes of dumps"},
         {"/var/run/system.internet", "yes\n", nullptr, "unfit: no digit"},
         {"/var/run/system.uplink_ifname", "eth9\n", nullptr, "unfit: eth9: no such interface"},
         {"/var/run/dhcpc.last_state", "bind\n", nullptr, "unfit: bind: no state of the DHCP"},
         {"/var/run/guest/portal", "", nullptr, "unfit: not a folder; no guest portals"},
         {"/var/run/report", nullptr, nullptr, "missing: not there; the report lock"},
         {"/usr/etc/.version", nullptr, nullptr, "missing: not there; the firmware"},
-        {"/usr/etc/.build", "", nullptr, "unfit: empty; the firmware's version is unknown.0"},
         {"/usr/etc/.version", "\x01\n", nullptr, "unfit: \x01: not a version"},
         {"/usr/lib/build.properties", "", "/usr/lib/build.properties scm_reftype",
          "unfit: no such key; no release"},
         {"/etc/syswrapper.sh", nullptr, nullptr, "missing: nor in /usr/etc; no system"},
         {"/etc/syswrapper.sh", "#!/bin/sh\n", nullptr, "unfit: /etc/syswrapper.sh: cannot be st"},
         {"/usr/local/bin/syswrapper.sh", nullptr, "syswrapper.sh", "missing: not on PATH; reports"},
-        {"/usr/local/bin/logread", nullptr, "logread", "missing: not on PATH; reports of RAM"},
         {"/proc/meminfo", "", nullptr, "unfit: empty; no memory statistics"},
         {"/proc/net/tcp", "garbage\n", nullptr,
          "unfit: its first line lacks \"local_address\"; TCP sockets are unknown"},
-        {"/proc/uptime", nullptr, nullptr, "missing: not there; no uptime"},
         {"/sys/class/net/br0", nullptr, "/sys/class/net/br0/bridge", "missing: not there"},
     };
     for (const auto &row : rows) {
@@ -215,17 +195,6 @@ TEST_F(ZorvctlDoctor, EachFaultIsNamedWithWhatIsOff)
         must_run(std::string("[ ! -e /tmp/kept/it ] || cp -a /tmp/kept/it ").append(row.path));
     }
     EXPECT_TRUE(examine().healthy);
-}
-
-TEST_F(ZorvctlDoctor, WithoutTheDriverEachValueIsOff)
-{
-    remove("/proc/zorvhal");
-    const Page page = examine();
-    EXPECT_EQ(page.off.size(), 5U) << page.outcome.output; // and not what is optional
-    EXPECT_THAT(page.off.at("/proc/zorvhal/system.info serialno"),
-                StartsWith("missing: not there; discovery sends as 00:"));
-    file("/proc/zorvhal", "");
-    EXPECT_EQ(examine().off.size(), 5U);
 }
 
 TEST_F(ZorvctlDoctor, SaysWhyNothingIsBeingSent)
@@ -279,9 +248,7 @@ TEST_F(ZorvctlDoctor, TellsWhatBecameOfCrashes)
 
 TEST_F(ZorvctlDoctor, TellsWhatTheStoreHoldsBack)
 {
-    const struct {
-        const char *meta, *logs;
-    } rows[] = {
+    const std::pair<const char *, const char *> rows[] = {
         {nullptr, "ok: 1 to be delivered"},
         {R"({"payload":{},"send_attempts":0})", "ok: 1 to be delivered"},
         {R"({"payload":{},"sent_to_analytics":true,"send_attempts":4})", "ok: 1 delivered"},
@@ -292,11 +259,11 @@ TEST_F(ZorvctlDoctor, TellsWhatTheStoreHoldsBack)
     };
     EXPECT_EQ(examine().sending.at("crash logs"), "none: none in the store");
     file(std::string(kLogs) + "a.tgz", "");
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.logs);
-        if (row.meta)
-            file(std::string(kMetas) + "a.tgz", row.meta);
-        EXPECT_EQ(examine().sending.at("crash logs"), row.logs);
+    for (const auto &[meta, logs] : rows) {
+        SCOPED_TRACE(logs);
+        if (meta)
+            file(std::string(kMetas) + "a.tgz", meta);
+        EXPECT_EQ(examine().sending.at("crash logs"), logs);
     }
     file(std::string(kMetas) + "a.tgz", R"({"payload":{},"send_attempts":1})");
     file(std::string(kMarkers) + "a.tgz", "");
