@@ -188,6 +188,14 @@ TEST_F(Codec, Padding)
     EXPECT_THAT(logged(), IsEmpty());
 }
 
+TEST_F(Codec, AnotherKeyEndsAtTheCheckSum)
+{
+    zorv_protocol_ctrl_t ctrl = make_ctrl();
+    ctrl.key[15] ^= 1;
+    EXPECT_EQ(status(from_hex(kHello), ctrl), 1u);
+    EXPECT_THAT(logged(), ElementsAre(testing::HasSubstr("hdr=191573918, crc32=")));
+}
+
 // Such a payload stays as it came: a damaged one ends at the check sum, one made for it passes
 // without the key.
 TEST_F(Codec, ALengthOfNoWholeBlocksIsNotDecrypted)

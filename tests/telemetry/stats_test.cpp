@@ -21,6 +21,26 @@ using Hosts = std::unique_ptr<conntrack_hosts_t, FreeHosts>;
 
 constexpr char kMeminfo[] = "/proc/meminfo";
 
+TEST_F(Stats, MeminfoIsTheKernelsInTheDocumentedOrder)
+{
+    kernel_proc();
+    meminfo_t memory;
+    ASSERT_EQ(meminfo(&memory), 0);
+    std::istringstream lines(read(kMeminfo));
+    uint64_t total = 0, limit = 0;
+    for (std::string key, line; lines >> key && std::getline(lines, line);) {
+        if (key == "MemTotal:")
+            total = std::stoull(line);
+        if (key == "CommitLimit:")
+            limit = std::stoull(line);
+    }
+    EXPECT_EQ(memory.MemTotal, total);
+    EXPECT_EQ(memory.CommitLimit, limit);
+    EXPECT_GT(memory.used_percent, 0);
+    EXPECT_LT(memory.used_percent, 100);
+    EXPECT_THAT(logged(), IsEmpty());
+}
+
 TEST_F(Stats, MeminfoReadsEveryRow)
 {
     const char *const keys[] = {
@@ -169,6 +189,31 @@ TEST_F(Stats, TextOfAHostIsAnAllocationOfItsOwn)
     const Hosts hosts(get_top_conntrack_hosts());
     free(hosts->hosts->host);
     hosts->hosts->host = strdup("released with the table");
+}
+
+TEST_F(Stats, ManyHostsAreSortedAndFoundByHash)
+{
+    std::string table;
+    for (int host = 0; host < 2000; ++host)
+        for (int n = 0; n <= host % 7; ++n)
+            table += "ipv4 src=h" + std::to_string(host) + " dst=gateway \n";
+    file(kConntrack, table);
+    const Hosts hosts(get_top_conntrack_hosts());
+    EXPECT_EQ(HASH_COUNT(hosts->hosts), 2001u);
+    EXPECT_STREQ(hosts->hosts->host, "gateway");
+    conntrack_host *found = nullptr;
+    HASH_FIND_STR(hosts->hosts, "h1004", found);
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(found->count, 1004 % 7 + 1);
+    int last = INT32_MAX, order = -1;
+    for (const conntrack_host *host = hosts->hosts; host;
+         host = static_cast<const conntrack_host *>(host->hh.next)) {
+        ASSERT_LE(host->count, last);
+        const int number = host == hosts->hosts ? -1 : std::stoi(host->host + 1);
+        ASSERT_TRUE(host->count < last || number > order); // first seen first
+        last = host->count;
+        order = number;
+    }
 }
 
 } // namespace
