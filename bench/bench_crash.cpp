@@ -70,7 +70,7 @@ void deliver(const json_t *report)
 {
     const zorv::ReportText text = zorv::dump_report(report);
     benchmark::DoNotOptimize(strlen(text.posted.get()));
-    zorv::save_crash_payload(text.kept.get());
+    zorv::save_crash_payload(text.kept.get(), text.length);
 }
 
 void report(benchmark::State &state, long size)

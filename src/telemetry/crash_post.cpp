@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <curl/curl.h>
 
@@ -21,7 +22,8 @@ constexpr char kKeptPayload[] = "/var/run/report_payload.txt";
 constexpr char kKeptCommand[] = "/var/run/report_payload_cmd.txt";
 constexpr size_t kMostKept = 102400; // bytes of a payload without its newline; /var/run is memory
 
-// Leaves out the white space between the tokens of a JSON text, which makes its compact form.
+// Leaves out the white space between the tokens of a JSON text, which makes its compact form; in
+// place, if wanted.
 void copy_compact(char *to, const char *from)
 {
     bool in_string = false;
@@ -41,22 +43,24 @@ void copy_compact(char *to, const char *from)
 
 ReportText zorv::dump_report(const json_t *report)
 {
-    ReportText text = {Text(json_dumps(report, JSON_INDENT(2))), nullptr};
-    if (!text.kept)
-        return text;
-    text.posted.reset(static_cast<char *>(malloc(strlen(text.kept.get()) + 1)));
-    if (text.posted)
-        copy_compact(text.posted.get(), text.kept.get());
-    return text;
+    Text kept(json_dumps(report, JSON_INDENT(2)));
+    const size_t length = kept ? strlen(kept.get()) : 0;
+    if (length > kMostKept) {
+        copy_compact(kept.get(), kept.get());
+        return {nullptr, std::move(kept), length};
+    }
+    Text posted(static_cast<char *>(kept ? malloc(length + 1) : nullptr));
+    if (posted)
+        copy_compact(posted.get(), kept.get());
+    return {std::move(kept), std::move(posted), length};
 }
 
-void zorv::save_crash_payload(const char *text)
+void zorv::save_crash_payload(const char *text, size_t length)
 {
-    if (!text) {
+    if (length == 0) {
         log_error("Invalid payload");
         return;
     }
-    const size_t length = strlen(text);
     if (length > kMostKept) {
         log_info("Skipped saving crash report payload because it was > 100KB (%d)",
                  static_cast<int>(length));
@@ -75,7 +79,7 @@ void zorv::save_crash_payload(const char *text)
 void save_crash_payload(json_t *payload)
 {
     const Text text(json_dumps(payload, JSON_INDENT(2)));
-    save_crash_payload(text.get());
+    save_crash_payload(text.get(), text ? strlen(text.get()) : 0);
 }
 
 void save_crash_payload_cmd(const char *cmd)
@@ -117,7 +121,7 @@ int zorv::post_crash(const char *url, json_t *payload, json_t **response)
                     curl_easy_strerror(static_cast<CURLcode>(code)));
         return -1;
     }
-    save_crash_payload(text.kept.get());
+    save_crash_payload(text.kept.get(), text.length);
     const char *const body = body_text(*reply);
     if (reply->status != 200) {
         log_warning("POST '%s' failed: [%ld] %s", url, reply->status, body);

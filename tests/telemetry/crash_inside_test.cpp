@@ -80,6 +80,12 @@ TEST_F(CrashInside, BothTextsOfAReportAreThoseOfJansson)
     const ReportText text = dump_report(report.get());
     EXPECT_STREQ(text.posted.get(), Text(json_dumps(report.get(), JSON_COMPACT)).get());
     EXPECT_STREQ(text.kept.get(), Text(json_dumps(report.get(), JSON_INDENT(2))).get());
+
+    json_object_set_new(report.get(), "long", json_string(std::string(102400, ' ').c_str()));
+    const ReportText rest = dump_report(report.get());
+    EXPECT_STREQ(rest.posted.get(), Text(json_dumps(report.get(), JSON_COMPACT)).get());
+    EXPECT_EQ(rest.kept, nullptr);
+    EXPECT_EQ(rest.length, strlen(Text(json_dumps(report.get(), JSON_INDENT(2))).get()));
 }
 
 TEST_F(CrashInside, MemoryRunsOutForAReport)
