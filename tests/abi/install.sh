@@ -21,7 +21,7 @@ answers() {
     $(pkg-config --cflags --libs zorv)
 answers "$work/five_lines"
 
-env -u PKG_CONFIG_PATH "$cmake" -S "$source/tests/abi/consumer" -B "$work/consumer" \
+env -u PKG_CONFIG_PATH "$cmake" -G Ninja -S "$source/tests/abi/consumer" -B "$work/consumer" \
     "-DCMAKE_C_COMPILER=$cc" "-DCMAKE_PREFIX_PATH=$work" >/dev/null
 "$cmake" --build "$work/consumer" >/dev/null
 answers "$work/consumer/consumer"
