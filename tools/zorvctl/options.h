@@ -43,7 +43,7 @@ public:
     Option check_range(double least, double most) const;
     Option check_not_negative() const;
 
-    // Takes these words alone, each for its number, and the numbers.
+    // Takes one of these words, or its number.
     Option transform(const std::map<std::string, int> &words) const;
 
 private:
