@@ -21,6 +21,7 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -58,6 +59,9 @@ const std::vector<Kind> kKinds = {
     {"exec", {SYS_execve, SYS_execveat}, {EACCES, EIO, ENOMEM}},
 };
 
+// What counts lines, or says what ran, writes below the folder that this names.
+constexpr char kRecord[] = "GCOV_PREFIX";
+
 constexpr int kPatience = 20'000; // milliseconds that a run may take
 
 FaultPlan *g_plan;
@@ -82,11 +86,11 @@ std::string shown(const Fault &fault)
 }
 
 // Has the kernel ask at a descriptor, which it returns, before calls of the fault's kind or of any.
-int install_filter(const Fault &fault)
+int install_filter(const Fault &fault, bool recorded)
 {
     std::vector<long> calls = {SYS_execve};
     for (const Kind &kind : kKinds)
-        if (fault.first == 0 || &kind == fault.kind)
+        if (fault.first == 0 || recorded || &kind == fault.kind)
             calls.insert(calls.end(), kind.calls.begin(), kind.calls.end());
     std::vector<sock_filter> code = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
@@ -114,8 +118,10 @@ int count_descriptors()
 }
 
 // In the child: the scenario with its fault.
-void suffer(const Torture::Row &row, const Fault &fault, const std::set<std::string> &seen)
+void suffer(const Torture::Row &row, const Fault &fault, bool recorded)
 {
+    if (!recorded)
+        unsetenv(kRecord);
     g_is_child = true;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     row.prepare();
@@ -124,7 +130,7 @@ void suffer(const Torture::Row &row, const Fault &fault, const std::set<std::str
     const int before = count_descriptors();
     const bool is_attended = fault.kind || fault.first == 0;
     if (is_attended) {
-        g_plan->listener = install_filter(fault);
+        g_plan->listener = install_filter(fault, recorded);
         while (!g_plan->attended)
             sched_yield();
     }
@@ -136,8 +142,8 @@ void suffer(const Torture::Row &row, const Fault &fault, const std::set<std::str
     g_plan->length = std::min(text.size(), sizeof g_plan->result);
     memcpy(g_plan->result, text.data(), g_plan->length);
     g_plan->ended = true;
-    if (getenv("GCOV_PREFIX") && !seen.contains(text))
-        exit(0); // which counts the lines that ran, and takes its time
+    if (recorded)
+        exit(0); // which counts the lines that ran
     _exit(0);
 }
 
@@ -145,7 +151,11 @@ void suffer(const Torture::Row &row, const Fault &fault, const std::set<std::str
 // the scenario starts are left alone.
 class Attendant {
 public:
-    Attendant(int listener, const Fault &fault) : listener_(listener), fault_(fault) {}
+    Attendant(int listener, const Fault &fault) : listener_(listener), fault_(fault)
+    {
+        if (const char *const folder = getenv(kRecord))
+            record_ = folder;
+    }
     ~Attendant() { close(listener_); }
 
     void answer()
@@ -174,6 +184,8 @@ private:
         const auto pid = static_cast<pid_t>(asked.pid);
         if (!g_plan->armed || pid == g_plan->spared || strangers_.contains(pid))
             return false;
+        if (is_record(asked))
+            return false;
         const auto fd = static_cast<int>(asked.data.args[0]);
         if (asked.data.nr == SYS_write && (fd == fileno(stderr) || fd == STDERR_FILENO))
             return false; // or nothing would tell what happened
@@ -184,6 +196,23 @@ private:
                 return &kind == fault_.kind && n >= fault_.first && n <= fault_.last;
             }
         return false;
+    }
+
+    // Opening, writing and closing a record of what ran is none of the scenario's calls.
+    bool is_record(const seccomp_notif &asked)
+    {
+        if (record_.empty())
+            return false;
+        if (std::find(kKinds.front().calls.begin(), kKinds.front().calls.end(), asked.data.nr) ==
+            kKinds.front().calls.end())
+            return recording_[asked.pid] > 0 && recording_[asked.pid]-- > 0;
+        std::string path(record_.size(), '\0');
+        const auto at = asked.data.args[asked.data.nr == SYS_openat ? 1 : 0];
+        iovec own = {path.data(), path.size()},
+              theirs = {reinterpret_cast<void *>(at), path.size()};
+        process_vm_readv(static_cast<pid_t>(asked.pid), &own, 1, &theirs, 1, 0);
+        recording_[asked.pid] = path == record_ ? 2 : 0;
+        return path == record_;
     }
 
     // What the descriptor was is closed; its number lives on.
@@ -200,6 +229,8 @@ private:
     int listener_;
     const Fault &fault_;
     std::set<pid_t> strangers_;
+    std::string record_;                // the folder
+    std::map<unsigned, int> recording_; // calls to come, by process
 };
 
 // The filter's descriptor in the child as one of this process; -1 when the child has ended.
@@ -273,7 +304,7 @@ struct Run {
     bool hit;
 };
 
-Run run(const Torture::Row &row, const Fault &fault, const std::set<std::string> &seen)
+Run run(const Torture::Row &row, const Fault &fault, bool recorded)
 {
     new (g_plan) FaultPlan();
     g_plan->allocations = !fault.kind;
@@ -283,7 +314,7 @@ Run run(const Torture::Row &row, const Fault &fault, const std::set<std::string>
     fflush(nullptr);
     const auto child = static_cast<pid_t>(check(fork(), "fork"));
     if (child == 0)
-        suffer(row, fault, seen);
+        suffer(row, fault, recorded);
     Run run = {};
     const int status = attend(child, fault);
     run.hit = g_plan->hit;
@@ -309,10 +340,9 @@ class Rack {
 public:
     explicit Rack(const Torture::Row &row) : row_(row)
     {
-        const Run undisturbed = run(row, {}, {});
+        const Run undisturbed = run(row, {}, getenv(kRecord));
         EXPECT_EQ(undisturbed.lines + undisturbed.damage, "") << row.name << " undisturbed";
         result_ = undisturbed.result;
-        seen_ = {result_};
         blocks_ = g_plan->blocks;
         descriptors_ = g_plan->descriptors;
         const long allocations = g_plan->count;
@@ -333,10 +363,11 @@ private:
         for (long i = 0; i < most; ++i) {
             fault.first = 1 + i * count / most;
             fault.last = behind ? __LONG_MAX__ : fault.first;
-            Run disturbed = run(row_, fault, seen_);
+            Run disturbed = run(row_, fault, false);
             g_total[fault.kind ? fault.kind->name : "allocation"] += disturbed.hit ? 1 : 0;
             note_left(disturbed, blocks_, descriptors_);
-            seen_.insert(disturbed.result);
+            if (seen_.insert(disturbed.result + disturbed.lines).second && getenv(kRecord))
+                run(row_, fault, true);
             if (disturbed.result == result_ && disturbed.damage.empty())
                 continue;
             const std::string lines = disturbed.lines.empty() ? "" : ": " + disturbed.lines;
