@@ -34,11 +34,7 @@ std::string readings(const char *path, int size)
 
 TEST_F(Files, FirstLinesAndNumbersAreRead)
 {
-    const struct {
-        std::string_view text;
-        int size;
-        const char *want;
-    } rows[] = {
+    const std::tuple<std::string_view, int, const char *> rows[] = {
         {"one\ntwo\n", 16, "0 [one] [one] [one] -7 -7 -7 -7 1.5"},
         {"42", 16, "0 [42] [42] [42] 42 42 42 42 42"},
         {"0x10\r\n", 16, "0 [0x10\r] [0x10\r] [0x10\r] 0 0 16 16 16"},
@@ -57,9 +53,9 @@ TEST_F(Files, FirstLinesAndNumbersAreRead)
         {"                  1\n", 2, "0 [ ] [ ] [ ] -7 -7 -7 -7 1"},
         {"0.000000000000000000000000000000009\n", 4, "0 [0.0] [0.0] [0.0] 0 0 0 0 0"},
     };
-    for (const auto &row : rows) {
-        file(kState, row.text);
-        EXPECT_EQ(readings(kState, row.size), row.want) << row.text;
+    for (const auto &[text, size, want] : rows) {
+        file(kState, text);
+        EXPECT_EQ(readings(kState, size), want) << text;
     }
     EXPECT_EQ(readings(nullptr, 5), "-22 [kept] [none] [none] -7 -7 -7 -7 1.5");
     EXPECT_EQ(readings("/tmp/missing", 3), "-2 [kept] [no] [no] -7 -7 -7 -7 1.5");
@@ -81,47 +77,37 @@ TEST_F(Files, LinesAndValuesAreFoundByTheirKeys)
     file(kState, "MemTotal:  1024 kB\nmode=ap\nempty\nempty=\n\t late =\t= 7\r\nmode=sta\n"
                  "modes=x\nempty = found\n" +
                      std::string(260, '.') + "wan0: up\n" + std::string(254, ' ') + "tail=end");
-    const struct {
-        const char *key;
-        size_t size;
-        const char *want;
-    } rows[] = {
-        {"MemTotal:", 30, "1024, 0 MemTotal:  1024 kB\n"},
-        {"MemTotal", 3, "no, 0 Me"},
-        {"MemTotal:", 3, "10, 0 Me"},
-        {"mode", 30, "ap, 0 mode=ap\n"},
-        {"MODE", 30, "none, -1 kept"},
-        {"empty", 30, "found, 0 empty\n"},
-        {"late", 30, "7, 0 \t late =\t= 7\r\n"},
-        {"up", 30, "none, 0 ......wan0: up\n"},
-        {"tail", 30, "end, 0 tail=end"},
-        {"", 30, "none, 0 MemTotal:  1024 kB\n"},
-        {nullptr, 30, "none, -1 kept"},
-        {"mode", 1, ", 0 "},
-        {"MODE", 1, ", -1 "},
-        {"mode", 0, "kept, -1 kept"},
-        {"MODE", 0, "kept, -1 kept"},
+    const std::tuple<const char *, const char *, size_t, const char *> rows[] = {
+        {kState, "MemTotal:", 30, "1024, 0 MemTotal:  1024 kB\n"},
+        {kState, "MemTotal", 3, "no, 0 Me"},
+        {kState, "MemTotal:", 3, "10, 0 Me"},
+        {kState, "mode", 30, "ap, 0 mode=ap\n"},
+        {kState, "MODE", 30, "none, -1 kept"},
+        {kState, "empty", 30, "found, 0 empty\n"},
+        {kState, "late", 30, "7, 0 \t late =\t= 7\r\n"},
+        {kState, "up", 30, "none, 0 ......wan0: up\n"},
+        {kState, "tail", 30, "end, 0 tail=end"},
+        {kState, "", 30, "none, 0 MemTotal:  1024 kB\n"},
+        {kState, "mode", 1, ", 0 "},
+        {kState, "MODE", 3, "no, -1 ke"}, // ended, whatever happens
+        {kState, "mode", 0, "kept, -1 kept"},
+        {kState, "MODE", 0, "kept, -1 kept"},
+        {kState, nullptr, 30, "none, -1 kept"},
+        {"/tmp/missing", "mode", 3, "no, -1 ke"},
+        {nullptr, "mode", 30, "none, -1 kept"},
     };
-    for (const auto &[key, size, want] : rows) {
-        char value[31] = "kept", line[31] = "kept";
-        freadvalue(kState, key, value, size, "none");
-        const int rc = fsreadlinebykey(kState, key, line, size);
+    char value[31], line[31];
+    for (const auto &[path, key, size, want] : rows) {
+        strcpy(value, "kept");
+        strcpy(line, "kept");
+        freadvalue(path, key, value, size, "none");
+        const int rc = fsreadlinebykey(path, key, line, size);
         EXPECT_EQ(std::string(value) + ", " + std::to_string(rc) + " " + line, want);
     }
-    char line[8] = "kept...";
-    EXPECT_EQ(fsreadlinebykey("/tmp/missing", "mode", line, 5), -1);
-    EXPECT_STREQ(line, "kept"); // ended, whatever happens
-    EXPECT_STREQ(freadvalue("/tmp/missing", "mode", line, 4, "none"), "non");
-    EXPECT_EQ(fsreadlinebykey(nullptr, "mode", line, 5), -1);
     EXPECT_EQ(fsreadlinebykey(kState, "mode", nullptr, 5), -1);
-    EXPECT_STREQ(freadvalue(nullptr, "mode", line, 5, "none"), "none");
     EXPECT_THAT(logged(), IsEmpty());
-}
 
-TEST_F(Files, AMissingDefaultIsAnErrorAndATextlessOne)
-{
-    char line[8];
-    libzorv_log_level = 16;
+    libzorv_log_level = 16; // a missing default is an error, and an empty text
     EXPECT_STREQ(freadline("/tmp/missing", line, sizeof line, nullptr), "");
     libzorv_log_level = 1;
     EXPECT_STREQ(freadlineat(AT_FDCWD, "/tmp/missing", line, sizeof line, nullptr), "");
@@ -147,11 +133,7 @@ TEST_F(Files, WritingReplacesTheContentAndCountersAddUp)
     EXPECT_EQ(faddlongat(tmp, "sum", 5), 0);
     EXPECT_EQ(run("cd /tmp; cat text number sum; stat -c %a text number sum").output,
               "new\n-9223372036854775808\n5\n600\n600\n600\n");
-    const struct {
-        const char *text;
-        long delta;
-        const char *base_ten, *any_base;
-    } rows[] = {
+    const std::tuple<const char *, long, const char *, const char *> rows[] = {
         {"0x10 and more\nlines\n", 1, "1\n", "17\n"},
         {"10", -11, "-1\n", "-1\n"},
         {"junk\n", 3, "3\n", "3\n"},

@@ -27,40 +27,33 @@ TEST_F(Format, TextsAreWholeOrSayThatTheyAreCut)
     EXPECT_EQ(Owned(malloc_printf("%s-%d", large.c_str(), 7), free).get(), large + "-7");
     EXPECT_EQ(malloc_printf("%lc", static_cast<wint_t>(0xD800)), nullptr); // no such character
 
-    char text[4];
-    EXPECT_EQ(zorv_snprintf("cfg", "cut", text, sizeof text, "%s", "abc"), 3);
-    EXPECT_STREQ(text, "abc");
-    EXPECT_EQ(zorv_snprintf("cfg", nullptr, text, sizeof text, "%s", "0123456789"), 10);
-    EXPECT_EQ(zorv_snprintf("cfg", nullptr, text, 0, "%s", "0123456789"), 0);
-    EXPECT_EQ(zorv_snprintf("cfg", "cut", text, 1, "%s", ""), 0);
-    EXPECT_STREQ(text, "");
+    const auto cut = [](size_t size, const char *message, const char *whole) {
+        char text[8] = "kept";
+        const int length = zorv_snprintf("cfg", message, text, size, "%s", whole);
+        return std::to_string(length) + " " + text;
+    };
+    EXPECT_EQ(cut(4, "cut", "abc"), "3 abc");
+    EXPECT_EQ(cut(4, nullptr, "0123456789"), "10 012");
+    EXPECT_EQ(cut(0, nullptr, "0123456789"), "0 kept");
+    EXPECT_EQ(cut(1, "cut", ""), "0 ");
     EXPECT_THAT(logged(), IsEmpty());
-    EXPECT_EQ(zorv_snprintf("cfg", "cut", text, sizeof text, "%s", "0123"), 3);
-    EXPECT_STREQ(text, "012");
-    libzorv_log_level = 1;
-    EXPECT_EQ(zorv_snprintf("cfg", "no room", text, 0, "%s", "abc"), 0);
-    const wint_t none = 0xD800;
-    EXPECT_EQ(zorv_snprintf("cfg", nullptr, text, sizeof text, "%lc", none), 0);
-    libzorv_log_level = 0;
-    EXPECT_EQ(zorv_snprintf("cfg", "no room", text, 0, "%s", "abc"), 0);
-    EXPECT_EQ(zorv_snprintf("cfg", nullptr, text, sizeof text, "%lc", none), 0);
+    EXPECT_EQ(cut(4, "cut", "0123"), "3 012");
+    for (libzorv_log_level = 1; libzorv_log_level >= 0; --libzorv_log_level) {
+        EXPECT_EQ(cut(0, "no room", "abc"), "0 kept");
+        char text[4];
+        const wint_t none = 0xD800;
+        EXPECT_EQ(zorv_snprintf("cfg", nullptr, text, sizeof text, "%lc", none), 0);
+    }
     // The message's own newline, then the line's.
     EXPECT_THAT(logged(),
                 ElementsAre("[error] cfg.zorv_snprintf(): cut", "",
                             "[error] cfg.zorv_snprintf(): no room", "",
                             "[error] cfg.zorv_snprintf(): zorv_snprintf failure: -1", ""));
-}
-
-TEST_F(Format, HexDumpLeavesTheLastByteOut)
-{
-    const unsigned char bytes[] = {0x0a, 0xff, 0x00, 0x7b};
-    const struct {
-        int count, size;
-        const char *want;
-    } rows[] = {
-        {4, 16, "6 0aff00"}, {4, 7, "6 0aff00"},      {4, 6, "4 0aff"},  {4, 3, "2 0a"},
-        {4, 2, "0 kept"},    {1, 16, "0 kept"},       {0, 16, "0 kept"}, {-1, 16, "0 kept"},
-        {4, -16, "0 kept"},  {INT_MIN, 16, "0 kept"},
+    const unsigned char bytes[] = {0x0a, 0xff, 0x00, 0x7b}; // the last one is left out
+    const std::tuple<int, int, const char *> rows[] = {
+        {4, 16, "6 0aff00"}, {4, 7, "6 0aff00"}, {4, 6, "4 0aff"},        {4, 3, "2 0a"},
+        {4, 2, "0 kept"},    {1, 16, "0 kept"},  {0, 16, "0 kept"},       {-1, 16, "0 kept"},
+        {4, 0, "0 kept"},    {4, -16, "0 kept"}, {INT_MIN, 16, "0 kept"},
     };
     for (const auto &[count, size, want] : rows) {
         char text[16] = "kept";

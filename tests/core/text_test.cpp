@@ -41,14 +41,12 @@ TEST_F(Texts, AreTrimmed)
 
 TEST_F(Texts, HexDigitsBecomeBytesAndBytesHexDigits)
 {
+    // As scanf() reads it; an odd digit stands for itself.
     const std::pair<const char *, const char *> rows[] = {
-        {"0a1B", "4 0a1b0000"},  {"0a1B2c3d4e", "4 0a1b2c3d"},
-        {"abc", "4 ab0c0000"}, // an odd digit stands for itself
-        {"f", "4 0f000000"},     {"0axx0b", "4 0a000000"},
-        {"a b", "4 0a0b0000"}, // as scanf() reads it
-        {"  1f", "4 1f1f0000"},  {"-1", "4 ff000000"},
-        {"zz", "4 00000000"},    {"", "0 00000000"},
-        {nullptr, "0 09090909"},
+        {"0a1B", "4 0a1b0000"}, {"0a1B2c3d4e", "4 0a1b2c3d"}, {"abc", "4 ab0c0000"},
+        {"f", "4 0f000000"},    {"0axx0b", "4 0a000000"},     {"a b", "4 0a0b0000"},
+        {"  1f", "4 1f1f0000"}, {"-1", "4 ff000000"},         {"zz", "4 00000000"},
+        {"", "0 00000000"},     {nullptr, "0 09090909"},
     };
     unsigned char bytes[4];
     char text[16];
@@ -65,24 +63,24 @@ TEST_F(Texts, HexDigitsBecomeBytesAndBytesHexDigits)
 
     const unsigned char three[] = {0x0a, 0xff, 0x07};
     strcpy(text, "kept....x");
-    EXPECT_EQ(uchar2hex(three, 3, text, 6), 0U);
-    EXPECT_EQ(uchar2hex(three, SIZE_MAX, text, 10), 0U);
-    EXPECT_EQ(uchar2hex(three, SIZE_MAX / 2 + 2, text, 10), 0U); // twice that is 2
-    EXPECT_EQ(uchar2hex(nullptr, 3, text, 10), 0U);
-    EXPECT_EQ(uchar2hex(three, 0, text, 0), 0U);
+    const std::tuple<const unsigned char *, size_t, size_t> nothing[] = {
+        {three, 3, 6},
+        {three, SIZE_MAX, 10},
+        {three, SIZE_MAX / 2 + 2, 10},
+        {nullptr, 3, 10},
+        {three, 0, 0}};
+    for (const auto &[data, count, size] : nothing)
+        EXPECT_EQ(uchar2hex(data, count, text, size), 0U);
     EXPECT_EQ(uchar2hex(three, 3, nullptr, 7), 0U);
     EXPECT_STREQ(text, "kept....x");
     EXPECT_EQ(uchar2hex(three, 3, text, 7), 3U);
     EXPECT_STREQ(text, "0AFF07");
     EXPECT_EQ(uchar2lowerhex(three, 3, text, 10), 3U);
     EXPECT_EQ(std::string(text, 10), "0aff07\0\0\0\0"s);
-}
 
-TEST_F(Texts, HardwareAddressesHaveSixFields)
-{
     unsigned char mac[6] = {1, 2, 3, 4, 5, 6};
-    for (const char *text : {"00:11:22:33:44", "00-11-22-33-44-55", ""})
-        EXPECT_EQ(strtomac(text, mac), -1);
+    for (const char *other : {"00:11:22:33:44", "00-11-22-33-44-55", ""})
+        EXPECT_EQ(strtomac(other, mac), -1);
     EXPECT_THAT(mac, ElementsAre(1, 2, 3, 4, 5, 6));
     EXPECT_EQ(strtomac("02:a0:F1:0:0:7 br0", mac), 0);
     EXPECT_THAT(mac, ElementsAre(0x02, 0xa0, 0xf1, 0, 0, 7));
@@ -91,18 +89,16 @@ TEST_F(Texts, HardwareAddressesHaveSixFields)
 TEST_F(Texts, RandomTextsFillTheirBufferAndNoMore)
 {
     std::string text(2001, 'k');
+    EXPECT_EQ(gen_rand_string(text.data(), 0), nullptr);
     ASSERT_EQ(gen_rand_string(text.data(), 1999), text.data());
     EXPECT_EQ(text.substr(1999), "\0k"s);
     // All of them are drawn: the odds against are 1 in 10^12.
     const std::set<char> seen(text.begin(), text.begin() + 1999);
     EXPECT_EQ(std::string(seen.begin(), seen.end()),
               "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz");
-    EXPECT_EQ(gen_rand_string(nullptr, 5), nullptr);
-    EXPECT_EQ(gen_rand_string(text.data(), 0), nullptr);
-
     text = "kkkkkkkkkk";
-    EXPECT_EQ(gen_rand_hex(text.data(), 8), 0U);
-    EXPECT_EQ(gen_rand_hex(text.data(), 0), 0U);
+    for (const size_t size : {0U, 8U})
+        EXPECT_EQ(gen_rand_hex(text.data(), size), 0U);
     EXPECT_EQ(gen_rand_hex(nullptr, 9), 0U);
     EXPECT_EQ(text, "kkkkkkkkkk");
     EXPECT_EQ(gen_rand_hex(text.data(), 9), 4U);
