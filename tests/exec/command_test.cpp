@@ -28,50 +28,41 @@ std::string shown(const exec_command *command)
     return text;
 }
 
-TEST_F(Commands, AreMadeAndCopied)
+TEST_F(Commands, AreMadeCopiedAndCompared)
 {
     const std::string text(5000, 'x');
-    const exec_command cleared = {};
-    EXPECT_EQ(exec_copy(&cleared), nullptr);
-    EXPECT_EQ(make(""), nullptr);
-    const Command bare = make("/bin/true"), full = make("/bin/echo", "", "a b"),
-                  lengthy = make(text.c_str(), text.c_str());
-    const Command holed = make("/bin/a", "x", "y");
+    const Command base = make("/bin/a", "x", "y");
+    Command holed = make("/bin/a", "x", "y");
     free(std::exchange(holed->argv[1], nullptr)); // as when memory ran out for it
-    const std::pair<const exec_command *, std::string> rows[] = {
-        {nullptr, "none"},
-        {bare.get(), "[/bin/true]"},
-        {full.get(), "[/bin/echo][][a b]"},
-        {lengthy.get(), "[" + text.substr(0, 4095) + "][" + text.substr(0, 4096) + "]"},
-        {holed.get(), "[/bin/a]-[y]"},
+    const struct {
+        Command command;
+        std::string want;
+        int result; // of the comparison: by count, path, arguments
+    } rows[] = {
+        {make(nullptr), "none", -1},
+        {make(""), "none", -1},
+        {make("/bin/a", "x", "y"), "[/bin/a][x][y]", 0},
+        {make("/bin/b"), "[/bin/b]", -2},
+        {make("/bin/b", "z", "y"), "[/bin/b][z][y]", -3},
+        {make("/bin/a", "", "z z"), "[/bin/a][][z z]", 1},
+        {std::move(holed), "[/bin/a]-[y]", 1},
+        {make("/bin/a", "x", "z"), "[/bin/a][x][z]", 2},
+        {make(text.c_str(), text.c_str(), "y"),
+         "[" + text.substr(0, 4095) + "][" + text.substr(0, 4096) + "][y]", -3},
     };
-    for (const auto &[command, want] : rows) {
-        EXPECT_EQ(shown(command), want);
-        const Command copy(exec_copy(command), exec_destroy);
+    for (const auto &[command, want, result] : rows) {
+        EXPECT_EQ(shown(command.get()), want);
+        EXPECT_EQ(exec_cmp(base.get(), command.get()), result) << want;
+        EXPECT_EQ(exec_cmp(command.get(), base.get()), result) << want;
+        EXPECT_TRUE(!command || !command->argv[command->argc]); // ready to be run
+        const Command copy(exec_copy(command.get()), exec_destroy);
         EXPECT_EQ(shown(copy.get()), want);
-        EXPECT_EQ(exec_cmp(command, copy.get()), copy ? 0 : -1);
-    }
-    EXPECT_EQ(bare->argv[1], nullptr);
-    EXPECT_EQ(full->argv[3], nullptr);
-    exec_destroy(nullptr);
-}
-
-TEST_F(Commands, CompareByCountThenPathThenArguments)
-{
-    const Command base = make("/bin/a", "x", "y"), holed = make("/bin/a", "x", "y");
-    free(std::exchange(holed->argv[1], nullptr));
-    const std::pair<Command, int> rows[] = {
-        {make(nullptr), -1},           {make("/bin/a", "x", "y"), 0},
-        {make("/bin/b", "x"), -2},     {make("/bin/b", "z", "y"), -3},
-        {make("/bin/a", "z", "z"), 1}, {make("/bin/a", "x", "z"), 2},
-    };
-    for (const auto &[other, want] : rows) {
-        EXPECT_EQ(exec_cmp(base.get(), other.get()), want) << shown(other.get());
-        EXPECT_EQ(exec_cmp(other.get(), base.get()), want) << shown(other.get());
+        EXPECT_EQ(exec_cmp(command.get(), copy.get()), command ? 0 : -1);
     }
     EXPECT_EQ(exec_cmp(base.get(), base.get()), 0);
-    EXPECT_EQ(exec_cmp(base.get(), holed.get()), 1);
-    EXPECT_EQ(exec_cmp(holed.get(), base.get()), 1);
+    const exec_command cleared = {};
+    EXPECT_EQ(exec_copy(&cleared), nullptr);
+    exec_destroy(nullptr);
 }
 
 } // namespace

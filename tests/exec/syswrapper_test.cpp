@@ -90,7 +90,7 @@ TEST_F(Syswrapper, DetachedScriptOutlivesTheCallAsAChildOfInit)
     EXPECT_THAT(logged(), IsEmpty()); // a reload is not logged
 }
 
-TEST_F(Syswrapper, OnlyASignalIsReported)
+TEST_F(Syswrapper, OnlyASignalIsReportedAndOnlyForkexecFlushesStreams)
 {
     kernel_proc(); // exit() runs the leak check of a sanitizer, which needs it
     for (const auto text :
@@ -103,6 +103,16 @@ TEST_F(Syswrapper, OnlyASignalIsReported)
     EXPECT_THAT(logged(), ElementsAre(kLog + "[ERROR] exit abnormally. code: 0",
                                       "[debug] libzorv_exec.forkexec(): [ERROR] exit abnormally. "
                                       "code: 0"));
+    FILE *const stream = fopen("/tmp/words", "we");
+    fputs("last words\n", stream);
+    syswrapper_impl(1, "reload", nullptr); // its interpreter is not there, still
+    EXPECT_EQ(read("/tmp/words"), "");
+    run_alone(nullptr);
+    forkexec(nullptr);
+    EXPECT_EQ(read("/tmp/words"), "");
+    run_alone("/no/such/program");
+    EXPECT_EQ(read("/tmp/words"), "last words\n");
+    fclose(stream);
 }
 
 TEST_F(Syswrapper, AnotherChildThatEndsFirstIsReapedInPlaceOfTheProgram)
@@ -119,21 +129,6 @@ TEST_F(Syswrapper, AnotherChildThatEndsFirstIsReapedInPlaceOfTheProgram)
     file("/tmp/go", "on\n");
     EXPECT_EQ(read("/tmp/done"), "on\n");
     EXPECT_EQ(waitpid(program, nullptr, 0), program);
-}
-
-TEST_F(Syswrapper, OnlyForkexecFlushesTheBuffersOfAProgramThatCannotStart)
-{
-    kernel_proc(); // exit() runs the leak check of a sanitizer, which needs it
-    script(kScript, "#!/no/such/interpreter\n");
-    FILE *const stream = fopen("/tmp/words", "we");
-    fputs("last words\n", stream);
-    syswrapper_impl(1, "set", nullptr);
-    EXPECT_EQ(read("/tmp/words"), "");
-    run_alone("/no/such/program");
-    run_alone(nullptr);
-    forkexec(nullptr);
-    EXPECT_EQ(read("/tmp/words"), "last words\n");
-    fclose(stream);
 }
 
 } // namespace
