@@ -31,11 +31,10 @@ TEST_F(Capture, OutputIsCutToTheBuffer)
     for (int i = 1; numbers.size() < 70000; ++i)
         numbers += std::to_string(i) + "\n";
     const int descriptors = open_descriptors();
-    for (const size_t length : {0, 1, 99, 1022, 1023, 1024, 1025, 2048, 4000, 4096, 5000, 70000}) {
+    for (const size_t length : {0, 1, 99, 1023, 1024, 1025, 4000, 5000, 70000}) {
         const std::string whole = numbers.substr(0, length);
         file("/tmp/output", whole);
-        for (const size_t size :
-             {1, 10, 100, 1023, 1024, 1025, 2048, 2049, 4096, 5000, 65536, 100000}) {
+        for (const size_t size : {1, 10, 1023, 1024, 1025, 2049, 5000, 100000}) {
             const std::string cut = whole.substr(0, size - 1);
             EXPECT_EQ(captured("cat /tmp/output", size),
                       std::to_string(cut.size()) + " " + cut + "|" + cut)
