@@ -12,16 +12,15 @@ using Command = std::unique_ptr<exec_command, decltype(&exec_destroy)>;
 
 std::string shown(const Command &command)
 {
-    Torture::settle();
     const auto word = [&](int slot) { return command->argv[slot] ? command->argv[slot] : "-"; };
     return command ? std::string(word(0)) + " " + word(1) + " " + word(2) : "none";
 }
 
-std::string copied()
+std::string made_and_copied()
 {
-    char path[] = "/bin/a", word[] = "x", *words[] = {path, word, word};
-    const exec_command command = {"/bin/a", 3, words};
-    return shown({exec_copy(&command), exec_destroy});
+    const Command made(exec_create("/bin/a", "x", "y", nullptr), exec_destroy);
+    const Command copy(exec_copy(made.get()), exec_destroy);
+    return Torture::settled(shown(made) + ", " + shown(copy));
 }
 
 std::string stored()
@@ -60,14 +59,12 @@ constexpr char kNoScript[] = "*unable to locate syswrapper.sh, 'reload' skipped!
 TEST_F(Torture, Exec)
 {
     torture({
-        {"exec_create",
-         [] {
-             return shown({exec_create("/bin/a", "x", "y", nullptr), exec_destroy});
-         },
-         // An argument for which memory runs out is missing without a message.
-         {"none: make_command: #: calloc(#, #) failed", "/bin/a - y", "/bin/a x -", "/bin/a - -"},
+        {"exec_create and exec_copy",
+         made_and_copied,
+         // An argument for which memory runs out is missing in what is made, without a message.
+         {"/bin/a - y, /bin/a - y", "/bin/a x -, /bin/a x -", "/bin/a x y, none",
+          "*, none: make_command: #: calloc(#, #) failed"},
          install},
-        {"exec_copy", copied, {"none: make_command: #: calloc(#, #) failed", "none"}, install},
         {.name = "popen_get_output",
          .scenario = stored,
          .outcomes = {"-1 kept: popen_get_output: get_output: popen[cat /tmp/output] -> NULL"},
