@@ -10,12 +10,8 @@ using namespace std::literals;
 
 TEST_F(Texts, AreTrimmed)
 {
-    const struct {
-        const char *text;
-        int length;
-        std::string trailing; // all bytes of the array
-        const char *leading;  // copied with a size of 4
-    } rows[] = {
+    // The array, of which so much is trimmed, all bytes then, and the copy of 4 bytes at most.
+    const std::tuple<const char *, int, std::string, const char *> rows[] = {
         {" a \t\r\n\v\f", 8, " a\0\0\0\0\0\0"s, "a \t"},
         {"\t\n abcde", 8, "\t\n abcde", "abc"},
         {"        ", 3, "\0\0\0     "s, ""},

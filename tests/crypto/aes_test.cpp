@@ -10,10 +10,8 @@
 namespace {
 
 // The keys of FIPS-197 A.1 to A.3, and the first block of the text under them (SP 800-38A F.1).
-const struct {
-    int bits, rounds;
-    const char *key, *cipher;
-} kVectors[] = {
+const std::tuple<int, int, const char *, const char *> kVectors[] = {
+    // bits, rounds, key, cipher
     {128, 10, "2b7e151628aed2a6abf7158809cf4f3c", "3ad77bb40d7a3660a89ecaf32466ef97"},
     {192, 12, "8e73b0f7da0e6452c810f32b809079e562f8ead2522c6b7b",
      "bd334f1d6e45f25ff712a214571fa5cc"},
@@ -71,7 +69,8 @@ TEST(Aes, ABadKeySizeWritesNothing)
 
 TEST(Aes, CbcMatchesThePublishedVectorAndTakesWholeBlocksOnly)
 {
-    const Bytes key = from_hex(kVectors[0].key), iv = from_hex("000102030405060708090a0b0c0d0e0f");
+    const Bytes key = from_hex(std::get<2>(kVectors[0])),
+                iv = from_hex("000102030405060708090a0b0c0d0e0f");
     Bytes data = from_hex(kPlain);
     EXPECT_EQ(aes_cbc_encrypt_128(key.data(), iv.data(), data.data(), data.size()), 0);
     EXPECT_EQ(aes_cbc_encrypt_128(key.data(), iv.data(), nullptr, 0), 0);
