@@ -8,253 +8,170 @@
 
 #include "support/device.h"
 
-class Files : public Device {
-protected:
-    // What stands in the file that the function under test reads.
-    static const char *holding(std::string_view text)
-    {
-        file("/tmp/state", text);
-        return "/tmp/state";
-    }
-};
+using Files = Device;
+using namespace std::literals;
 
-TEST_F(Files, PathsAreFormattedUpToTheKernelsLength)
+namespace {
+
+constexpr char kState[] = "/tmp/state";
+
+// What all readers make of a file: the line, given so many bytes, and the number.
+std::string readings(const char *path, int size)
 {
-    FILE *stream = fopen_format("we", "/tmp/%s.%d", "state", 7);
-    ASSERT_NE(stream, nullptr);
-    fclose(stream);
-    EXPECT_TRUE(exists("/tmp/state.7"));
-    const std::string slashes(4095 - strlen("/tmp/state.7"), '/');
-    stream = fopen_format("re", "%s%s", slashes.c_str(), "/tmp/state.7");
-    ASSERT_NE(stream, nullptr);
-    fclose(stream);
-    const std::string endless(16 << 20, '/'); // more than a stack holds
-    EXPECT_EQ(fopen_format("re", "%s", endless.c_str()), nullptr);
-    EXPECT_EQ(errno, ENAMETOOLONG);
-    EXPECT_EQ(fopen_format("re", "/tmp/%s", "missing"), nullptr);
-    EXPECT_EQ(errno, ENOENT);
+    char line[16] = "kept", text[300];
+    errno = 0;
+    const int rc = fsreadline(path, line, size);
+    const std::string first = line;
+    const std::string second = freadline(path, line, size, "none");
+    snprintf(text, sizeof text, "%d [%s] [%s] [%s] %ld %ld %ld %ld %g", rc, first.c_str(),
+             second.c_str(), freadlineat(AT_FDCWD, path, line, size, "none"), freadlong(path, -7),
+             static_cast<long>(freadulong(path, -7UL)), freadlongat(AT_FDCWD, path, -7),
+             freadi64at(AT_FDCWD, path, -7), freaddouble(path, 1.5));
+    return text;
 }
 
-TEST_F(Files, AFirstLineIsReadWithoutItsNewline)
+} // namespace
+
+TEST_F(Files, FirstLinesAndNumbersAreRead)
 {
-    using namespace std::literals;
-    const struct {
-        std::string_view text;
-        int size;
-        const char *line;
-    } rows[] = {
-        {"one\ntwo\n", 16, "one"}, {"one", 16, "one"}, {"\n", 16, ""},
-        {"one\r\n", 16, "one\r"},  {"one\n", 3, "on"}, {"one\n", 1, ""},
-        {"o\0ne\n"sv, 16, "o"},
+    const std::tuple<std::string_view, int, const char *> rows[] = {
+        {"one\ntwo\n", 16, "0 [one] [one] [one] -7 -7 -7 -7 1.5"},
+        {"42", 16, "0 [42] [42] [42] 42 42 42 42 42"},
+        {"0x10\r\n", 16, "0 [0x10\r] [0x10\r] [0x10\r] 0 0 16 16 16"},
+        {"010\n", 3, "0 [01] [01] [01] 10 10 8 8 10"},
+        {"  -5 kB\n", 1, "0 [] [] [] -5 -5 -5 -5 -5"},
+        {"-2.5e3\n", 7, "0 [-2.5e3] [-2.5e3] [-2.5e3] -2 -2 -2 -2 -2500"},
+        {"4\0 5\n"sv, 16, "0 [4] [4] [4] 4 4 4 4 4"},
+        {"\n5\n", 16, "0 [] [] [] -7 -7 -7 -7 1.5"},
+        {"", 16, "0 [kept] [kept] [none] -7 -7 -7 -7 1.5"}, // no error came before
+        {"5", 0, "0 [kept] [kept] [kept] 5 5 5 5 5"},
+        {"5", -1, "0 [kept] [kept] [kept] 5 5 5 5 5"},
+        // 15 characters of a number are seen, 32 of one with a fraction.
+        {"12345678901234567890\n", 5,
+         "0 [1234] [1234] [1234] 123456789012345 123456789012345 123456789012345 123456789012345 "
+         "1.23457e+19"},
+        {"                  1\n", 2, "0 [ ] [ ] [ ] -7 -7 -7 -7 1"},
+        {"0.000000000000000000000000000000009\n", 4, "0 [0.0] [0.0] [0.0] 0 0 0 0 0"},
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.text);
-        char line[16] = "kept";
-        EXPECT_EQ(fsreadline(holding(row.text), line, row.size), 0);
-        EXPECT_STREQ(line, row.line);
-        EXPECT_STREQ(freadlineat(AT_FDCWD, "/tmp/state", line, row.size, "none"), row.line);
+    for (const auto &[text, size, want] : rows) {
+        file(kState, text);
+        EXPECT_EQ(readings(kState, size), want) << text;
     }
-}
-
-TEST_F(Files, ALineThatCannotBeReadIsAnErrorNumber)
-{
-    char line[16] = "kept";
-    EXPECT_EQ(fsreadline(nullptr, line, sizeof line), -EINVAL);
-    EXPECT_EQ(fsreadline("/tmp/missing", line, sizeof line), -ENOENT);
-    EXPECT_EQ(fsreadline("/tmp", line, sizeof line), -EISDIR);
-    errno = 0;
-    EXPECT_EQ(fsreadline(holding(""), line, sizeof line), 0); // empty, and nothing failed before
-    EXPECT_EQ(freadline(holding(""), line, sizeof line, "none"), line);
+    EXPECT_EQ(readings(nullptr, 5), "-22 [kept] [none] [none] -7 -7 -7 -7 1.5");
+    EXPECT_EQ(readings("/tmp/missing", 3), "-2 [kept] [no] [no] -7 -7 -7 -7 1.5");
+    EXPECT_EQ(readings("/tmp", 16), "-21 [kept] [none] [none] -7 -7 -7 -7 1.5");
+    EXPECT_EQ(readings("/tmp/missing", 0), "-2 [kept] [kept] [kept] -7 -7 -7 -7 1.5");
+    EXPECT_EQ(readings("/tmp/missing", INT_MIN), "-2 [kept] [kept] [kept] -7 -7 -7 -7 1.5");
+    must_run("mknod /tmp/endless c 1 5 2>/dev/null || ln -s /dev/zero /tmp/endless");
+    EXPECT_EQ(readings("/tmp/endless", 16), "0 [] [] [] -7 -7 -7 -7 1.5");
+    EXPECT_THAT(logged(), IsEmpty());
+    file(kState, "");
     errno = EIO;
-    EXPECT_EQ(fsreadline(holding(""), line, sizeof line), -EIO);
-    errno = 0;
-    EXPECT_EQ(fsreadline(holding("x"), line, 0), 0);
-    EXPECT_EQ(fsreadline(holding("x"), line, -1), 0);
-    EXPECT_STREQ(line, "kept");
+    char line[16];
+    EXPECT_EQ(fsreadline(kState, line, sizeof line), -EIO); // what failed before
 }
 
-TEST_F(Files, ADefaultStandsInForALine)
+TEST_F(Files, LinesAndValuesAreFoundByTheirKeys)
 {
-    char line[8];
-    EXPECT_STREQ(freadline("/tmp/missing", line, sizeof line, "none"), "none");
-    EXPECT_STREQ(freadline("/tmp/missing", line, sizeof line, "far too long"), "far too");
-    EXPECT_STREQ(freadlineat(AT_FDCWD, "/tmp/missing", line, sizeof line, "none"), "none");
-    EXPECT_STREQ(freadlineat(AT_FDCWD, holding(""), line, sizeof line, "empty"), "empty");
-    EXPECT_STREQ(freadlineat(AT_FDCWD, "/tmp", line, sizeof line, "folder"), "folder");
-    EXPECT_STREQ(freadvalue(nullptr, "key", line, sizeof line, "none"), "none");
-    EXPECT_STREQ(freadvalue("/tmp/state", nullptr, line, sizeof line, "none"), "none");
-    EXPECT_THAT(logged(), ElementsAre());
+    // 254 characters make a piece, so the last two lines' ends are lines of their own.
+    file(kState, "MemTotal:  1024 kB\nmode=ap\nempty\nempty=\n\t late =\t= 7\r\nmode=sta\n"
+                 "modes=x\nempty = found\n" +
+                     std::string(260, '.') + "wan0: up\n" + std::string(254, ' ') + "tail=end");
+    const std::tuple<const char *, const char *, size_t, const char *> rows[] = {
+        {kState, "MemTotal:", 30, "1024, 0 MemTotal:  1024 kB\n"},
+        {kState, "MemTotal", 3, "no, 0 Me"},
+        {kState, "MemTotal:", 3, "10, 0 Me"},
+        {kState, "mode", 30, "ap, 0 mode=ap\n"},
+        {kState, "MODE", 30, "none, -1 kept"},
+        {kState, "empty", 30, "found, 0 empty\n"},
+        {kState, "late", 30, "7, 0 \t late =\t= 7\r\n"},
+        {kState, "up", 30, "none, 0 ......wan0: up\n"},
+        {kState, "tail", 30, "end, 0 tail=end"},
+        {kState, "", 30, "none, 0 MemTotal:  1024 kB\n"},
+        {kState, "mode", 1, ", 0 "},
+        {kState, "MODE", 3, "no, -1 ke"}, // ended, whatever happens
+        {kState, "mode", 0, "kept, -1 kept"},
+        {kState, "MODE", 0, "kept, -1 kept"},
+        {kState, nullptr, 30, "none, -1 kept"},
+        {"/tmp/missing", "mode", 3, "no, -1 ke"},
+        {nullptr, "mode", 30, "none, -1 kept"},
+    };
+    char value[31], line[31];
+    for (const auto &[path, key, size, want] : rows) {
+        strcpy(value, "kept");
+        strcpy(line, "kept");
+        freadvalue(path, key, value, size, "none");
+        const int rc = fsreadlinebykey(path, key, line, size);
+        EXPECT_EQ(std::string(value) + ", " + std::to_string(rc) + " " + line, want);
+    }
+    EXPECT_EQ(fsreadlinebykey(kState, "mode", nullptr, 5), -1);
+    EXPECT_THAT(logged(), IsEmpty());
+
+    libzorv_log_level = 16; // a missing default is an error, and an empty text
     EXPECT_STREQ(freadline("/tmp/missing", line, sizeof line, nullptr), "");
+    libzorv_log_level = 1;
     EXPECT_STREQ(freadlineat(AT_FDCWD, "/tmp/missing", line, sizeof line, nullptr), "");
     EXPECT_STREQ(freadvalue("/tmp/missing", "key", line, sizeof line, nullptr), "");
     EXPECT_THAT(logged(),
-                ElementsAre("[error] libzorv_util.freadline(): NULL pointer for default value",
+                ElementsAre("[debug] libzorv_util.freadline(): fsreadline returned error code -2",
+                            "[error] libzorv_util.freadline(): NULL pointer for default value",
                             "[error] libzorv_util.freadlineat(): NULL pointer for default value",
                             "[error] libzorv_util.freadvalue(): NULL pointer for default value"));
-    libzorv_log_level = 16;
-    EXPECT_STREQ(freadline("/tmp/missing", line, sizeof line, "none"), "none");
-    EXPECT_THAT(logged(),
-                ElementsAre("[debug] libzorv_util.freadline(): fsreadline returned error code -2"));
-    line[0] = 'k';
-    freadline("/tmp/missing", line, 0, "none");
-    freadline("/tmp/missing", line, INT_MIN, "none");
-    freadvalue("/tmp/missing", "key", line, 0, "none");
-    EXPECT_EQ(line[0], 'k');
 }
 
-TEST_F(Files, ALineIsFoundByATextInIt)
+TEST_F(Files, WritingReplacesTheContentAndCountersAddUp)
 {
-    const std::string far_away(300, '.');
-    holding("eth0: up\nbr0: down\n" + far_away + "wan0: up\n");
-    char line[512];
-    EXPECT_EQ(fsreadlinebykey("/tmp/state", "br0", line, sizeof line), 0);
-    EXPECT_STREQ(line, "br0: down\n");
-    EXPECT_EQ(fsreadlinebykey("/tmp/state", ": ", line, 4), 0);
-    EXPECT_STREQ(line, "eth");
-    // 254 characters make a piece, so the last one begins behind that many.
-    EXPECT_EQ(fsreadlinebykey("/tmp/state", "wan0", line, sizeof line), 0);
-    EXPECT_EQ(line, std::string(300 - 254, '.') + "wan0: up\n");
-    line[3] = 'k';
-    EXPECT_EQ(fsreadlinebykey("/tmp/state", "WAN0", line, 4), -1);
-    EXPECT_EQ(line[3], '\0');
-    EXPECT_EQ(fsreadlinebykey("/tmp/missing", "br0", line, sizeof line), -1);
-    EXPECT_EQ(fsreadlinebykey(nullptr, "br0", line, sizeof line), -1);
-    EXPECT_EQ(fsreadlinebykey("/tmp/state", nullptr, line, sizeof line), -1);
-    EXPECT_EQ(fsreadlinebykey("/tmp/state", "br0", nullptr, sizeof line), -1);
-    EXPECT_EQ(fsreadlinebykey("/tmp/state", "br0", line, 0), -1);
-}
-
-TEST_F(Files, AValueIsFoundByItsKey)
-{
-    holding("MemTotal:  1024 kB\nmode=ap\nempty\nempty=\n\t late =\t= 7\r\nmode=sta\n"
-            "modes=x\nempty = found\n" +
-            std::string(254, ' ') + "tail=end");
-    const struct {
-        const char *key, *value;
-    } rows[] = {
-        {"MemTotal:", "1024"}, {"MemTotal", "none"}, {"mode", "ap"},  {"MODE", "none"},
-        {"empty", "found"},    {"late", "7"},        {"tail", "end"}, {"", "none"},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.key);
-        char value[16];
-        EXPECT_STREQ(freadvalue("/tmp/state", row.key, value, sizeof value, "none"), row.value);
-    }
-    char value[3];
-    EXPECT_STREQ(freadvalue("/tmp/state", "MemTotal:", value, sizeof value, "none"), "10");
-}
-
-TEST_F(Files, NumbersAreReadFromTheFirstFifteenCharacters)
-{
-    const struct {
-        std::string_view text;
-        long base_ten, any_base;
-    } rows[] = {
-        {"42\n", 42, 42},
-        {"abc\n", -7, -7},
-        {"0x10\n", 0, 16},
-        {"010\n", 10, 8},
-        {"  -5 kB\n", -5, -5},
-        {"12345678901234567890\n", 123456789012345, 123456789012345},
-        {"                  1\n", -7, -7},
-        {"", -7, -7},
-        {"\n5\n", -7, -7},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.text);
-        holding(row.text);
-        errno = 0;
-        EXPECT_EQ(freadlong("/tmp/state", -7), row.base_ten);
-        EXPECT_EQ(freadulong("/tmp/state", static_cast<unsigned long>(-7)),
-                  static_cast<unsigned long>(row.base_ten));
-        EXPECT_EQ(freadlongat(AT_FDCWD, "/tmp/state", -7), row.any_base);
-        EXPECT_EQ(freadi64at(AT_FDCWD, "/tmp/state", -7), row.any_base);
-    }
-    EXPECT_EQ(freaddouble(holding("-2.5e3 C\n"), 1.5), -2500.0);
-    EXPECT_EQ(freaddouble(holding("0.000000000000000000000000000000009\n"), 1.5), 0.0); // cut off
-    EXPECT_EQ(freaddouble(holding("warm\n"), 1.5), 1.5);
-    EXPECT_EQ(freaddouble(holding(""), 1.5), 1.5);
-    EXPECT_EQ(freadlong("/tmp/missing", -7), -7);
-    EXPECT_EQ(freaddouble(nullptr, 1.5), 1.5);
-    EXPECT_EQ(freadi64at(AT_FDCWD, "/tmp/missing", INT64_MIN), INT64_MIN);
-}
-
-TEST_F(Files, AnEndlessLineIsReadOnlyAsFarAsNeeded)
-{
-    must_run("mknod /tmp/endless c 1 5 2>/dev/null || ln -s /dev/zero /tmp/endless");
-    EXPECT_EQ(freadlong("/tmp/endless", 3), 3);
-    char line[16] = "x";
-    EXPECT_STREQ(freadline("/tmp/endless", line, sizeof line, "none"), "");
-}
-
-TEST_F(Files, WritingReplacesTheContent)
-{
-    EXPECT_EQ(fwriteline(holding("longer than what comes\n"), "%s=%d\n", "mode", 5), 7);
-    EXPECT_EQ(read("/tmp/state"), "mode=5\n");
-    EXPECT_EQ(fwriteline("/tmp/no/folder", "x"), -1);
-
-    must_run("mkdir /tmp/dir");
     umask(0);
-    const int dir = open("/tmp/dir", O_DIRECTORY | O_CLOEXEC);
-    EXPECT_EQ(fwritelineat(dir, "text", "%s\n", "longer"), 7);
-    EXPECT_EQ(fwritelineat(dir, "text", "%s\n", "new"), 4);
+    const int tmp = open("/tmp", O_DIRECTORY | O_CLOEXEC), descriptors = open_descriptors();
+    file(kState, "longer than what comes\n");
+    EXPECT_EQ(fwriteline(kState, "%s=%d\n", "mode", 5), 7);
+    EXPECT_EQ(read(kState), "mode=5\n");
+    EXPECT_EQ(fwritelineat(tmp, "text", "%s\n", "longer"), 7);
+    EXPECT_EQ(fwritelineat(tmp, "text", "%s\n", "new"), 4);
     EXPECT_EQ(errno, EBADF); // the second close
-    EXPECT_EQ(read("/tmp/dir/text"), "new\n");
-    EXPECT_EQ(fwritelongat(dir, "number", LONG_MIN), 0);
-    EXPECT_EQ(read("/tmp/dir/number"), "-9223372036854775808\n");
-    EXPECT_EQ(run("stat -c %a /tmp/dir/text /tmp/dir/number").output, "600\n600\n");
-    EXPECT_EQ(fwritelineat(dir, "no/folder", "x"), -1);
-    EXPECT_EQ(fwritelongat(-1, "number", 1), -1);
-    close(dir);
-}
-
-TEST_F(Files, CountersGoUpAndDown)
-{
-    EXPECT_EQ(faddlong("/tmp/count", 5), 0);
-    EXPECT_EQ(read("/tmp/count"), "5\n");
-    EXPECT_EQ(faddlong("/tmp/count", -7), 0);
-    EXPECT_EQ(read("/tmp/count"), "-2\n");
-    EXPECT_EQ(faddlong("/tmp/no/folder", 1), -1);
-
-    const int dir = open("/tmp", O_DIRECTORY | O_CLOEXEC);
-    umask(0);
-    EXPECT_EQ(faddlongat(dir, "new", 5), 0);
-    EXPECT_EQ(run("stat -c %a /tmp/new").output, "600\n");
-    const struct {
-        std::string_view text;
-        long delta;
-        const char *sum;
-    } rows[] = {
-        {"0x10 and more\nlines\n", 1, "17\n"},
-        {"10", -11, "-1\n"},
-        {"junk\n", 3, "3\n"},
-        {"", 3, "3\n"},
-        {"123456789012345678\n", 1, "123456789012346\n"},
-        {"1", LONG_MAX, "-9223372036854775808\n"},
+    EXPECT_EQ(fwritelongat(tmp, "number", LONG_MIN), 0);
+    EXPECT_EQ(faddlongat(tmp, "sum", 5), 0);
+    EXPECT_EQ(run("cd /tmp; cat text number sum; stat -c %a text number sum").output,
+              "new\n-9223372036854775808\n5\n600\n600\n600\n");
+    const std::tuple<const char *, long, const char *, const char *> rows[] = {
+        {"0x10 and more\nlines\n", 1, "1\n", "17\n"},
+        {"10", -11, "-1\n", "-1\n"},
+        {"junk\n", 3, "3\n", "3\n"},
+        {"", 3, "3\n", "3\n"},
+        {"123456789012345678\n", 1, "123456789012346\n", "123456789012346\n"},
+        {"1", LONG_MAX, "-9223372036854775808\n", "-9223372036854775808\n"},
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.text);
-        holding(row.text);
-        EXPECT_EQ(faddlongat(dir, "state", row.delta), 0);
-        EXPECT_EQ(read("/tmp/state"), row.sum);
-        holding(row.text);
-        EXPECT_EQ(faddi64at(dir, "state", row.delta), 0);
-        EXPECT_EQ(read("/tmp/state"), row.sum);
+    for (const auto &[text, delta, base_ten, any_base] : rows) {
+        SCOPED_TRACE(text);
+        file(kState, text);
+        EXPECT_EQ(faddlong(kState, delta), 0);
+        EXPECT_EQ(read(kState), base_ten);
+        for (const auto add : {faddlongat, faddi64at}) {
+            file(kState, text);
+            EXPECT_EQ(add(tmp, "state", delta), 0);
+            EXPECT_EQ(read(kState), any_base);
+        }
     }
-    EXPECT_EQ(faddlongat(dir, "no/folder", 1), -1);
-    EXPECT_EQ(faddi64at(dir, ".", 1), -1);
-    close(dir);
+    EXPECT_EQ(fwriteline("/tmp/no/folder", "x"), -1);
+    EXPECT_EQ(fwritelineat(tmp, "no/folder", "x"), -1);
+    EXPECT_EQ(fwritelongat(-1, "number", 1), -1);
+    EXPECT_EQ(faddlong("/tmp/no/folder", 1), -1);
+    EXPECT_EQ(faddlongat(tmp, "no/folder", 1), -1);
+    EXPECT_EQ(faddi64at(tmp, ".", 1), -1);
+    EXPECT_EQ(open_descriptors(), descriptors);
+    close(tmp);
 }
 
-TEST_F(Files, NoDescriptorStaysOpen)
+TEST_F(Files, PathsAreFormattedUpToTheKernelsLength)
 {
-    const int before = open_descriptors();
-    char line[300];
-    freadline(holding("a=1\n"), line, sizeof line, "");
-    freadvalue("/tmp/state", "a", line, sizeof line, "");
-    fsreadlinebykey("/tmp/state", "b", line, sizeof line);
-    freadi64at(AT_FDCWD, "/tmp/state", 1);
-    faddlongat(AT_FDCWD, "/tmp/state", 1);
-    fwritelineat(AT_FDCWD, "/tmp/state", "x");
-    EXPECT_EQ(open_descriptors(), before);
+    const auto opened = [](const char *mode, const std::string &slashes, const char *name) {
+        FILE *const stream = fopen_format(mode, "%s/tmp/%s.%d", slashes.c_str(), name, 7);
+        return stream ? fclose(stream) : errno;
+    };
+    EXPECT_EQ(opened("we", "", "state"), 0);
+    EXPECT_TRUE(exists("/tmp/state.7"));
+    EXPECT_EQ(opened("re", std::string(4095 - strlen("/tmp/state.7"), '/'), "state"), 0);
+    EXPECT_EQ(opened("re", std::string(4096 - strlen("/tmp/state.7"), '/'), "state"), ENAMETOOLONG);
+    EXPECT_EQ(opened("re", std::string(16 << 20, '/'), "state"), ENAMETOOLONG); // beyond a stack
+    EXPECT_EQ(opened("re", "", "missing"), ENOENT);
 }

@@ -19,69 +19,54 @@ std::string reduce(const std::string &path)
     return reduced ? reduced.get() : "failed";
 }
 
-bool is_directory(const char *path, mode_t mode)
-{
-    struct stat info;
-    return stat(path, &info) == 0 && info.st_mode == (S_IFDIR | mode);
-}
-
 } // namespace
 
-TEST_F(Format, HeapTextsHoldTheWholeResult)
+TEST_F(Format, TextsAreWholeOrSayThatTheyAreCut)
 {
-    const Owned text(malloc_printf("%s-%d", "ab", 7), free);
-    EXPECT_STREQ(text.get(), "ab-7");
     const std::string large(100000, 'x');
-    const Owned copy(malloc_printf("%s", large.c_str()), free);
-    EXPECT_EQ(copy.get(), large);
+    EXPECT_EQ(Owned(malloc_printf("%s-%d", large.c_str(), 7), free).get(), large + "-7");
     EXPECT_EQ(malloc_printf("%lc", static_cast<wint_t>(0xD800)), nullptr); // no such character
-}
 
-TEST_F(Format, BoundedFormattingReportsWhatIsCut)
-{
-    char text[4];
-    EXPECT_EQ(zorv_snprintf("cfg", "key truncated", text, sizeof text, "%s", "abc"), 3);
-    EXPECT_STREQ(text, "abc");
-    EXPECT_THAT(logged(), ElementsAre());
-    EXPECT_EQ(zorv_snprintf("cfg", "key truncated", text, sizeof text, "%s", "0123456789"), 3);
-    EXPECT_STREQ(text, "012");
-    EXPECT_EQ(zorv_snprintf("cfg", "no room", text, 0, "%s", "abc"), 0);
-    // The message's own newline, then the line's.
-    EXPECT_THAT(logged(), ElementsAre("[error] cfg.zorv_snprintf(): key truncated", "",
-                                      "[error] cfg.zorv_snprintf(): no room", ""));
-    EXPECT_EQ(zorv_snprintf("cfg", nullptr, text, sizeof text, "%s", "0123456789"), 10);
-    EXPECT_EQ(zorv_snprintf("cfg", nullptr, text, 0, "%s", "0123456789"), 0);
-    EXPECT_THAT(logged(), ElementsAre());
-    EXPECT_EQ(zorv_snprintf("cfg", nullptr, text, sizeof text, "%lc", static_cast<wint_t>(0xD800)),
-              0);
-    EXPECT_THAT(logged(),
-                ElementsAre("[error] cfg.zorv_snprintf(): zorv_snprintf failure: -1", ""));
-}
-
-TEST_F(Format, HexDumpLeavesTheLastByteOut)
-{
-    const unsigned char bytes[] = {0x0a, 0xff, 0x00, 0x7b};
-    const struct {
-        int count, size, written;
-        const char *text;
-    } rows[] = {
-        {4, 16, 6, "0aff00"}, {4, 7, 6, "0aff00"}, {4, 6, 4, "0aff"},        {4, 3, 2, "0a"},
-        {4, 2, 0, "kept"},    {1, 16, 0, "kept"},  {0, 16, 0, "kept"},       {-1, 16, 0, "kept"},
-        {4, 0, 0, "kept"},    {4, -16, 0, "kept"}, {INT_MIN, 16, 0, "kept"},
+    const auto cut = [](size_t size, const char *message, const char *whole) {
+        char text[8] = "kept";
+        const int length = zorv_snprintf("cfg", message, text, size, "%s", whole);
+        return std::to_string(length) + " " + text;
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(testing::Message() << row.count << " into " << row.size);
+    EXPECT_EQ(cut(4, "cut", "abc"), "3 abc");
+    EXPECT_EQ(cut(4, nullptr, "0123456789"), "10 012");
+    EXPECT_EQ(cut(0, nullptr, "0123456789"), "0 kept");
+    EXPECT_EQ(cut(1, "cut", ""), "0 ");
+    EXPECT_THAT(logged(), IsEmpty());
+    EXPECT_EQ(cut(4, "cut", "0123"), "3 012");
+    for (libzorv_log_level = 1; libzorv_log_level >= 0; --libzorv_log_level) {
+        EXPECT_EQ(cut(0, "no room", "abc"), "0 kept");
+        char text[4];
+        const wint_t none = 0xD800;
+        EXPECT_EQ(zorv_snprintf("cfg", nullptr, text, sizeof text, "%lc", none), 0);
+    }
+    // The message's own newline, then the line's.
+    EXPECT_THAT(logged(),
+                ElementsAre("[error] cfg.zorv_snprintf(): cut", "",
+                            "[error] cfg.zorv_snprintf(): no room", "",
+                            "[error] cfg.zorv_snprintf(): zorv_snprintf failure: -1", ""));
+    const unsigned char bytes[] = {0x0a, 0xff, 0x00, 0x7b}; // the last one is left out
+    const std::tuple<int, int, const char *> rows[] = {
+        {4, 16, "6 0aff00"}, {4, 7, "6 0aff00"}, {4, 6, "4 0aff"},        {4, 3, "2 0a"},
+        {4, 2, "0 kept"},    {1, 16, "0 kept"},  {0, 16, "0 kept"},       {-1, 16, "0 kept"},
+        {4, 0, "0 kept"},    {4, -16, "0 kept"}, {INT_MIN, 16, "0 kept"},
+    };
+    for (const auto &[count, size, want] : rows) {
         char text[16] = "kept";
-        EXPECT_EQ(bin2hex(bytes, row.count, text, row.size), row.written);
-        EXPECT_STREQ(text, row.text);
+        const int written = bin2hex(bytes, count, text, size);
+        EXPECT_EQ(std::to_string(written) + " " + text, want) << count << " into " << size;
     }
 }
 
 TEST_F(Format, PathsReduceByTheirText)
 {
-    must_run("mkdir -p /tmp/a/b");
+    must_run("mkdir -p /tmp/a/b /tmp/gone");
     ASSERT_EQ(chdir("/tmp/a/b"), 0);
-    const std::pair<const char *, const char *> rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
         {"/a//b/./c/../d/", "/a/b/d"},
         {"/..", "/"},
         {"/../../a", "/a"},
@@ -103,78 +88,57 @@ TEST_F(Format, PathsReduceByTheirText)
         {"../..", "/tmp"},
         {"../../../../../x", "/x"},
         {"../../..", "/"},
+        {"/" + std::string(4094, 'x'), "/" + std::string(4094, 'x')},
+        {"/a/.." + std::string(5000, '/') + "b", "/b"}, // what is dropped is not counted
     };
     for (const auto &[path, reduced] : rows) {
-        SCOPED_TRACE(path);
-        EXPECT_EQ(reduce(path), reduced);
+        EXPECT_EQ(reduce(path), reduced) << path;
         char output[4096];
-        EXPECT_EQ(vq_reduce_path(path, output), output);
-        EXPECT_STREQ(output, reduced);
+        EXPECT_EQ(vq_reduce_path(path.c_str(), output), output);
+        EXPECT_EQ(output, reduced);
     }
+    EXPECT_EQ(reduce("/" + std::string(4095, 'x') + "/.."), "failed");
+    EXPECT_EQ(errno, ENAMETOOLONG);
     ASSERT_EQ(chdir("/"), 0);
     EXPECT_EQ(reduce(".."), "/");
     EXPECT_EQ(reduce("../x"), "/x");
-}
+    EXPECT_THAT(logged(), IsEmpty());
 
-TEST_F(Format, PathsOf4096CharactersAreTooLong)
-{
-    EXPECT_EQ(reduce("/" + std::string(4094, 'x')).size(), 4095U);
-    EXPECT_EQ(reduce("/a/.." + std::string(5000, '/') + "b"),
-              "/b"); // what is dropped is not counted
-    errno = 0;
-    EXPECT_EQ(reduce("/" + std::string(4095, 'x') + "/.."), "failed");
-    EXPECT_EQ(errno, ENAMETOOLONG);
-    EXPECT_THAT(logged(), ElementsAre());
-}
-
-TEST_F(Format, ALostWorkingDirectoryIsReported)
-{
-    must_run("mkdir /tmp/gone");
     ASSERT_EQ(chdir("/tmp/gone"), 0);
     ASSERT_EQ(rmdir("/tmp/gone"), 0);
+    EXPECT_EQ(reduce("x/.."), ".");
     EXPECT_EQ(reduce("../x"), "failed");
     EXPECT_EQ(errno, ENOENT);
     EXPECT_THAT(logged(), ElementsAre("[error] libzorv_util.vq_reduce_path(): Couldn't getcwd for "
                                       "path ../x, No such file or directory"));
-    EXPECT_EQ(reduce("x/.."), ".");
 }
 
 TEST_F(Format, DirectoriesAreMadeWithTheirParents)
 {
     umask(0);
-    errno = EIO;
-    EXPECT_EQ(vq_mkdir_p("/tmp/x//y/./z/", 0750), 0);
-    EXPECT_EQ(errno, 0);
-    for (const auto path : {"/tmp/x", "/tmp/x/y", "/tmp/x/y/z"})
-        EXPECT_TRUE(is_directory(path, 0750)) << path;
-    errno = EIO;
-    EXPECT_EQ(vq_mkdir_p("/tmp/x/y", 0700), 0); // is there
-    EXPECT_EQ(errno, 0);
-    ASSERT_EQ(chdir("/tmp/x"), 0);
-    EXPECT_EQ(vq_mkdir_p("p", 0700), 0);
-    EXPECT_EQ(vq_mkdir_p("q/r", 0700), 0);
-    EXPECT_EQ(vq_mkdir_p("/new", 0700), 0);
-    for (const auto path : {"/tmp/x/p", "/tmp/x/q/r", "/new"})
-        EXPECT_TRUE(is_directory(path, 0700)) << path;
-}
-
-TEST_F(Format, DirectoriesThatCannotBeMadeSayWhy)
-{
     file("/tmp/file", "");
-    must_run("ln -s /nowhere /tmp/dangling; mkdir -m 0 /tmp/closed");
+    must_run("ln -s /nowhere /tmp/dangling; mkdir /tmp/x; mkdir -m 0 /tmp/closed; cd /tmp/x");
+    ASSERT_EQ(chdir("/tmp/x"), 0);
     unprivileged();
     const std::pair<std::string, int> rows[] = {
+        {"/tmp/x//y/./z/", 0},
+        {"/tmp/x/y", 0}, // is there
+        {"p", 0},
+        {"q/r", 0},
+        {"/tmp/new", 0},
         {"/tmp/file", ENOTDIR},
         {"/tmp/file/x/y", ENOTDIR},
         {"/tmp/dangling", EEXIST},
         {"/tmp/closed/x/y", EACCES},
-        {"/tmp/new/..", EEXIST},
+        {"/tmp/none/..", EEXIST},
         {"", EEXIST},
         {std::string(5000, 'x'), ENAMETOOLONG},
     };
     for (const auto &[path, error] : rows) {
-        SCOPED_TRACE(path);
-        EXPECT_EQ(vq_mkdir_p(path.c_str(), 0777), -1);
-        EXPECT_EQ(errno, error);
+        errno = EIO;
+        EXPECT_EQ(vq_mkdir_p(path.c_str(), 0750), error == 0 ? 0 : -1) << path;
+        EXPECT_EQ(errno, error) << path;
     }
+    EXPECT_EQ(run("cd /tmp; stat -c '%a %n' x/y x/y/z x/p x/q x/q/r new; ls -d none").output,
+              "750 x/y\n750 x/y/z\n750 x/p\n750 x/q\n750 x/q/r\n750 new\n");
 }

@@ -5,108 +5,78 @@
 
 #include "support/device.h"
 
+using Texts = Device;
 using namespace std::literals;
-using testing::Each;
 
-class Texts : public Device {
-protected:
-    // What a file holds after its lines with these patterns are commented out.
-    static std::string commented(std::string_view content, std::string patterns, int rc)
-    {
-        file("/tmp/lines", content);
-        FILE *const stream = fopen("/tmp/lines", "r+e");
-        EXPECT_EQ(comment_out_lines(stream, patterns.data()), rc);
-        std::string result = read("/tmp/lines"); // what was flushed, before it is closed
-        fclose(stream);
-        return result;
+TEST_F(Texts, AreTrimmed)
+{
+    // The array, of which so much is trimmed, all bytes then, and the copy of 4 bytes at most.
+    const std::tuple<const char *, int, std::string, const char *> rows[] = {
+        {" a \t\r\n\v\f", 8, " a\0\0\0\0\0\0"s, "a \t"},
+        {"\t\n abcde", 8, "\t\n abcde", "abc"},
+        {"        ", 3, "\0\0\0     "s, ""},
+        {"  ab    ", 0, "  ab    ", "ab "},
+        {"        ", -3, "        ", ""},
+    };
+    for (const auto &[text, length, trailing, leading] : rows) {
+        std::string copy = text;
+        trim_trailing(copy.data(), length);
+        EXPECT_EQ(copy, trailing);
+        char out[] = "kept..";
+        strncpy_trim(out, 0, text);
+        EXPECT_STREQ(out, "kept..");
+        strncpy_trim(out, 4, text);
+        EXPECT_STREQ(out, leading);
+        EXPECT_STREQ(out + 4, "..");
     }
-};
-
-TEST_F(Texts, TrimmingReplacesWhiteSpaceAtTheEnd)
-{
-    char text[] = " a b \t\r\n\v\f";
-    trim_trailing(text, sizeof text - 1);
-    EXPECT_STREQ(text, " a b");
-    EXPECT_EQ(text[sizeof text - 2], '\0');
-    char blank[] = "   ";
-    trim_trailing(blank, 0);
-    trim_trailing(blank, -3);
-    EXPECT_STREQ(blank, "   ");
-    trim_trailing(blank, 3);
-    EXPECT_STREQ(blank, "");
-}
-
-TEST_F(Texts, TheTrimmingCopyTrimsOnlyInFront)
-{
-    char text[8] = "kept";
-    strncpy_trim(text, sizeof text, "  ab  ");
-    EXPECT_STREQ(text, "ab  ");
-    strncpy_trim(text, 4, "\t\n abcdef");
-    EXPECT_STREQ(text, "abc");
-    strncpy_trim(text, 0, "x");
-    EXPECT_STREQ(text, "abc");
-    strncpy_trim(text, sizeof text, " \n");
-    EXPECT_STREQ(text, "");
-    text[0] = 'x';
-    strncpy_trim(text, sizeof text, nullptr);
-    EXPECT_STREQ(text, "");
+    char out[] = "x";
+    strncpy_trim(out, sizeof out, nullptr);
+    EXPECT_STREQ(out, "");
     strncpy_trim(nullptr, 8, "x");
 }
 
-TEST_F(Texts, HexDigitsBecomeBytes)
+TEST_F(Texts, HexDigitsBecomeBytesAndBytesHexDigits)
 {
-    const struct {
-        const char *hex;
-        size_t result;
-        unsigned char bytes[4];
-    } rows[] = {
-        {"0a1B", 4, {0x0a, 0x1b}},
-        {"0a1B2c3d4e", 4, {0x0a, 0x1b, 0x2c, 0x3d}},
-        {"abc", 4, {0xab, 0x0c}}, // an odd digit stands for itself
-        {"f", 4, {0x0f}},
-        {"0axx0b", 4, {0x0a}},
-        {"a b", 4, {0x0a, 0x0b}}, // as scanf() reads it
-        {"  1f", 4, {0x1f, 0x1f}},
-        {"-1", 4, {0xff}},
-        {"zz", 4, {}},
-        {"", 0, {}},
+    // As scanf() reads it; an odd digit stands for itself.
+    const std::pair<const char *, const char *> rows[] = {
+        {"0a1B", "4 0a1b0000"}, {"0a1B2c3d4e", "4 0a1b2c3d"}, {"abc", "4 ab0c0000"},
+        {"f", "4 0f000000"},    {"0axx0b", "4 0a000000"},     {"a b", "4 0a0b0000"},
+        {"  1f", "4 1f1f0000"}, {"-1", "4 ff000000"},         {"zz", "4 00000000"},
+        {"", "0 00000000"},     {nullptr, "0 09090909"},
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.hex);
-        unsigned char bytes[4] = {9, 9, 9, 9};
-        EXPECT_EQ(hex2uchar(row.hex, bytes, sizeof bytes), row.result);
-        EXPECT_EQ(memcmp(bytes, row.bytes, sizeof bytes), 0);
+    unsigned char bytes[4];
+    char text[16];
+    for (const auto &[hex, want] : rows) {
+        memset(bytes, 9, sizeof bytes);
+        const size_t count = hex2uchar(hex, bytes, sizeof bytes);
+        snprintf(text, sizeof text, "%zu %02x%02x%02x%02x", count, bytes[0], bytes[1], bytes[2],
+                 bytes[3]);
+        EXPECT_STREQ(text, want);
     }
-    unsigned char untouched = 9;
-    EXPECT_EQ(hex2uchar("0a", &untouched, 0), 0U);
-    EXPECT_EQ(untouched, 9);
-    EXPECT_EQ(hex2uchar(nullptr, &untouched, 1), 0U);
+    EXPECT_EQ(hex2uchar("0a", bytes, 0), 0U);
+    EXPECT_EQ(bytes[0], 9);
     EXPECT_EQ(hex2uchar("0a", nullptr, 1), 0U);
-}
 
-TEST_F(Texts, BytesBecomeHexDigits)
-{
-    const unsigned char bytes[] = {0x0a, 0xff, 0x07};
-    char text[10] = "kept....x";
-    EXPECT_EQ(uchar2hex(bytes, 3, text, 6), 0U);
-    EXPECT_EQ(uchar2hex(bytes, SIZE_MAX, text, sizeof text), 0U);
-    EXPECT_EQ(uchar2hex(bytes, SIZE_MAX / 2 + 2, text, sizeof text), 0U); // twice that is 2
-    EXPECT_EQ(uchar2hex(nullptr, 3, text, sizeof text), 0U);
-    EXPECT_EQ(uchar2hex(bytes, 0, text, 0), 0U);
+    const unsigned char three[] = {0x0a, 0xff, 0x07};
+    strcpy(text, "kept....x");
+    const std::tuple<const unsigned char *, size_t, size_t> nothing[] = {
+        {three, 3, 6},
+        {three, SIZE_MAX, 10},
+        {three, SIZE_MAX / 2 + 2, 10},
+        {nullptr, 3, 10},
+        {three, 0, 0}};
+    for (const auto &[data, count, size] : nothing)
+        EXPECT_EQ(uchar2hex(data, count, text, size), 0U);
+    EXPECT_EQ(uchar2hex(three, 3, nullptr, 7), 0U);
     EXPECT_STREQ(text, "kept....x");
-    EXPECT_EQ(uchar2hex(bytes, 3, nullptr, 7), 0U);
-    EXPECT_EQ(uchar2hex(bytes, 3, text, 7), 3U);
+    EXPECT_EQ(uchar2hex(three, 3, text, 7), 3U);
     EXPECT_STREQ(text, "0AFF07");
-    EXPECT_EQ(uchar2lowerhex(bytes, 3, text, sizeof text), 3U);
-    EXPECT_EQ(std::string(text, sizeof text), "0aff07\0\0\0\0"s);
-}
+    EXPECT_EQ(uchar2lowerhex(three, 3, text, 10), 3U);
+    EXPECT_EQ(std::string(text, 10), "0aff07\0\0\0\0"s);
 
-TEST_F(Texts, HardwareAddressesHaveSixFields)
-{
     unsigned char mac[6] = {1, 2, 3, 4, 5, 6};
-    EXPECT_EQ(strtomac("00:11:22:33:44", mac), -1);
-    EXPECT_EQ(strtomac("00-11-22-33-44-55", mac), -1);
-    EXPECT_EQ(strtomac("", mac), -1);
+    for (const char *other : {"00:11:22:33:44", "00-11-22-33-44-55", ""})
+        EXPECT_EQ(strtomac(other, mac), -1);
     EXPECT_THAT(mac, ElementsAre(1, 2, 3, 4, 5, 6));
     EXPECT_EQ(strtomac("02:a0:F1:0:0:7 br0", mac), 0);
     EXPECT_THAT(mac, ElementsAre(0x02, 0xa0, 0xf1, 0, 0, 7));
@@ -114,31 +84,24 @@ TEST_F(Texts, HardwareAddressesHaveSixFields)
 
 TEST_F(Texts, RandomTextsFillTheirBufferAndNoMore)
 {
-    std::set<char> seen;
-    char text[2001];
-    memset(text, 'k', sizeof text);
-    ASSERT_EQ(gen_rand_string(text, 1999), text);
-    EXPECT_EQ(strlen(text), 1999U);
-    EXPECT_EQ(text[2000], 'k');
-    seen.insert(text, text + 1999);
-    EXPECT_EQ(seen.size(), 62U); // all of them are drawn: the odds against are 1 in 10^12
-    EXPECT_EQ(std::string(text).find_first_not_of("0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                                  "abcdefghijklmnopqrstuvwxyz"),
-              std::string::npos);
-    EXPECT_EQ(gen_rand_string(nullptr, 5), nullptr);
-    EXPECT_EQ(gen_rand_string(text, 0), nullptr);
-
-    memset(text, 'k', sizeof text);
-    EXPECT_EQ(gen_rand_hex(text, 8), 0U);
-    EXPECT_EQ(gen_rand_hex(text, 0), 0U);
-    EXPECT_EQ(text[0], 'k');
+    std::string text(2001, 'k');
+    EXPECT_EQ(gen_rand_string(text.data(), 0), nullptr);
+    ASSERT_EQ(gen_rand_string(text.data(), 1999), text.data());
+    EXPECT_EQ(text.substr(1999), "\0k"s);
+    // All of them are drawn: the odds against are 1 in 10^12.
+    const std::set<char> seen(text.begin(), text.begin() + 1999);
+    EXPECT_EQ(std::string(seen.begin(), seen.end()),
+              "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz");
+    text = "kkkkkkkkkk";
+    for (const size_t size : {0U, 8U})
+        EXPECT_EQ(gen_rand_hex(text.data(), size), 0U);
     EXPECT_EQ(gen_rand_hex(nullptr, 9), 0U);
-    EXPECT_EQ(gen_rand_hex(text, 9), 4U);
-    EXPECT_EQ(strspn(text, "0123456789ABCDEF"), 8U);
-    EXPECT_EQ(text[8], '\0');
-    EXPECT_EQ(text[9], 'k');
-    EXPECT_EQ(gen_rand_hex(text, 1), 0U);
-    EXPECT_STREQ(text, "");
+    EXPECT_EQ(text, "kkkkkkkkkk");
+    EXPECT_EQ(gen_rand_hex(text.data(), 9), 4U);
+    EXPECT_EQ(strspn(text.data(), "0123456789ABCDEF"), 8U);
+    EXPECT_EQ(text.substr(8), "\0k"s);
+    EXPECT_EQ(gen_rand_hex(text.data(), 1), 0U);
+    EXPECT_STREQ(text.data(), "");
 }
 
 // rand() is what is tested. NOLINTBEGIN(cert-msc30-c,cert-msc32-c,cert-msc50-cpp,cert-msc51-cpp)
@@ -146,68 +109,65 @@ TEST_F(Texts, RandomBytesFollowTheSeedOfTheKernel)
 {
     remove("/dev/urandom");
     file("/dev/urandom", "\x04\x03\x02\x01");
-    unsigned char bytes[4];
-    EXPECT_EQ(gen_rand_bytes(bytes, sizeof bytes), 4U);
+    unsigned char bytes[64];
+    EXPECT_EQ(gen_rand_bytes(bytes, 4), 4U);
     srand(0x01020304);
-    for (const unsigned char byte : bytes)
-        EXPECT_EQ(byte, rand() & 0xff);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(bytes[i], rand() & 0xff);
     EXPECT_EQ(gen_rand_bytes(nullptr, 4), 0U); // seeds all the same
-    const int after_null = rand();
+    const int first = rand();
     EXPECT_EQ(gen_rand_bytes(bytes, 0), 0U);
-    EXPECT_EQ(rand(), after_null);
-    EXPECT_EQ(gen_rand_string(nullptr, 0), nullptr); // does not
-    EXPECT_NE(rand(), after_null);
-}
-// NOLINTEND(cert-msc30-c,cert-msc32-c,cert-msc50-cpp,cert-msc51-cpp)
+    EXPECT_EQ(rand(), first);
+    char text[2];
+    gen_rand_string(text, 1);
+    gen_rand_string(nullptr, 0); // does not seed
+    EXPECT_NE(rand(), first);
 
-TEST_F(Texts, AMissingRandomDeviceIsVerboseDetail)
-{
-    remove("/dev/urandom");
-    unsigned char bytes[64] = {};
-    EXPECT_EQ(gen_rand_bytes(bytes, sizeof bytes), sizeof bytes);
-    EXPECT_THAT(bytes, testing::Not(Each(0)));
-    EXPECT_THAT(logged(), ElementsAre());
-    libzorv_log_level = 16;
+    libzorv_log_level = 15;
     file("/dev/urandom", "abc"); // one byte short
     EXPECT_EQ(gen_rand_bytes(bytes, sizeof bytes), sizeof bytes);
+    EXPECT_THAT(bytes, testing::Not(testing::Each(0)));
+    EXPECT_THAT(logged(), IsEmpty());
+    libzorv_log_level = 16;
+    gen_rand_bytes(bytes, sizeof bytes);
     EXPECT_THAT(logged(),
                 ElementsAre("[debug] libzorv_util.urandom(): read returned error in urandom"));
 }
+// NOLINTEND(cert-msc30-c,cert-msc32-c,cert-msc50-cpp,cert-msc51-cpp)
 
 TEST_F(Texts, MatchingLinesAreCommentedOutInPlace)
 {
     const std::string whole(254, 'x'); // with its newline, as long as a line may be
-    std::string hashed = whole;
-    hashed[0] = '#';
-    const std::string over(255, 'x');
+    const std::string hashed = "#" + whole.substr(1), over = whole + "x";
     const struct {
         std::string content, patterns, result;
-        int rc;
+        int rc = 0;
     } rows[] = {
-        {"option x\n", "option", "#ption x\n", 0},
-        {"a\nb\nab\n", "b", "a\n#\n#b\n", 0},
-        {"one\ntwo\nthree", "three|one", "#ne\ntwo\n#hree", 0},
-        {"one\ntwo\n", "||two||", "one\n#wo\n", 0},
-        {"one\n", "", "one\n", 0},
-        {"ONE\n", "one", "ONE\n", 0},
-        {"# one\none\n", "one", "# one\n#ne\n", 0},
-        {"", "one", "", 0},
-        {"one\0two\nnext\n"s, "two", "#ne\0two\nnext\n"s, 0},
-        {whole + "\nx\n", "x", hashed + "\n#\n", 0},
+        {"option x\n", "option", "#ption x\n"},
+        {"a\nb\nab\n", "b", "a\n#\n#b\n"},
+        {"one\ntwo\nthree", "three|one", "#ne\ntwo\n#hree"},
+        {"one\ntwo\n", "||two||", "one\n#wo\n"},
+        {"one\n", "", "one\n"},
+        {"ONE\n", "one", "ONE\n"},
+        {"# one\none\n", "one", "# one\n#ne\n"},
+        {"", "one", ""},
+        {"one\0two\nnext\n"s, "two", "#ne\0two\nnext\n"s},
+        {whole + "\nx\n", "x", hashed + "\n#\n"},
         {over + "\nx\n", "x", over + "\n#\n", -1},
         {over + over + over + "\nx\n", "x", over + over + over + "\n#\n", -1},
         {"x\n" + over, "x", "#\n" + over, -1}, // without a newline at the end of the file
-        {"x\n" + whole, "x", "#\n" + hashed, 0},
+        {"x\n" + whole, "x", "#\n" + hashed},
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.content.substr(0, 40) + " / " + row.patterns);
-        EXPECT_EQ(commented(row.content, row.patterns, row.rc), row.result);
+    for (auto [content, patterns, result, rc] : rows) {
+        SCOPED_TRACE(content.substr(0, 40) + " / " + patterns);
+        file("/tmp/lines", content);
+        FILE *const stream = fopen("/tmp/lines", "r+e");
+        EXPECT_EQ(comment_out_lines(stream, patterns.data()), rc);
+        EXPECT_EQ(read("/tmp/lines"), result); // what was flushed, before it is closed
+        fclose(stream);
     }
-}
-
-TEST_F(Texts, AStreamThatCannotBeWrittenIsNotReadForEver)
-{
-    file("/tmp/lines", "one\nx"); // the last line again and again, if the position stays behind it
+    // Only for reading: the last line again and again, if the position stayed behind it.
+    file("/tmp/lines", "one\nx");
     FILE *const stream = fopen("/tmp/lines", "re");
     char patterns[] = "x";
     EXPECT_EQ(comment_out_lines(stream, patterns), 0);

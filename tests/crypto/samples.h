@@ -1,12 +1,15 @@
-// samples.h - byte strings for the tests: hexadecimal both ways, and random ones that repeat.
+// samples.h - what the tests share: bytes as hexadecimal, random ones that repeat, the forms of
+// AES.
 #ifndef ZORV_TESTS_CRYPTO_SAMPLES_H
 #define ZORV_TESTS_CRYPTO_SAMPLES_H
 
 #include <cstdint>
-#include <cstdio>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
+
+#include "crypto/aes_impl.h"
 
 using Bytes = std::vector<uint8_t>;
 
@@ -18,25 +21,20 @@ inline Bytes from_hex(const std::string &text)
     return bytes;
 }
 
-inline std::string to_hex(const uint8_t *bytes, size_t count)
+inline std::string to_hex(std::span<const uint8_t> bytes)
 {
     std::string text;
-    char pair[3];
-    for (size_t i = 0; i < count; ++i) {
-        snprintf(pair, sizeof pair, "%02x", bytes[i]);
-        text += pair;
-    }
+    for (const uint8_t byte : bytes)
+        for (const int digit : {byte >> 4, byte & 15})
+            text += "0123456789abcdef"[digit];
     return text;
-}
-
-inline std::string to_hex(const Bytes &bytes)
-{
-    return to_hex(bytes.data(), bytes.size());
 }
 
 // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): a failure is to come again
 class Random {
 public:
+    size_t below(size_t limit) { return engine_() % limit; }
+
     Bytes bytes(size_t count)
     {
         Bytes result(count);
@@ -48,5 +46,13 @@ public:
 private:
     std::mt19937 engine_;
 };
+
+// The forms of AES that this machine can run.
+inline std::vector<const zorv::AesForm *> aes_forms()
+{
+    if (zorv::aes_hardware())
+        return {&zorv::aes_portable(), zorv::aes_hardware()};
+    return {&zorv::aes_portable()};
+}
 
 #endif

@@ -10,82 +10,61 @@
 
 namespace {
 
-std::string digest_of(const std::string &message)
+const char kEmpty[] = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
+
+std::string digest_of(const Bytes &message)
 {
     uint8_t digest[32];
-    sha256(reinterpret_cast<const uint8_t *>(message.data()), static_cast<unsigned>(message.size()),
+    sha256(message.empty() ? nullptr : message.data(), static_cast<unsigned>(message.size()),
            digest);
-    return to_hex(digest, sizeof digest);
+    return to_hex(digest);
 }
-
-const char kEmpty[] = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
 
 } // namespace
 
 TEST(Sha256, DigestsMatchThePublishedOnes)
 {
-    const struct {
-        std::string message;
-        const char *digest;
-    } kVectors[] = {
+    const std::pair<std::string, const char *> kVectors[] = {
         {"", kEmpty},
         {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
         {"abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
          "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1"},
-        {std::string(55, 'a'), "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318"},
-        {std::string(56, 'a'), "b35439a4ac6f0948b6d6f9e3c6af0f5f590ce20f1bde7090ef7970686ec6738a"},
-        {std::string(63, 'a'), "7d3e74a05d7db15bce4ad9ec0658ea98e3f06eeecf16b4c6fff2da457ddc2f34"},
-        {std::string(64, 'a'), "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb"},
-        {std::string(65, 'a'), "635361c48bb9eab14198e76ea8ab7f1a41685d6ad62aa9146d301d4f17eb0ae0"},
         {std::string(1000000, 'a'),
          "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
     };
-    for (const auto &vector : kVectors) {
-        SCOPED_TRACE(vector.message.size());
-        EXPECT_EQ(digest_of(vector.message), vector.digest);
-    }
-    uint8_t digest[32];
-    sha256(nullptr, 0, digest);
-    EXPECT_EQ(to_hex(digest, sizeof digest), kEmpty);
+    for (const auto &[text, digest] : kVectors)
+        EXPECT_EQ(digest_of(Bytes(text.begin(), text.end())), digest) << text.size();
 }
 
 TEST(Sha256, PiecesGiveTheDigestOfTheWhole)
 {
     Random random;
-    const Bytes message = random.bytes(1000);
-    uint8_t whole[32], pieced[32];
-    sha256(message.data(), static_cast<unsigned>(message.size()), whole);
-    for (const size_t piece : {1U, 7U, 63U, 64U, 65U, 127U, 128U, 129U, 999U}) {
-        SCOPED_TRACE(piece);
-        sha256_ctx ctx;
-        sha256_init(&ctx);
-        for (size_t at = 0; at < message.size(); at += piece) {
-            const size_t length = std::min(piece, message.size() - at);
-            sha256_update(&ctx, message.data() + at, static_cast<unsigned>(length));
-            sha256_update(&ctx, nullptr, 0);
-            EXPECT_EQ(ctx.tot_len, (at + length) / 64 * 64);
-            EXPECT_EQ(ctx.len, (at + length) % 64);
-        }
-        sha256_final(&ctx, pieced);
-        EXPECT_EQ(to_hex(pieced, 32), to_hex(whole, 32));
-    }
-}
-
-// The padding of a message of 2^29 bytes says 0 bits: the upper half of the count stays zero.
-TEST(Sha256, TheBitCountWrapsAt512MiB)
-{
     sha256_ctx ctx;
     uint8_t digest[32];
+    for (size_t size = 0; size <= 1000; ++size) {
+        const Bytes message = random.bytes(size);
+        sha256_init(&ctx);
+        for (size_t at = 0, length; at < size; at += length) {
+            length = std::min(random.below(151), size - at);
+            sha256_update(&ctx, length == 0 ? nullptr : &message[at],
+                          static_cast<unsigned>(length));
+            EXPECT_EQ(ctx.tot_len + ctx.len, at + length);
+            EXPECT_EQ(ctx.tot_len % 64, 0U);
+        }
+        sha256_final(&ctx, digest);
+        ASSERT_EQ(to_hex(digest), digest_of(message)) << size;
+    }
+    // The padding of a message of 2^29 bytes says 0 bits: the upper half of the count stays zero.
     sha256_init(&ctx);
     ctx.tot_len = 0x20000000;
     sha256_final(&ctx, digest);
-    EXPECT_EQ(to_hex(digest, sizeof digest), kEmpty);
+    EXPECT_EQ(to_hex(digest), kEmpty);
 }
 
 TEST(Sha256, BothFormsOfTheCompressionAgree)
 {
     if (!zorv::sha256_hardware())
-        return; // the other tests ran the portable form
+        return; // the other tests ran the portable form, the only one
     Random random;
     for (size_t count = 0; count <= 9; ++count) {
         const Bytes blocks = random.bytes(64 * count + 1), start = random.bytes(32);

@@ -16,66 +16,53 @@ Command make(const char *path, Words... arguments)
     return {exec_create(path, arguments..., nullptr), exec_destroy};
 }
 
-Command copy(const Command &source)
+// The path and the arguments, in brackets.
+std::string shown(const exec_command *command)
 {
-    return {exec_copy(source.get()), exec_destroy};
+    if (!command)
+        return "none";
+    EXPECT_EQ(command->argv[0], command->path);
+    std::string text;
+    for (int slot = 0; slot < command->argc; ++slot)
+        text += command->argv[slot] ? "[" + std::string(command->argv[slot]) + "]" : "-";
+    return text;
 }
 
-TEST_F(Commands, HaveTheirPathInSlotZeroAndATerminator)
+TEST_F(Commands, AreMadeCopiedAndCompared)
 {
-    EXPECT_EQ(make(nullptr), nullptr);
-    EXPECT_EQ(make(""), nullptr);
-    EXPECT_EQ(exec_copy(nullptr), nullptr);
+    const std::string text(5000, 'x');
+    const Command base = make("/bin/a", "x", "y");
+    Command holed = make("/bin/a", "x", "y");
+    free(std::exchange(holed->argv[1], nullptr)); // as when memory ran out for it
+    const struct {
+        Command command;
+        std::string want;
+        int result; // of the comparison: by count, path, arguments
+    } rows[] = {
+        {make(nullptr), "none", -1},
+        {make(""), "none", -1},
+        {make("/bin/a", "x", "y"), "[/bin/a][x][y]", 0},
+        {make("/bin/b"), "[/bin/b]", -2},
+        {make("/bin/b", "z", "y"), "[/bin/b][z][y]", -3},
+        {make("/bin/a", "", "z z"), "[/bin/a][][z z]", 1},
+        {std::move(holed), "[/bin/a]-[y]", 1},
+        {make("/bin/a", "x", "z"), "[/bin/a][x][z]", 2},
+        {make(text.c_str(), text.c_str(), "y"),
+         "[" + text.substr(0, 4095) + "][" + text.substr(0, 4096) + "][y]", -3},
+    };
+    for (const auto &[command, want, result] : rows) {
+        EXPECT_EQ(shown(command.get()), want);
+        EXPECT_EQ(exec_cmp(base.get(), command.get()), result) << want;
+        EXPECT_EQ(exec_cmp(command.get(), base.get()), result) << want;
+        EXPECT_TRUE(!command || !command->argv[command->argc]); // ready to be run
+        const Command copy(exec_copy(command.get()), exec_destroy);
+        EXPECT_EQ(shown(copy.get()), want);
+        EXPECT_EQ(exec_cmp(command.get(), copy.get()), command ? 0 : -1);
+    }
+    EXPECT_EQ(exec_cmp(base.get(), base.get()), 0);
     const exec_command cleared = {};
     EXPECT_EQ(exec_copy(&cleared), nullptr);
     exec_destroy(nullptr);
-
-    const Command bare = make("/bin/true");
-    EXPECT_EQ(bare->argc, 1);
-    EXPECT_EQ(bare->argv[0], bare->path);
-    EXPECT_EQ(bare->argv[1], nullptr);
-
-    const Command full = make("/bin/echo", "", "a b");
-    ASSERT_EQ(full->argc, 3);
-    EXPECT_STREQ(full->argv[1], "");
-    EXPECT_STREQ(full->argv[2], "a b");
-    EXPECT_EQ(full->argv[3], nullptr);
-}
-
-TEST_F(Commands, CutLongPathsAndArguments)
-{
-    const std::string text(5000, 'x');
-    const Command made = make(text.c_str(), text.c_str());
-    for (const Command &command : {make(text.c_str(), text.c_str()), copy(made)}) {
-        EXPECT_EQ(std::string(command->path), text.substr(0, 4095));
-        EXPECT_EQ(std::string(command->argv[1]), text.substr(0, 4096));
-    }
-}
-
-TEST_F(Commands, CompareByCountThenPathThenArguments)
-{
-    const Command base = make("/bin/a", "x", "y");
-    EXPECT_EQ(exec_cmp(nullptr, base.get()), -1);
-    EXPECT_EQ(exec_cmp(base.get(), nullptr), -1);
-    EXPECT_EQ(exec_cmp(base.get(), base.get()), 0);
-    EXPECT_EQ(exec_cmp(base.get(), make("/bin/a", "x", "y").get()), 0);
-    EXPECT_EQ(exec_cmp(base.get(), make("/bin/b", "x").get()), -2);
-    EXPECT_EQ(exec_cmp(base.get(), make("/bin/b", "z", "y").get()), -3);
-    EXPECT_EQ(exec_cmp(base.get(), make("/bin/a", "z", "z").get()), 1);
-    EXPECT_EQ(exec_cmp(base.get(), make("/bin/a", "x", "z").get()), 2);
-}
-
-TEST_F(Commands, MayLackAnArgument)
-{
-    const Command whole = make("/bin/a", "x", "y");
-    const Command holed = make("/bin/a", "x", "y");
-    free(std::exchange(holed->argv[1], nullptr)); // as when memory ran out for it
-    const Command copied = copy(holed);
-    EXPECT_EQ(copied->argv[1], nullptr);
-    EXPECT_STREQ(copied->argv[2], "y");
-    EXPECT_EQ(exec_cmp(holed.get(), copied.get()), 0);
-    EXPECT_EQ(exec_cmp(holed.get(), whole.get()), 1);
-    EXPECT_EQ(exec_cmp(whole.get(), holed.get()), 1);
 }
 
 } // namespace
