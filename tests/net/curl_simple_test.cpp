@@ -2,7 +2,9 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -62,19 +64,6 @@ std::string fetched(CloudHost &host, const char *url, unsigned flags = 0)
     return text;
 }
 
-void *raising_malloc(size_t size)
-{
-    raise(SIGPIPE);
-    return malloc(size);
-}
-
-bool is_pending(int number)
-{
-    sigset_t set;
-    sigpending(&set);
-    return sigismember(&set, number) == 1;
-}
-
 } // namespace
 
 TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
@@ -121,25 +110,24 @@ TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
     const Json json = loaded(R"({"b": 1, "a": [true, "é"]})"), word = loaded("\"no container\"");
     const std::string made = R"( 23 application/json */* - {"b":1,"a":[true,"é"]})";
     for (const auto &[send, method] :
-         {std::pair{&curl_simple_post_json, " POST"}, {&curl_simple_put_json, " PUT"}}) {
-        const auto send_json = [&, send = send](json_t *body) {
-            return sent(send(in.c_str(), 0, body, make_response().get()));
-        };
-        EXPECT_EQ(send_json(json.get()), "0" + (method + at) + made);
-        EXPECT_EQ(send_json(nullptr), "0" + (method + at) + " - application/json */* - ");
-        EXPECT_EQ(send_json(word.get()), std::to_string(CURLE_OUT_OF_MEMORY));
+         {std::pair{&curl_simple_post_json, "0 POST"}, {&curl_simple_put_json, "0 PUT"}}) {
+        EXPECT_EQ(sent(send(in.c_str(), 0, json.get(), make_response().get())), method + at + made);
+        EXPECT_EQ(sent(send(in.c_str(), 0, nullptr, make_response().get())),
+                  method + at + " - application/json */* - ");
+        EXPECT_EQ(send(in.c_str(), 0, word.get(), nullptr), CURLE_OUT_OF_MEMORY);
     }
     EXPECT_EQ(json->refcount, 1U);
-    EXPECT_THAT(logged(), ElementsAre("[error] curl_simple.curl_simple_json(): Failed to dump "
-                                      "json payload object",
-                                      testing::_));
+    EXPECT_THAT(
+        logged(),
+        Contains("[error] curl_simple.curl_simple_json(): Failed to dump json payload object")
+            .Times(2));
 
     // A redirect takes the word along, and the body where HTTP says so.
+    const std::string body = " 3" + form + " */* - a=b";
     EXPECT_EQ(sent(post("https://cloud.test/302", "a=b", 3)),
-              "0 POST cloud.test/302 3" + form + " */* - a=b POST other.test/in" + bare);
+              "0 POST cloud.test/302" + body + " POST other.test/in" + bare);
     EXPECT_EQ(sent(post("https://cloud.test/307", "a=b", 3)),
-              "0 POST cloud.test/307 3" + form + " */* - a=b POST other.test/in 3" + form +
-                  " */* - a=b");
+              "0 POST cloud.test/307" + body + " POST other.test/in" + body);
 }
 
 TEST_F(CurlSimple, KeepsOfTheBodyWhatTheLimitAllows)
@@ -151,8 +139,7 @@ TEST_F(CurlSimple, KeepsOfTheBodyWhatTheLimitAllows)
                                 {.path = "/a", .status = 201, .body = "abcde"},
                                 {.path = "/error", .status = 500, .body = "oh"}}});
     for (const auto &[path, body] : {std::pair{"/text", text}, {"/large", large}})
-        for (const size_t limit :
-             {size_t{0}, size_t{1}, size_t{24}, size_t{25}, size_t{100001}, kAll}) {
+        for (const size_t limit : {size_t{0}, size_t{24}, size_t{25}, size_t{100001}, kAll}) {
             const Response response = make_response(limit);
             EXPECT_EQ(get(std::string("https://cloud.test") + path, response), CURLE_OK);
             EXPECT_EQ(response->received, body.size());
@@ -163,24 +150,21 @@ TEST_F(CurlSimple, KeepsOfTheBodyWhatTheLimitAllows)
     const struct {
         const char *url;
         size_t limit;
-        int result;
-        long status;
-        const char *kept;
-        size_t received;
+        const char *got; // result, status, bytes that came, body
     } rows[] = {
-        {"https://cloud.test/a", 9, CURLE_OK, 201, "abcde", 5},
-        {"https://cloud.test/error", 9, CURLE_OK, 500, "abcdeoh", 7},
-        {"https://cloud.test/a", 9, CURLE_OK, 201, "abcdeohab", 12},
-        {"https://cloud.test/a", 3, CURLE_OK, 201, "abcdeohab", 17}, // below what is there
-        {"https://none.test/", 3, CURLE_COULDNT_RESOLVE_HOST, 0, "abcdeohab", 17},
+        {"https://cloud.test/a", 9, "0 201 5 abcde"},
+        {"https://cloud.test/error", 9, "0 500 7 abcdeoh"},
+        {"https://cloud.test/a", 9, "0 201 12 abcdeohab"},
+        {"https://cloud.test/a", 3, "0 201 17 abcdeohab"}, // below what is there
+        {"https://none.test/", 3, "6 0 17 abcdeohab"},
     };
     EXPECT_EQ(response->status, 0);
     for (const auto &row : rows) {
         response->max_size = row.limit;
-        EXPECT_EQ(get(row.url, response), row.result);
-        EXPECT_EQ(response->status, row.status);
-        EXPECT_EQ(kept(response), row.kept);
-        EXPECT_EQ(response->received, row.received);
+        std::ostringstream got;
+        got << get(row.url, response) << ' ' << response->status << ' ' << response->received << ' '
+            << kept(response);
+        EXPECT_EQ(got.str(), row.got);
     }
     curl_simple_response_free(nullptr);
 
@@ -196,44 +180,42 @@ TEST_F(CurlSimple, EveryPeerHasItsResult)
         return cloud::Answer{
             .path = path, .body = "HTTP/1.1 200 OK\r\n" + rest, .conduct = Conduct::raw};
     };
-    const std::string here = "127.0.0.1";
     const std::string first = cloud::kResolvers[0], second = cloud::kResolvers[1];
+    const auto site = [](const char *name, Identity identity) {
+        return cloud::Site{name, identity};
+    };
+    const auto hidden = [](const char *name) {
+        return cloud::Site{name, Identity::trusted, false};
+    };
+    const auto name = [](const char *host, std::string resolver, Lookup lookup = Lookup::address) {
+        return cloud::Name{host, "127.0.0.1", std::move(resolver), lookup};
+    };
     CloudHost host(
-        {.sites = {{"cloud.test"},
-                   {"garbage.test", Identity::garbage},
-                   {"reset.test", Identity::reset},
-                   {"untrusted.test", Identity::untrusted},
-                   {"expired.test", Identity::expired},
-                   {"misnamed.test", Identity::misnamed},
-                   {"both.test", Identity::trusted, false},
-                   {"second.test", Identity::trusted, false},
-                   {"refused.test", Identity::trusted, false},
-                   {"nonsense.test", Identity::trusted, false}},
-         .names = {{"both.test", here},
-                   {"second.test", here, second},
-                   {"refused.test", here, first, Lookup::refused},
-                   {"refused.test", here, second},
-                   {"nonsense.test", here, first, Lookup::nonsense},
-                   {"nonsense.test", here, second},
+        {.sites = {site("cloud.test", Identity::trusted), site("garbage.test", Identity::garbage),
+                   site("reset.test", Identity::reset), site("untrusted.test", Identity::untrusted),
+                   site("expired.test", Identity::expired),
+                   site("misnamed.test", Identity::misnamed), hidden("both.test"),
+                   hidden("second.test"), hidden("refused.test"), hidden("nonsense.test")},
+         .names = {name("both.test", ""),
+                   name("second.test", second),
+                   name("refused.test", first, Lookup::refused),
+                   name("refused.test", second),
+                   name("nonsense.test", first, Lookup::nonsense),
+                   name("nonsense.test", second),
                    {"closed.test", "127.0.0.2", first},
-                   {"closed.test", here, second}},
+                   name("closed.test", second)},
          .answers = {
              {.path = "/a", .body = "a"},
              {.path = "/reset", .body = "0123456789", .conduct = Conduct::reset},
-             {.path = "/half", .body = "0123456789", .conduct = Conduct::half_close},
              {.path = "/hang-up", .conduct = Conduct::hang_up},
-             {.path = "/empty", .conduct = Conduct::raw},
-             {.path = "/no-http", .body = "220 mail\r\n\r\n", .conduct = Conduct::raw},
-             ok("/cut", "Content-Len"),
              ok("/short", "Content-Length: 9\r\n\r\nabc"),
-             ok("/length", "Content-Length: -9\r\n\r\nabc"),
              ok("/chunk", "Transfer-Encoding: chunked\r\n\r\n3\r\nabc\r\nZZ\r\n"),
              ok("/header", "X: " + std::string(200000, 'x') + "\r\n\r\nabc"),
              {.path = "/to-nowhere", .status = 302, .headers = "Location: https://none.test/\r\n"},
              {.path = "/to-gopher", .status = 302, .headers = "Location: gopher://h/\r\n"},
          }});
-    const std::string too_long = "https://cloud.test/" + std::string(8000001, 'x');
     const std::string asked = " <" + first + " <" + second;
+    const std::string said = "[debug] curl_simple.curl_simple(): GET '";
     const char *const no_name = "no alternative certificate subject name matches";
     const struct {
         const char *url;
@@ -243,9 +225,7 @@ TEST_F(CurlSimple, EveryPeerHasItsResult)
         const char *reason = "";
     } rows[] = {
         {"", 0, CURLE_URL_MALFORMAT, "0 "},
-        {"https://", 0, CURLE_URL_MALFORMAT, "0 "},
         {"https://cloud.test:0x1/", 0, CURLE_URL_MALFORMAT, "0 "},
-        {too_long.c_str(), 0, CURLE_URL_MALFORMAT, "0 "},
         {"nonsense://cloud.test/", 0, CURLE_UNSUPPORTED_PROTOCOL, "0 "},
         {"https://none.test/", 0, CURLE_COULDNT_RESOLVE_HOST, "0 "},
         {"https://cloud.test:1/", 0, CURLE_COULDNT_CONNECT, "0 "},
@@ -256,12 +236,7 @@ TEST_F(CurlSimple, EveryPeerHasItsResult)
         {"https://misnamed.test/", 0, CURLE_PEER_FAILED_VERIFICATION, "0 ", no_name},
         {"https://127.0.0.1/", 0, CURLE_PEER_FAILED_VERIFICATION, "0 ", no_name},
         {"https://cloud.test/reset", 0, CURLE_RECV_ERROR, "200 01234 <cloud.test"},
-        {"https://cloud.test/half", 0, CURLE_PARTIAL_FILE, "200 01234 <cloud.test"},
-        {"https://cloud.test/empty", 0, CURLE_GOT_NOTHING, "0  <cloud.test"},
-        {"https://cloud.test/no-http", 0, CURLE_UNSUPPORTED_PROTOCOL, "0  <cloud.test"},
-        {"https://cloud.test/cut", 0, CURLE_OK, "200  <cloud.test"},
         {"https://cloud.test/short", 0, CURLE_PARTIAL_FILE, "200 abc <cloud.test"},
-        {"https://cloud.test/length", 0, CURLE_WEIRD_SERVER_REPLY, "200  <cloud.test"},
         {"https://cloud.test/chunk", 0, CURLE_RECV_ERROR, "200 abc <cloud.test"},
         {"https://cloud.test/header", 0, CURLE_OUT_OF_MEMORY, "200  <cloud.test"},
         {"https://cloud.test/to-nowhere", 0, CURLE_COULDNT_RESOLVE_HOST, "302  <cloud.test"},
@@ -273,30 +248,26 @@ TEST_F(CurlSimple, EveryPeerHasItsResult)
         {"https://cloud.test/a", 3, CURLE_OK, "200 a" + asked + " <cloud.test"},
         {"https://none.test/a", 3, CURLE_COULDNT_RESOLVE_HOST, "0 " + asked},
         {"https://both.test/a", 0, CURLE_COULDNT_RESOLVE_HOST, "0 "},
-        {"https://both.test/a", 1, CURLE_OK, "200 a <" + first + " <both.test"},
         {"https://both.test/a", ~0U, CURLE_OK, "200 a <" + first + " <both.test"},
         {"https://second.test/a", 1, CURLE_OK, "200 a" + asked + " <second.test"},
         {"https://refused.test/a", 1, CURLE_OK, "200 a" + asked + " <refused.test"},
         {"https://nonsense.test/a", 1, CURLE_OK, "200 a" + asked + " <nonsense.test"},
         {"https://closed.test/a", 3, CURLE_COULDNT_CONNECT, "0  <" + first}, // resolved is resolved
     };
+    libzorv_log_level = 8;
     fetched(host, "https://cloud.test/a"); // libraries open what they keep
     const int descriptors = open_descriptors();
     for (const auto &row : rows) {
-        SCOPED_TRACE(std::string(row.url).substr(0, 100) + " " + std::to_string(row.flags));
-        libzorv_log_level = 8;
+        SCOPED_TRACE(testing::Message() << row.url << " " << row.flags);
         EXPECT_EQ(fetched(host, row.url, row.flags), std::to_string(row.result) + " " + row.got);
         const auto lines = logged();
         ASSERT_EQ(lines.size(), row.result == CURLE_OK ? 0U : 1U);
-        if (row.result != CURLE_OK) {
-            EXPECT_THAT(lines[0], StartsWith("[debug] curl_simple.curl_simple(): GET '" +
-                                             std::string(row.url).substr(0, 100)));
-            EXPECT_THAT(lines[0], HasSubstr(row.reason));
-        }
+        const std::string line = lines.empty() ? "" : lines[0];
+        EXPECT_TRUE(line.empty() || line.starts_with(said + row.url + "' failed: [" +
+                                                     std::to_string(row.result) + "] "))
+            << line;
+        EXPECT_THAT(line, HasSubstr(row.reason));
     }
-    EXPECT_EQ(get("", make_response()), CURLE_URL_MALFORMAT);
-    EXPECT_THAT(logged(),
-                ElementsAre(StartsWith("[debug] curl_simple.curl_simple(): GET '' failed: [3] ")));
     libzorv_log_level = 7;
     EXPECT_EQ(fetched(host, nullptr), "3 0 ");
     const std::string large(8 << 20, 'x');
@@ -330,16 +301,17 @@ TEST_F(CurlSimple, SlowPeersEndAfterFiveSeconds)
                         {.path = "/endless", .body = "0123456789", .conduct = Conduct::endless},
                         {.path = "/silent", .conduct = Conduct::silent},
                         {.path = "/loop", .status = 302, .headers = loop, .delay_ms = 20},
-                        {.path = "/late", .body = "x", .delay_ms = 60000},
                     }});
     const struct {
         const char *url;
         unsigned flags;
         long status;
     } rows[] = {
-        {"https://silent.test/", 0, 0},         {"https://cloud.test/silent", 0, 0},
-        {"https://cloud.test/late", 0, 0},      {"https://cloud.test/drip", 0, 200},
-        {"https://cloud.test/endless", 0, 200}, {"https://cloud.test/loop", 0, 302},
+        {"https://silent.test/", 0, 0},
+        {"https://cloud.test/silent", 0, 0},
+        {"https://cloud.test/drip", 0, 200},
+        {"https://cloud.test/endless", 0, 200},
+        {"https://cloud.test/loop", 0, 302},
         {"https://waiting.test/", 3, 0}, // the resolver that does not answer has had the time
     };
     curl_global_init(CURL_GLOBAL_DEFAULT);
@@ -361,10 +333,13 @@ TEST_F(CurlSimple, SlowPeersEndAfterFiveSeconds)
 // A SIGPIPE from inside a transfer does not reach the process; one that waits for it is left.
 TEST_F(CurlSimple, BrokenPipesStayInside)
 {
-    const char *const nobody = "http://127.0.0.1:1/"; // refused
+    const auto raising_malloc = [](size_t size) {
+        return raise(SIGPIPE) == 0 ? malloc(size) : nullptr;
+    };
     curl_global_init_mem(CURL_GLOBAL_DEFAULT, raising_malloc, free, realloc, strdup, calloc);
+    const char *const nobody = "http://127.0.0.1:1/"; // refused
     EXPECT_EQ(get(nobody, make_response()), CURLE_COULDNT_CONNECT);
-    EXPECT_FALSE(is_pending(SIGPIPE));
+    constexpr timespec kAtOnce = {};
     sigset_t pipe, old;
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
@@ -372,5 +347,5 @@ TEST_F(CurlSimple, BrokenPipesStayInside)
     EXPECT_EQ(sigismember(&old, SIGPIPE), 0);
     raise(SIGPIPE);
     EXPECT_EQ(get(nobody, make_response()), CURLE_COULDNT_CONNECT);
-    EXPECT_TRUE(is_pending(SIGPIPE));
+    EXPECT_EQ(sigtimedwait(&pipe, nullptr, &kAtOnce), SIGPIPE);
 }

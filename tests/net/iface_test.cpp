@@ -51,26 +51,23 @@ std::string uplink()
 TEST_F(Interfaces, AreAsTheKernelHasThem)
 {
     const std::string no_address = " | [debug].get_iface_ip(): ioctl SIOCGIFADDR failed";
-    const std::string no_index = " | [error].get_iface_index(): ioctl SIOCGIFINDEX failed";
     const std::string no_flags = " | [error].iface_is_up(): ioctl SIOCGIFFLAGS failed on ";
-    const std::string not_set = "-1 | [error].set_iface_ip(): ";
+    const std::string not_set = "-1 | [error].set_iface_ip(): ",
+                      no_index = " | [error].get_iface_index(): ioctl SIOCGIFINDEX failed";
     must_run("ip link add eth0 index 7 type veth peer name eth0.peer.name1 index 8");
-    EXPECT_EQ(shown("eth0"), "0 7, -1 0.0.0.9, down"); // no address is routine
     libzorv_log_level = 8;
     const int descriptors = open_descriptors();
-    EXPECT_EQ(shown("eth0"), "0 7, -1 0.0.0.9, down" + no_address);
+    EXPECT_EQ(shown("eth0"), "0 7, -1 0.0.0.9, down" + no_address); // which is routine
     EXPECT_EQ(set("eth0", "192.0.2.7"), "0");
     EXPECT_THAT(run("ip -4 addr show eth0").output, HasSubstr("inet 192.0.2.7/24"));
     must_run("ip link set eth0 up"); // without a link, as its peer is down
     EXPECT_EQ(shown("eth0"), "0 7, 0 192.0.2.7, up");
     EXPECT_EQ(set("eth0", "no address"), "0"); // takes it away
+    EXPECT_EQ(shown("eth0.peer.name1-and-more"), "0 8, -1 0.0.0.9, down" + no_address);
     EXPECT_EQ(shown("eth0"), "0 7, -1 0.0.0.9, up" + no_address);
-    EXPECT_EQ(shown("lo"), "0 1, 0 127.0.0.1, up");
-    EXPECT_EQ(shown("eth0.peer.name1-and-more"), // 15 characters count
-              "0 8, -1 0.0.0.9, down" + no_address);
     EXPECT_EQ(shown("eth9"), "-1 9, -1 0.0.0.9, down" + no_index + no_address + no_flags + "eth9");
-    for (const char *const none : {static_cast<const char *>(nullptr), ""})
-        EXPECT_EQ(shown(none), "-1 9, -1 0.0.0.9, down" + no_address + no_flags);
+    EXPECT_EQ(shown(""), "-1 9, -1 0.0.0.9, down" + no_address + no_flags);
+    EXPECT_EQ(shown(nullptr), "-1 9, -1 0.0.0.9, down" + no_address + no_flags);
     EXPECT_EQ(set("eth0", nullptr), not_set + "inet_pton failed");
     EXPECT_EQ(set("eth9", "192.0.2.7"), not_set + "ioctl SIOCSIFADDR failed");
     EXPECT_EQ(set(nullptr, "192.0.2.7"), not_set + "ioctl SIOCSIFADDR failed");

@@ -37,7 +37,7 @@ std::string encoded(FILE *stream)
 // in a text, with what is said of one that does not.
 TEST_F(JsonHelpers, GettersTakeTheirTypeOrTheDefault)
 {
-    libzorv_log_level = 16;
+    libzorv_log_level = 8;
     const Json json = loaded(R"({"s":"text","e":"","d":"12 dB","h":" 0x1f","o":"010","i":-7,"z":0,
         "max":9223372036854775807,"big":4294967297,"t":true,"f":false,"r":1.5,"n":null,"a":[1]})");
     json_t *const obj = json.get();

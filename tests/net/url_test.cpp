@@ -53,6 +53,24 @@ std::string said()
     return text;
 }
 
+// What resolving a host comes to after another: the result, the address, its port and type, and
+// what is said.
+std::string resolved(const char *host, const addrinfo *hints)
+{
+    const UrlPtr record = parsed("http://10.0.0.1:81");
+    url_resolve(record.get(), nullptr);
+    free(record->host);
+    record->host = strdup(host);
+    said();
+    const int result = url_resolve(record.get(), hints);
+    EXPECT_FALSE(record->addr.ai_canonname || record->addr.ai_next);
+    EXPECT_EQ(reinterpret_cast<void *>(record->addr.ai_addr),
+              result == 0 ? &record->storage : nullptr);
+    return std::to_string(result) + " " + address(record.get()) + " " +
+           std::to_string(ntohs(record->storage.sin6_port)) + " " +
+           std::to_string(record->addr.ai_socktype) + "\n" + said();
+}
+
 class Urls : public Device {
 protected:
     // The names that the resolver knows, one with several addresses.
@@ -152,6 +170,7 @@ TEST_F(Urls, TheNormalisedTextParsesToTheSameRecord)
         {"", "/", "/a/b", "?q=[a:b]", ";p:80", "/\x01\xfe?#/"},
     };
     std::mt19937 random(1);
+    url *copy = url_parse("http://old");
     int count = 0;
     for (int i = 0; i < 4000; ++i) {
         std::string text;
@@ -161,44 +180,23 @@ TEST_F(Urls, TheNormalisedTextParsesToTheSameRecord)
         if (!record)
             continue;
         ASSERT_EQ(shown(parsed(record->url).get()), shown(record.get())) << text;
-        const UrlPtr copy(url_copy(record.get()));
-        ASSERT_EQ(shown(copy.get()), shown(record.get())) << text;
+        url_replace(&copy, record.get());
+        url_replace(&copy, copy);
+        ASSERT_EQ(shown(copy), shown(record.get()));
         ASSERT_STREQ(copy->raw, text.c_str());
         ++count;
     }
     EXPECT_GT(count, 2000);
-}
-
-TEST_F(Urls, ACopyOwnsItsTextsButNotItsAddress)
-{
-    const UrlPtr source = parsed("https://u@inform:8443/x");
-    ASSERT_EQ(url_resolve(source.get(), nullptr), 0);
-    source->reserved = 5;
-    url *copy = url_copy(source.get());
-    EXPECT_NE(copy->host, source->host);
-    EXPECT_EQ(copy->reserved, 5);
-    EXPECT_EQ(copy->addr.ai_addr, reinterpret_cast<sockaddr *>(&source->storage));
-    EXPECT_EQ(address(copy), "127.0.0.3");
-    ASSERT_EQ(url_resolve(copy, nullptr), 0);
-    EXPECT_EQ(copy->addr.ai_addr, reinterpret_cast<sockaddr *>(&copy->storage));
-    EXPECT_EQ(copy->reserved, 0);
-
-    const UrlPtr other = parsed("ws://h");
-    url_replace(&copy, other.get());
-    EXPECT_EQ(shown(copy), shown(other.get()));
-    url_replace(&copy, copy);
-    EXPECT_EQ(shown(copy), shown(other.get()));
     url_replace(&copy, nullptr);
     EXPECT_EQ(copy, nullptr);
-    url_replace(&copy, other.get());
-    EXPECT_EQ(shown(copy), shown(other.get()));
+    url_replace(&copy, parsed("ws://h").get());
+    EXPECT_EQ(shown(copy), "ws://h/ = ws - h 80 /");
+    url_replace(nullptr, copy);
     url_destroy(copy);
-
+    url_destroy(nullptr);
     url empty = {};
     EXPECT_EQ(url_copy(nullptr), nullptr);
     EXPECT_EQ(url_copy(&empty), nullptr);
-    url_replace(nullptr, other.get());
-    url_destroy(nullptr);
 }
 
 TEST_F(Urls, TheLastAddressOfAnAnswerIsTaken)
@@ -208,64 +206,55 @@ TEST_F(Urls, TheLastAddressOfAnAnswerIsTaken)
     any.ai_flags = AI_CANONNAME; // a name that belongs to the answer
     six.ai_family = AF_INET6;
     six.ai_socktype = SOCK_STREAM;
+    const std::string asked = "[debug] libzorv.url_resolve(): url: http://10.0.0.1:81/\n";
+    const std::string failed =
+        "-2 none 81 0\n" + asked +
+        "[debug] libzorv.url_resolve(): failed to resolve URL : " + "Name or service not known\n";
     const struct {
+        int level;
         const char *host;
         const addrinfo *hints;
-        const char *address;
-        int type;
+        std::string got;
     } rows[] = {
-        {"inform", nullptr, "127.0.0.3", SOCK_STREAM}, {"inform", &any, "127.0.0.3", SOCK_DGRAM},
-        {"10.0.0.1", &any, "10.0.0.1", SOCK_DGRAM},    {"both", nullptr, "127.0.0.4", SOCK_STREAM},
-        {"both", &six, "2001:db8::1", SOCK_STREAM},
+        {1, "inform", nullptr, "0 127.0.0.3 81 1\n"},
+        {1, "inform", &any, "0 127.0.0.3 81 2\n"},
+        {1, "both", nullptr, "0 127.0.0.4 81 1\n"},
+        {1, "both", &six, "0 2001:db8::1 81 1\n"},
+        {8, "nowhere", nullptr, failed},
+        {8, "six", nullptr, failed},
+        {17, "six", &six, "0 2001:db8::6 81 1\n" + asked}, // the whole answer at level 16 alone
+        {16, "six", &six,
+         "0 2001:db8::6 81 1\n" + asked +
+             "Protocol:\t6 (tcp)\n"
+             "Socket Address (len=28):\n  Port:\t\t81\n  IPv6 Address:\t2001:db8::6\n"},
     };
     for (const auto &row : rows) {
-        SCOPED_TRACE(row.host);
-        const UrlPtr record = parsed(std::string("http://") + row.host + ":81");
-        ASSERT_EQ(url_resolve(record.get(), row.hints), 0);
-        EXPECT_EQ(address(record.get()), row.address);
-        EXPECT_EQ(record->storage.sin6_port, htons(81)); // for IPv4 at the same place
-        EXPECT_EQ(record->addr.ai_socktype, row.type);
-        EXPECT_EQ(record->addr.ai_addr, reinterpret_cast<sockaddr *>(&record->storage));
-        EXPECT_EQ(record->addr.ai_canonname, nullptr);
-        EXPECT_EQ(record->addr.ai_next, nullptr);
+        libzorv_log_level = row.level;
+        EXPECT_EQ(resolved(row.host, row.hints), row.got);
     }
-    const UrlPtr record = parsed("http://inform");
-    ASSERT_EQ(url_resolve(record.get(), nullptr), 0);
+    EXPECT_EQ(url_resolve(nullptr, nullptr), -1);
+    libzorv_log_level = 1;
+
+    const UrlPtr source = parsed("http://inform");
+    ASSERT_EQ(url_resolve(source.get(), nullptr), 0);
     char little[4] = "abc";
-    EXPECT_EQ(url_addr_ntop(record.get(), little, sizeof little), ENOSPC);
-    EXPECT_EQ(url_addr_ntop(record.get(), nullptr, 0), EINVAL);
+    EXPECT_EQ(url_addr_ntop(source.get(), little, sizeof little), ENOSPC);
+    EXPECT_EQ(url_addr_ntop(source.get(), nullptr, 0), EINVAL);
     EXPECT_EQ(url_addr_ntop(nullptr, little, sizeof little), EINVAL);
 
-    libzorv_log_level = 8;
-    EXPECT_EQ(url_resolve(nullptr, nullptr), -1);
-    for (const char *const host : {"nowhere", "six"}) { // the latter has no IPv4 address
-        free(record->host);
-        record->host = strdup(host);
-        const int rc = url_resolve(record.get(), nullptr);
-        EXPECT_LT(rc, 0);
-        EXPECT_EQ(said(), "[debug] libzorv.url_resolve(): url: http://inform/\n"
-                          "[debug] libzorv.url_resolve(): failed to resolve URL : " +
-                              std::string(gai_strerror(rc)) + "\n");
-        EXPECT_EQ(record->addr.ai_addr, nullptr);
-        EXPECT_EQ(address(record.get()), "none");
-    }
+    // A copy owns its texts, but not its address.
+    source->reserved = 5;
+    const UrlPtr copy(url_copy(source.get()));
+    EXPECT_NE(copy->host, source->host);
+    EXPECT_EQ(copy->reserved, 5);
+    EXPECT_EQ(copy->addr.ai_addr, reinterpret_cast<sockaddr *>(&source->storage));
+    ASSERT_EQ(url_resolve(copy.get(), nullptr), 0);
+    EXPECT_EQ(copy->addr.ai_addr, reinterpret_cast<sockaddr *>(&copy->storage));
+    EXPECT_EQ(copy->reserved, 0);
 }
 
-TEST_F(Urls, AWholeAnswerIsShownAtLevel16Alone)
+TEST_F(Urls, AnswersAreShownInDebug)
 {
-    const UrlPtr record = parsed("http://six:81");
-    addrinfo hints = {};
-    hints.ai_family = AF_INET6;
-    hints.ai_socktype = SOCK_STREAM;
-    const std::string asked = "[debug] libzorv.url_resolve(): url: http://six:81/\n";
-    libzorv_log_level = 17;
-    ASSERT_EQ(url_resolve(record.get(), &hints), 0);
-    EXPECT_EQ(said(), asked);
-    libzorv_log_level = 16;
-    ASSERT_EQ(url_resolve(record.get(), &hints), 0);
-    EXPECT_EQ(said(), asked + "Protocol:\t6 (tcp)\nSocket Address (len=28):\n  Port:\t\t81\n"
-                              "  IPv6 Address:\t2001:db8::6\n");
-
     libzorv_log_level = 8;
     sockaddr_in v4 = {AF_INET, htons(53), {htonl(0xC0000207)}, {}};
     sockaddr other = {AF_UNIX, {}};
@@ -274,15 +263,13 @@ TEST_F(Urls, AWholeAnswerIsShownAtLevel16Alone)
     list[1] = {0, AF_UNIX, 0, 99, sizeof other, &other, nullptr, &list[2]};
     dump_addrinfo(list);
     EXPECT_EQ(said(), "Protocol:\t99 (Unknown)\nSocket Address (len=16):\n  Port:\t\t53\n"
-                      "  IPv4 Address:\t192.0.2.7\n"
-                      "Protocol:\t99 (Unknown)\nSocket Address (len=16):\n"
-                      "  Unknown address family\n"
+                      "  IPv4 Address:\t192.0.2.7\nProtocol:\t99 (Unknown)\n"
+                      "Socket Address (len=16):\n  Unknown address family\n"
                       "Protocol:\t0 (Unknown)\n");
 
     // Below debug nothing is looked up: the C library's record of the last protocol stays.
     libzorv_log_level = 7;
     const protoent *const last = getprotobynumber(6);
-    ASSERT_NE(last, nullptr);
     list[0].ai_protocol = 17;
     dump_addrinfo(list);
     EXPECT_EQ(last->p_proto, 6);
