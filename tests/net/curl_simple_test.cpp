@@ -85,19 +85,15 @@ TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
         return text;
     };
     const std::string in = "https://cloud.test/in", form = " application/x-www-form-urlencoded";
-    const std::string bare = " - - */* - ", at = " cloud.test/in", large(2 << 20, 'x');
+    const std::string bare = " - - */* - ", at = " cloud.test/in";
     curl_slist *list = curl_slist_append(nullptr, "X-Unit: 7");
     curl_slist_append(list, "Accept:");
     curl_slist_append(list, "Content-Type: text/plain");
     const Headers headers(list, curl_slist_free_all);
     EXPECT_EQ(sent(get(in, make_response())), "0 GET" + at + bare);
-    EXPECT_EQ(sent(curl_simple_get(in.c_str(), 0, list, make_response().get())),
-              "0 GET" + at + " - text/plain - 7 ");
     EXPECT_EQ(sent(post(in, "a=b", 3)), "0 POST" + at + " 3" + form + " */* - a=b");
     EXPECT_EQ(sent(post(in, "a\0bcd", 3)), // a body may hold a NUL
               "0 POST" + at + " 3" + form + " */* - a" + '\0' + "b");
-    EXPECT_EQ(sent(post(in, large.data(), 2 << 20)),
-              "0 POST" + at + " 2097152" + form + " */* - " + large);
     EXPECT_EQ(sent(post(in, "a=b", 0)), "0 POST" + at + bare);
     EXPECT_EQ(sent(post(in, "a=b", -1)), "0 POST" + at + bare);
     EXPECT_EQ(sent(post(in, nullptr, 3)), "0 POST" + at + bare);
@@ -176,41 +172,32 @@ TEST_F(CurlSimple, KeepsOfTheBodyWhatTheLimitAllows)
 // What a peer or a resolver gives, at once: the result, what had come before it, and who was asked.
 TEST_F(CurlSimple, EveryPeerHasItsResult)
 {
-    const auto ok = [](const char *path, const std::string &rest) {
-        return cloud::Answer{
-            .path = path, .body = "HTTP/1.1 200 OK\r\n" + rest, .conduct = Conduct::raw};
-    };
     const std::string first = cloud::kResolvers[0], second = cloud::kResolvers[1];
-    const auto site = [](const char *name, Identity identity) {
-        return cloud::Site{name, identity};
-    };
-    const auto hidden = [](const char *name) {
-        return cloud::Site{name, Identity::trusted, false};
-    };
-    const auto name = [](const char *host, std::string resolver, Lookup lookup = Lookup::address) {
-        return cloud::Name{host, "127.0.0.1", std::move(resolver), lookup};
-    };
+    const std::string here = "127.0.0.1";
     CloudHost host(
-        {.sites = {site("cloud.test", Identity::trusted), site("garbage.test", Identity::garbage),
-                   site("reset.test", Identity::reset), site("untrusted.test", Identity::untrusted),
-                   site("expired.test", Identity::expired),
-                   site("misnamed.test", Identity::misnamed), hidden("both.test"),
-                   hidden("second.test"), hidden("refused.test"), hidden("nonsense.test")},
-         .names = {name("both.test", ""),
-                   name("second.test", second),
-                   name("refused.test", first, Lookup::refused),
-                   name("refused.test", second),
-                   name("nonsense.test", first, Lookup::nonsense),
-                   name("nonsense.test", second),
+        {.sites = {{"cloud.test"},
+                   {"garbage.test", Identity::garbage},
+                   {"reset.test", Identity::reset},
+                   {"untrusted.test", Identity::untrusted},
+                   {"expired.test", Identity::expired},
+                   {"misnamed.test", Identity::misnamed},
+                   {"both.test", Identity::trusted, false},
+                   {"refused.test", Identity::trusted, false},
+                   {"nonsense.test", Identity::trusted, false}},
+         .names = {{"both.test", here},
+                   {"refused.test", here, first, Lookup::refused},
+                   {"refused.test", here, second},
+                   {"nonsense.test", here, first, Lookup::nonsense},
+                   {"nonsense.test", here, second},
                    {"closed.test", "127.0.0.2", first},
-                   name("closed.test", second)},
+                   {"closed.test", here, second}},
          .answers = {
              {.path = "/a", .body = "a"},
              {.path = "/reset", .body = "0123456789", .conduct = Conduct::reset},
              {.path = "/hang-up", .conduct = Conduct::hang_up},
-             ok("/short", "Content-Length: 9\r\n\r\nabc"),
-             ok("/chunk", "Transfer-Encoding: chunked\r\n\r\n3\r\nabc\r\nZZ\r\n"),
-             ok("/header", "X: " + std::string(200000, 'x') + "\r\n\r\nabc"),
+             {.path = "/short",
+              .body = "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc",
+              .conduct = Conduct::raw},
              {.path = "/to-nowhere", .status = 302, .headers = "Location: https://none.test/\r\n"},
              {.path = "/to-gopher", .status = 302, .headers = "Location: gopher://h/\r\n"},
          }});
@@ -237,8 +224,6 @@ TEST_F(CurlSimple, EveryPeerHasItsResult)
         {"https://127.0.0.1/", 0, CURLE_PEER_FAILED_VERIFICATION, "0 ", no_name},
         {"https://cloud.test/reset", 0, CURLE_RECV_ERROR, "200 01234 <cloud.test"},
         {"https://cloud.test/short", 0, CURLE_PARTIAL_FILE, "200 abc <cloud.test"},
-        {"https://cloud.test/chunk", 0, CURLE_RECV_ERROR, "200 abc <cloud.test"},
-        {"https://cloud.test/header", 0, CURLE_OUT_OF_MEMORY, "200  <cloud.test"},
         {"https://cloud.test/to-nowhere", 0, CURLE_COULDNT_RESOLVE_HOST, "302  <cloud.test"},
         {"https://cloud.test/to-gopher", 0, CURLE_UNSUPPORTED_PROTOCOL, "302  <cloud.test"},
         {"https://cloud.test/none", 0, CURLE_OK, "404  <cloud.test"},
@@ -249,7 +234,6 @@ TEST_F(CurlSimple, EveryPeerHasItsResult)
         {"https://none.test/a", 3, CURLE_COULDNT_RESOLVE_HOST, "0 " + asked},
         {"https://both.test/a", 0, CURLE_COULDNT_RESOLVE_HOST, "0 "},
         {"https://both.test/a", ~0U, CURLE_OK, "200 a <" + first + " <both.test"},
-        {"https://second.test/a", 1, CURLE_OK, "200 a" + asked + " <second.test"},
         {"https://refused.test/a", 1, CURLE_OK, "200 a" + asked + " <refused.test"},
         {"https://nonsense.test/a", 1, CURLE_OK, "200 a" + asked + " <nonsense.test"},
         {"https://closed.test/a", 3, CURLE_COULDNT_CONNECT, "0  <" + first}, // resolved is resolved
@@ -260,13 +244,10 @@ TEST_F(CurlSimple, EveryPeerHasItsResult)
     for (const auto &row : rows) {
         SCOPED_TRACE(testing::Message() << row.url << " " << row.flags);
         EXPECT_EQ(fetched(host, row.url, row.flags), std::to_string(row.result) + " " + row.got);
+        const std::string line = said + row.url + "' failed: [" + std::to_string(row.result) + "] ";
         const auto lines = logged();
-        ASSERT_EQ(lines.size(), row.result == CURLE_OK ? 0U : 1U);
-        const std::string line = lines.empty() ? "" : lines[0];
-        EXPECT_TRUE(line.empty() || line.starts_with(said + row.url + "' failed: [" +
-                                                     std::to_string(row.result) + "] "))
-            << line;
-        EXPECT_THAT(line, HasSubstr(row.reason));
+        EXPECT_EQ(lines.size(), row.result == CURLE_OK ? 0U : 1U);
+        EXPECT_THAT(lines, testing::Each(testing::AllOf(StartsWith(line), HasSubstr(row.reason))));
     }
     libzorv_log_level = 7;
     EXPECT_EQ(fetched(host, nullptr), "3 0 ");
