@@ -92,8 +92,8 @@ TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
     const Headers headers(list, curl_slist_free_all);
     EXPECT_EQ(sent(get(in, make_response())), "0 GET" + at + bare);
     EXPECT_EQ(sent(post(in, "a=b", 3)), "0 POST" + at + " 3" + form + " */* - a=b");
-    EXPECT_EQ(sent(post(in, "a\0bcd", 3)), // a body may hold a NUL
-              "0 POST" + at + " 3" + form + " */* - a" + '\0' + "b");
+    const std::string part("a\0b", 3); // a body may hold a NUL
+    EXPECT_EQ(sent(post(in, "a\0bcd", 3)), "0 POST" + at + " 3" + form + " */* - " + part);
     EXPECT_EQ(sent(post(in, "a=b", 0)), "0 POST" + at + bare);
     EXPECT_EQ(sent(post(in, "a=b", -1)), "0 POST" + at + bare);
     EXPECT_EQ(sent(post(in, nullptr, 3)), "0 POST" + at + bare);
@@ -105,11 +105,11 @@ TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
 
     const Json json = loaded(R"({"b": 1, "a": [true, "é"]})"), word = loaded("\"no container\"");
     const std::string made = R"( 23 application/json */* - {"b":1,"a":[true,"é"]})";
-    for (const auto &[send, method] :
-         {std::pair{&curl_simple_post_json, "0 POST"}, {&curl_simple_put_json, "0 PUT"}}) {
-        EXPECT_EQ(sent(send(in.c_str(), 0, json.get(), make_response().get())), method + at + made);
+    for (const auto &[send, method] : {std::pair{&curl_simple_post_json, "0 POST" + at},
+                                       {&curl_simple_put_json, "0 PUT" + at}}) {
+        EXPECT_EQ(sent(send(in.c_str(), 0, json.get(), make_response().get())), method + made);
         EXPECT_EQ(sent(send(in.c_str(), 0, nullptr, make_response().get())),
-                  method + at + " - application/json */* - ");
+                  method + " - application/json */* - ");
         EXPECT_EQ(send(in.c_str(), 0, word.get(), nullptr), CURLE_OUT_OF_MEMORY);
     }
     EXPECT_EQ(json->refcount, 1U);

@@ -136,7 +136,7 @@ TEST_F(Interfaces, TheUplinkIsWhatTheScriptsSay)
     file("/var/run/system.uplink_ifname", "wds0.1\n");
     EXPECT_EQ(uplink(), "0 wds0.1");
     char small[4] = "abc";
-    for (const size_t size : {4, 0}) {
+    for (const size_t size : {4U, 0U}) {
         EXPECT_EQ(get_uplink_device(small, size), 0);
         EXPECT_STREQ(small, "wds");
     }

@@ -167,7 +167,7 @@ TEST_F(JsonHelpers, ASeriesKeepsItsDistance)
 
     // One of 360 is halved and its interval doubled.
     zorv_set_ts(1000);
-    for (const size_t count : {359, 360, 361, 5000}) {
+    for (const size_t count : {359U, 360U, 361U, 5000U}) {
         std::string before, after;
         for (size_t i = 0; i < count; ++i) {
             before += std::to_string(i) + ",";
