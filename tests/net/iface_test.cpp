@@ -1,10 +1,9 @@
 #include <zorv/iface.h>
 
-#include <algorithm>
+#include <climits>
 #include <cstring>
 
 #include <arpa/inet.h>
-#include <net/if.h>
 
 #include "support/device.h"
 
@@ -12,223 +11,146 @@ namespace {
 
 using Interfaces = Device;
 
-std::string uplink(int result)
+// A result, and behind it the lines that were logged, without what they all have.
+std::string with_lines(std::string result)
+{
+    for (std::string line : Device::logged())
+        result += " | " + line.erase(line.find(" libzorv_util"), strlen(" libzorv_util"));
+    return result;
+}
+
+// What is said of an interface: its index, its address, whether it is up. The outputs begin as 9.
+std::string shown(const char *name)
+{
+    int index = 9;
+    in_addr address = {htonl(9)};
+    const int found = get_iface_index(name, &index), has = get_iface_ip(name, &address.s_addr);
+    char text[INET_ADDRSTRLEN];
+    return with_lines(std::to_string(found) + " " + std::to_string(index) + ", " +
+                      std::to_string(has) + " " + inet_ntop(AF_INET, &address, text, sizeof text) +
+                      (iface_is_up(name) == 1 ? ", up" : ", down"));
+}
+
+std::string set(const char *name, const char *ip)
+{
+    return with_lines(std::to_string(set_iface_ip(name, ip)));
+}
+
+// The result for the uplink's device, and its name.
+std::string uplink()
 {
     char name[16] = "kept";
-    EXPECT_EQ(get_uplink_device(name, sizeof name), result);
+    const int result = get_uplink_device(name, sizeof name);
     EXPECT_EQ(get_uplink_device(nullptr, 0), result);
     EXPECT_EQ(get_uplink_device(nullptr, 16), result);
-    return name;
-}
-
-uint32_t ip_of(const char *name)
-{
-    uint32_t address = 0;
-    EXPECT_EQ(get_iface_ip(name, &address), 0);
-    return ntohl(address);
-}
-
-struct Address {
-    uint8_t bytes[16];
-};
-
-Address v6(const char *text)
-{
-    Address address = {};
-    EXPECT_EQ(inet_pton(AF_INET6, text, address.bytes), 1);
-    return address;
+    return std::to_string(result) + " " + name;
 }
 
 } // namespace
 
-TEST_F(Interfaces, AnAddressIsSetAndRead)
+TEST_F(Interfaces, AreAsTheKernelHasThem)
 {
-    must_run("ip link add eth0 type veth peer name wire0");
-    uint32_t address = 7;
-    EXPECT_EQ(get_iface_ip("eth0", &address), -1);
-    EXPECT_EQ(address, 7U);
-    EXPECT_THAT(logged(), IsEmpty()); // routine
+    const std::string no_address = " | [debug].get_iface_ip(): ioctl SIOCGIFADDR failed";
+    const std::string no_flags = " | [error].iface_is_up(): ioctl SIOCGIFFLAGS failed on ";
+    const std::string not_set = "-1 | [error].set_iface_ip(): ",
+                      no_index = " | [error].get_iface_index(): ioctl SIOCGIFINDEX failed";
+    must_run("ip link add eth0 index 7 type veth peer name eth0.peer.name1 index 8");
     libzorv_log_level = 8;
-    EXPECT_EQ(get_iface_ip("eth0", &address), -1);
-    EXPECT_THAT(logged(),
-                ElementsAre("[debug] libzorv_util.get_iface_ip(): ioctl SIOCGIFADDR failed"));
-
-    EXPECT_EQ(set_iface_ip("eth0", "192.0.2.7"), 0);
-    EXPECT_EQ(ip_of("eth0"), 0xC0000207U);
-    EXPECT_THAT(run("ip -4 -o addr show eth0").output, testing::HasSubstr("inet 192.0.2.7/24"));
-    EXPECT_EQ(set_iface_ip("eth0", "no address"), 0); // takes it away
-    EXPECT_EQ(run("ip -4 -o addr show eth0").output, "");
-
-    logged();
-    EXPECT_EQ(set_iface_ip("eth0", nullptr), -1);
-    EXPECT_EQ(set_iface_ip("eth9", "192.0.2.7"), -1);
-    EXPECT_EQ(set_iface_ip(nullptr, "192.0.2.7"), -1);
-    EXPECT_THAT(logged(),
-                ElementsAre("[error] libzorv_util.set_iface_ip(): inet_pton failed",
-                            "[error] libzorv_util.set_iface_ip(): ioctl SIOCSIFADDR failed",
-                            "[error] libzorv_util.set_iface_ip(): ioctl SIOCSIFADDR failed"));
-}
-
-TEST_F(Interfaces, IndexAndStateAreTheKernels)
-{
-    must_run("ip link add eth0 type veth peer name eth0.peer.name1");
-    int index = 7;
-    EXPECT_EQ(get_iface_index("eth0", &index), 0);
-    EXPECT_EQ(index, static_cast<int>(if_nametoindex("eth0")));
-    EXPECT_EQ(get_iface_index("eth0.peer.name1-and-more", &index), 0); // 15 characters count
-    EXPECT_EQ(index, static_cast<int>(if_nametoindex("eth0.peer.name1")));
-    EXPECT_EQ(iface_is_up("lo"), 1);
-    EXPECT_EQ(iface_is_up("eth0"), 0);
+    const int descriptors = open_descriptors();
+    EXPECT_EQ(shown("eth0"), "0 7, -1 0.0.0.9, down" + no_address); // which is routine
+    EXPECT_EQ(set("eth0", "192.0.2.7"), "0");
+    EXPECT_THAT(run("ip -4 addr show eth0").output, HasSubstr("inet 192.0.2.7/24"));
     must_run("ip link set eth0 up"); // without a link, as its peer is down
-    EXPECT_EQ(iface_is_up("eth0"), 1);
-
-    index = 7;
-    EXPECT_EQ(get_iface_index(nullptr, &index), -1);
-    EXPECT_EQ(get_iface_index("", &index), -1);
-    EXPECT_THAT(logged(), IsEmpty());
-    EXPECT_EQ(get_iface_index("eth9", &index), -1);
-    EXPECT_EQ(index, 7);
-    EXPECT_EQ(iface_is_up("eth9"), 0);
-    EXPECT_EQ(iface_is_up(nullptr), 0);
-    EXPECT_THAT(logged(),
-                ElementsAre("[error] libzorv_util.get_iface_index(): ioctl SIOCGIFINDEX failed",
-                            "[error] libzorv_util.iface_is_up(): ioctl SIOCGIFFLAGS failed on eth9",
-                            "[error] libzorv_util.iface_is_up(): ioctl SIOCGIFFLAGS failed on "));
-}
-
-TEST_F(Interfaces, SocketsAreClosedAgainAndMayRunOut)
-{
-    const int before = open_descriptors();
-    uint32_t address;
-    int index;
-    set_iface_ip("lo", "127.0.0.1");
-    set_iface_ip("lo", nullptr);
-    get_iface_ip("lo", &address);
-    get_iface_index("lo", &index);
-    iface_is_up("lo");
-    EXPECT_EQ(open_descriptors(), before);
-    logged();
-
-    limit_descriptors(0);
-    EXPECT_EQ(set_iface_ip("lo", "127.0.0.1"), -1);
-    EXPECT_EQ(get_iface_ip("lo", &address), -1);
-    EXPECT_EQ(get_iface_index("lo", &index), -1);
-    EXPECT_EQ(iface_is_up("lo"), 0);
-    limit_descriptors();
-    EXPECT_THAT(logged(), ElementsAre("[error] libzorv_util.set_iface_ip(): unable to open sock",
-                                      "[error] libzorv_util.get_iface_ip(): unable to open sock",
-                                      "[error] libzorv_util.get_iface_index(): unable to open sock",
-                                      "[error] libzorv_util.iface_is_up(): unable to open sock"));
+    EXPECT_EQ(shown("eth0"), "0 7, 0 192.0.2.7, up");
+    EXPECT_EQ(set("eth0", "no address"), "0"); // takes it away
+    EXPECT_EQ(shown("eth0.peer.name1-and-more"), "0 8, -1 0.0.0.9, down" + no_address);
+    EXPECT_EQ(shown("eth0"), "0 7, -1 0.0.0.9, up" + no_address);
+    EXPECT_EQ(shown("eth9"), "-1 9, -1 0.0.0.9, down" + no_index + no_address + no_flags + "eth9");
+    EXPECT_EQ(shown(""), "-1 9, -1 0.0.0.9, down" + no_address + no_flags);
+    EXPECT_EQ(shown(nullptr), "-1 9, -1 0.0.0.9, down" + no_address + no_flags);
+    EXPECT_EQ(set("eth0", nullptr), not_set + "inet_pton failed");
+    EXPECT_EQ(set("eth9", "192.0.2.7"), not_set + "ioctl SIOCSIFADDR failed");
+    EXPECT_EQ(set(nullptr, "192.0.2.7"), not_set + "ioctl SIOCSIFADDR failed");
+    EXPECT_EQ(open_descriptors(), descriptors);
 }
 
 TEST_F(Interfaces, PrefixesBecomeMasks)
 {
-    const struct {
-        unsigned prefix;
-        uint32_t mask;
-    } rows[] = {
+    const std::pair<unsigned, uint32_t> rows[] = {
         {0, 0xFFFFFFFF}, {1, 0x80000000}, {24, 0xFFFFFF00}, {31, 0xFFFFFFFE}, {32, 0xFFFFFFFF}};
-    for (const auto &row : rows)
-        EXPECT_EQ(ipv4_netmask_from_prefix_len(row.prefix), row.mask) << row.prefix;
-    EXPECT_THAT(logged(), IsEmpty());
-    EXPECT_EQ(ipv4_netmask_from_prefix_len(33), 0U);
-    EXPECT_THAT(logged(),
-                ElementsAre("[error] libzorv_util.ipv4_netmask_from_prefix_len(): invalid "
-                            "subnet mask size of 33"));
+    for (const auto &[prefix, mask] : rows)
+        EXPECT_EQ(ipv4_netmask_from_prefix_len(prefix), mask) << prefix;
+    EXPECT_EQ(with_lines(std::to_string(ipv4_netmask_from_prefix_len(33))),
+              "0 | [error].ipv4_netmask_from_prefix_len(): invalid subnet mask size of 33");
 
-    const struct {
-        unsigned prefix;
-        const char *mask;
-    } v6_rows[] = {
-        {0, "::"},
-        {1, "8000::"},
-        {64, "ffff:ffff:ffff:ffff::"},
-        {65, "ffff:ffff:ffff:ffff:8000::"},
-        {127, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:fffe"},
-        {128, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
-        {200, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
-        {0xFFFFFFFF, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
-    };
-    for (const auto &row : v6_rows) {
-        uint8_t mask[16];
-        memset(mask, 0x5A, sizeof mask);
-        ipv6_netmask_from_prefix_len(mask, row.prefix);
-        EXPECT_EQ(memcmp(mask, v6(row.mask).bytes, sizeof mask), 0) << row.prefix;
-    }
-}
-
-TEST_F(Interfaces, AddressesAgreeUpToTheirFirstDifference)
-{
-    const Address one = v6("fe80::1");
-    for (unsigned bit = 0; bit < 128; ++bit) {
-        Address other = one;
-        other.bytes[bit / 8] ^= static_cast<uint8_t>(0x80 >> bit % 8);
-        for (const unsigned prefix : {0U, bit, bit + 1, 128U, 129U, 0xFFFFFFFFU})
-            EXPECT_EQ(net_equals_v6(one.bytes, other.bytes, prefix), prefix <= bit)
-                << bit << "/" << prefix;
-    }
-    EXPECT_EQ(net_equals_v6(one.bytes, one.bytes, 0xFFFFFFFF), 1);
-    EXPECT_EQ(net_equals_v6(one.bytes, nullptr, 0), 0);
-    EXPECT_EQ(net_equals_v6(nullptr, one.bytes, 0), 0);
-    EXPECT_THAT(logged(), ElementsAre("[error] libzorv_util.net_equals_v6(): NULL pointer passed",
-                                      "[error] libzorv_util.net_equals_v6(): NULL pointer passed"));
+    // Two addresses agree up to their first difference, and a mask covers as many bits.
+    const uint8_t one[16] = {0xFE, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x5A, 1};
+    for (unsigned bit = 0; bit < 128; ++bit)
+        for (const unsigned prefix : {0U, bit, bit + 1, 64U, 127U, 128U, 129U, UINT_MAX}) {
+            uint8_t other[16], mask[16];
+            memcpy(other, one, sizeof other);
+            other[bit / 8] ^= static_cast<uint8_t>(0x80 >> bit % 8);
+            EXPECT_EQ(net_equals_v6(one, other, prefix), prefix <= bit) << bit << "/" << prefix;
+            memset(mask, 0x5A, sizeof mask);
+            ipv6_netmask_from_prefix_len(mask, prefix);
+            EXPECT_EQ(mask[bit / 8] >> (7 - bit % 8) & 1, bit < prefix) << bit << "/" << prefix;
+        }
+    EXPECT_EQ(net_equals_v6(one, one, UINT_MAX), 1);
+    for (const auto &[a, b] :
+         {std::pair{one, static_cast<const uint8_t *>(nullptr)}, {nullptr, one}})
+        EXPECT_EQ(with_lines(std::to_string(net_equals_v6(a, b, 0))),
+                  "0 | [error].net_equals_v6(): NULL pointer passed");
 }
 
 TEST_F(Interfaces, TheUplinkIsWhatTheScriptsSay)
 {
+    EXPECT_EQ(uplink(), "0 kept"); // no script has said anything
     file("/var/run/system.uplink_port", "swp1\n");
     const struct {
         const char *word;
-        int wireless, result;
-        const char *device;
+        int wireless;
+        const char *uplink;
     } rows[] = {
-        {"init\n", 1, 1, "kept"},
-        {"wds", 2, 0, "swp1"},
-        {"eth\nmore\n", 3, 0, "swp1"},
-        {"down\n", 4, 2, "kept"},
-        {"unknown\n", 0, 3, "kept"},
-        {"Init\n", 0, 0, "swp1"},
-        {"init \n", 0, 0, "swp1"},
-        {"a word of more than fifteen\n", 0, 0, "swp1"},
-        {"", 0, 0, "kept"},
-        {"\n", 0, 0, "kept"},
+        {"init\n", 1, "1 kept"},
+        {"wds", 2, "0 swp1"},
+        {"eth\nmore\n", 3, "0 swp1"},
+        {"down\n", 4, "2 kept"},
+        {"Init\n", 0, "0 swp1"},
+        {"a word of over fifteen", 0, "0 swp1"},
+        {"unknown\n", 0, "3 kept"},
+        {"init \n", 0, "0 swp1"},
+        {"", 0, "0 kept"},
+        {"\n", 0, "0 kept"},
     };
-    for (const int error : {0, EIO}) { // what an earlier failure left
+    for (const int error : {0, EIO}) // what an earlier failure left
         for (const auto &row : rows) {
-            SCOPED_TRACE(row.word);
             file("/var/run/system.uplink", row.word);
             errno = error;
-            EXPECT_EQ(get_wireless_uplink_state(), row.wireless);
+            EXPECT_EQ(get_wireless_uplink_state(), row.wireless) << row.word;
             errno = error;
-            EXPECT_EQ(uplink(row.result), row.device);
+            EXPECT_EQ(uplink(), row.uplink) << row.word;
         }
-    }
     file("/var/run/system.uplink", "wds\n");
     file("/var/run/system.uplink_ifname", "");
-    EXPECT_EQ(uplink(0), "swp1");
+    EXPECT_EQ(uplink(), "0 swp1");
     file("/var/run/system.uplink_ifname", "wds0.1\n");
-    EXPECT_EQ(uplink(0), "wds0.1");
+    EXPECT_EQ(uplink(), "0 wds0.1");
     char small[4] = "abc";
-    EXPECT_EQ(get_uplink_device(small, sizeof small), 0);
-    EXPECT_STREQ(small, "wds");
-    EXPECT_EQ(get_uplink_device(small, 0), 0);
-    EXPECT_STREQ(small, "wds");
+    for (const size_t size : {4U, 0U}) {
+        EXPECT_EQ(get_uplink_device(small, size), 0);
+        EXPECT_STREQ(small, "wds");
+    }
     remove("/var/run/system.uplink_ifname");
     remove("/var/run/system.uplink_port");
-    EXPECT_EQ(uplink(0), "");
-}
+    EXPECT_EQ(uplink(), "0 ");
 
-TEST_F(Interfaces, WithoutAWordTheFirstWiredInterfaceThatIsUpLeadsOut)
-{
-    EXPECT_EQ(get_wireless_uplink_state(), 0);
-    EXPECT_EQ(uplink(0), "kept");
-    must_run("ip link add eth0 type veth peer name eth1 && ip link set eth1 up");
-    EXPECT_EQ(uplink(0), "eth1");
-    // A bridge does as well as a bond: only the name counts.
-    must_run("ip link add bond0 type bridge && ip link set bond0 up");
-    EXPECT_EQ(uplink(0), "bond0");
+    // Without a word the first wired interface that is up leads out. A bridge does as well as a
+    // bond: only the name counts.
     file("/var/run/system.uplink", "");
-    EXPECT_EQ(uplink(0), "bond0");
+    must_run("ip link add eth0 type veth peer name eth1 && ip link set eth1 up");
+    EXPECT_EQ(uplink(), "0 eth1");
+    must_run("ip link add bond0 type bridge && ip link set bond0 up");
+    EXPECT_EQ(uplink(), "0 bond0");
     must_run("ip link set eth0 up");
-    EXPECT_EQ(uplink(0), "eth0");
+    EXPECT_EQ(uplink(), "0 eth0");
 }

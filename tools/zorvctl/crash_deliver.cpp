@@ -41,7 +41,6 @@ public:
     void operator++() { ++counter_; }
     uint32_t event_counter() const { return counter_; }
     uint32_t num_events() const { return events_; }
-    friend std::ostream &operator<<(std::ostream &stream, const Ticks &) { return stream; }
 
 private:
     uint32_t events_, counter_ = 0;
@@ -64,8 +63,10 @@ public:
     void draw(const std::string &name)
     {
         std::ostringstream line;
-        line << '[' << bar_ << "] " << bar_.event_counter() << '/' << bar_.num_events() << ' '
-             << printable(name);
+#ifdef ZORVCTL_BAR
+        line << '[' << bar_ << "] ";
+#endif
+        line << bar_.event_counter() << '/' << bar_.num_events() << ' ' << printable(name);
         winsize window = {};
         ioctl(STDOUT_FILENO, TIOCGWINSZ, &window);
         const size_t columns =
