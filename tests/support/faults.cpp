@@ -3,11 +3,13 @@
 #include "support/faults.h"
 
 #include <cerrno>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <mutex>
+#include <set>
 
+#include <dlfcn.h>
 #include <link.h>
 #include <sys/mman.h>
 
@@ -27,86 +29,38 @@ void REAL(free)(void *block);
 namespace {
 
 // Whose calls may fail. What OpenSSL or a test does inside is not the library's to answer for.
-constexpr struct {
-    char name[16];
-    bool ours; // whether its blocks are counted, too
-} kModules[] = {
-    {"libzorv.", true},   {"libjansson", true}, {"libevent", true},
-    {"libc.so", false},   {"libcurl", false},
 #ifdef ZORV_FAULTS_PROGRAM
-    {"libstdc++", false}, {"", true}, // the program itself
+constexpr bool kOurs = false; // nobody asks for the blocks of a program that has ended
+const char *const kModules[] = {"zorvctl", "libzorv.", "libjansson", "libevent",
+                                "libc.so", "libcurl",  "libstdc++"};
+#else
+constexpr bool kOurs = true; // up to libevent, whose blocks are counted
+const char *const kModules[] = {"libzorv.", "libjansson", "libevent", "libc.so", "libcurl"};
 #endif
-};
-
-struct Range {
-    uintptr_t begin, end;
-    bool ours;
-};
+constexpr int kCounted = 3;
 
 FaultPlan *g_plan;
-Range g_ranges[64]; // of code
-size_t g_range_count;
+std::mutex g_busy;
+std::set<const void *> g_blocks;
 
-// Pointers in open addressing; an entry of 1 was removed.
-constexpr size_t kSlots = 1 << 18;
-std::atomic_flag g_busy;
-uintptr_t g_blocks[kSlots];
-long g_block_count;
-
-const Range *module_of(const void *caller)
+// The caller's number in kModules, -1 for others.
+int module_of(void *caller)
 {
-    const auto at = reinterpret_cast<uintptr_t>(caller);
-    for (size_t i = 0; i < g_range_count; ++i)
-        if (at >= g_ranges[i].begin && at < g_ranges[i].end)
-            return &g_ranges[i];
-    return nullptr;
+    dl_find_object found;
+    if (_dl_find_object(caller, &found) != 0)
+        return -1;
+    const char *const path =
+        *found.dlfo_link_map->l_name ? found.dlfo_link_map->l_name : program_invocation_name;
+    const char *const slash = strrchr(path, '/');
+    for (int i = 0; i < static_cast<int>(std::size(kModules)); ++i)
+        if (strncmp(slash ? slash + 1 : path, kModules[i], strlen(kModules[i])) == 0)
+            return i;
+    return -1;
 }
 
-int note_module(dl_phdr_info *info, size_t, void *)
+bool fails(void *caller)
 {
-    const char *const slash = strrchr(info->dlpi_name, '/');
-    const char *const name = slash ? slash + 1 : info->dlpi_name;
-    for (const auto &module : kModules) {
-        if (*module.name ? strncmp(name, module.name, strlen(module.name)) != 0 : *name != 0)
-            continue;
-        for (int i = 0; i < info->dlpi_phnum && g_range_count < std::size(g_ranges); ++i)
-            if (const auto &part = info->dlpi_phdr[i];
-                part.p_type == PT_LOAD && (part.p_flags & PF_X) != 0) {
-                const uintptr_t begin = info->dlpi_addr + part.p_vaddr;
-                g_ranges[g_range_count++] = {begin, begin + part.p_memsz, module.ours};
-            }
-    }
-    return 0;
-}
-
-// The slot of a pointer, or the first free one of its run.
-uintptr_t &slot_of(uintptr_t block)
-{
-    size_t i = (block >> 4) * 0x9e3779b97f4a7c15u >> 46;
-    while (g_blocks[i] != 0 && g_blocks[i] != block)
-        i = (i + 1) % kSlots;
-    return g_blocks[i];
-}
-
-void note(void *block, bool there)
-{
-    if (!g_plan || !block)
-        return;
-    const int saved = errno;
-    while (g_busy.test_and_set())
-        ;
-    uintptr_t &slot = slot_of(reinterpret_cast<uintptr_t>(block));
-    if (there != (slot != 0)) {
-        slot = there ? reinterpret_cast<uintptr_t>(block) : 1;
-        g_block_count += there ? 1 : -1;
-    }
-    g_busy.clear();
-    errno = saved;
-}
-
-bool fails(const void *caller)
-{
-    if (!g_plan || !g_plan->armed || !g_plan->allocations || !module_of(caller))
+    if (!g_plan || !g_plan->armed || !g_plan->allocations || module_of(caller) < 0)
         return false;
     const long n = ++g_plan->count;
     if (n < g_plan->first || n > g_plan->last)
@@ -116,25 +70,35 @@ bool fails(const void *caller)
     return true;
 }
 
-void *noted(void *block, const void *caller)
+void *noted(void *block, void *caller)
 {
-    if (g_plan && g_plan->armed)
-        if (const Range *const module = module_of(caller); module && module->ours)
-            note(block, true);
+    if (!kOurs || !g_plan || !g_plan->armed || !block)
+        return block;
+    const int module = module_of(caller);
+    const std::lock_guard lock(g_busy);
+    if (module >= 0 && module < kCounted)
+        g_blocks.insert(block);
     return block;
+}
+
+void forget(const void *block)
+{
+    if (!kOurs || !g_plan || !block)
+        return;
+    const std::lock_guard lock(g_busy);
+    g_blocks.erase(block);
 }
 
 } // namespace
 
 void follow_faults(FaultPlan *plan)
 {
-    dl_iterate_phdr(note_module, nullptr);
     g_plan = plan;
 }
 
 long library_blocks()
 {
-    return g_block_count;
+    return static_cast<long>(g_blocks.size());
 }
 
 // The functions of the C library, which every caller finds here first.
@@ -157,36 +121,14 @@ void *realloc(void *block, size_t size)
         return nullptr;
     void *const moved = REAL(realloc)(block, size);
     if (moved && moved != block)
-        note(block, false);
+        forget(block);
     return noted(moved, CALLER);
 }
 
 void free(void *block)
 {
-    note(block, false);
+    forget(block);
     REAL(free)(block);
-}
-
-char *strndup(const char *text, size_t size)
-{
-    const size_t length = strnlen(text, size);
-    if (fails(CALLER))
-        return nullptr;
-    auto *const copy = static_cast<char *>(noted(REAL(malloc)(length + 1), CALLER));
-    if (copy) {
-        memcpy(copy, text, length);
-        copy[length] = '\0';
-    }
-    return copy;
-}
-
-char *strdup(const char *text)
-{
-    if (fails(CALLER))
-        return nullptr;
-    const size_t size = strlen(text) + 1;
-    void *const copy = noted(REAL(malloc)(size), CALLER);
-    return static_cast<char *>(copy ? memcpy(copy, text, size) : nullptr);
 }
 }
 
