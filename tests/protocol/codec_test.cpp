@@ -9,8 +9,7 @@
 #include <zlib.h>
 #include <zorv/aes.h>
 
-#include "protocol/datagram.h"
-#include "support/device.h"
+#include "protocol/peer.h"
 
 namespace {
 

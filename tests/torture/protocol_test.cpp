@@ -10,7 +10,7 @@ event_base *g_base;
 std::string g_heard;
 
 constexpr zorv_protocol_handler kTable[] = {
-    {[](const void *message) { g_heard += Peer::shown(message); }, 6}, {nullptr, 0}};
+    {[](const void *message) { g_heard += shown(message); }, 6}, {nullptr, 0}};
 
 void prepare()
 {
