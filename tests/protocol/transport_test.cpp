@@ -55,7 +55,7 @@ TEST_F(Transport, InitSaysWhatItLacks)
     const std::string done = info + "zorv_protocol init done\n";
     const struct {
         int with_socket;
-        std::string site, address; // no file where it is empty
+        std::string site, address; // an empty file is none
         std::string says;
     } kRows[] = {
         {1, "", "", error + "Unable to access " + kSite + ": No such file or directory\n"},
@@ -83,12 +83,9 @@ TEST_F(Transport, InitSaysWhatItLacks)
     EXPECT_TRUE(is_reset());
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.site + row.address);
-        remove(kSite);
-        remove(kAddress);
-        if (!row.site.empty())
-            file(kSite, row.site);
-        if (!row.address.empty())
-            file(kAddress, row.address);
+        file(kSite, row.site);
+        file(kAddress, row.address);
+        must_run("find /run -empty -type f -delete");
         const bool works = row.says.ends_with(done);
         EXPECT_EQ(zorv_protocol_init(row.with_socket), works ? 0 : -1);
         EXPECT_EQ(said(),
@@ -150,43 +147,37 @@ constexpr zorv_protocol_handler kTable[] = {{hear<'A'>, 5}, {hear<'B'>, 6},   {h
                                             {hear<'A'>, 3}, {stop_within, 4}, {hear<'A'>, 4},
                                             {nullptr, 0},   {hear<'A'>, 7}};
 
+event_base *g_base;
+
+void start()
+{
+    check(zorv_protocol_init(1), "init");
+    zorv_protocol_init_recv(g_base, kTable);
+    said();
+}
+
 // The transport at its site: what is sent is there when the loop turns.
 class Site : public Device {
 protected:
     Site()
     {
         start_peer();
+        g_base = event_base_new();
         start();
     }
-    ~Site() override
-    {
-        zorv_protocol_deinit();
-        event_base_free(base_);
-    }
 
-    void start() const
-    {
-        check(zorv_protocol_init(1), "init");
-        zorv_protocol_init_recv(base_, kTable);
-        said();
-    }
+    static void turn() { event_base_loop(g_base, EVLOOP_ONCE | EVLOOP_NONBLOCK); }
 
-    void turn() const { event_base_loop(base_, EVLOOP_ONCE | EVLOOP_NONBLOCK); }
-
-    // What the handlers hear of a datagram, and of a message.
-    std::vector<std::string> heard(const Bytes &datagram) const
+    // What the handlers hear of a datagram.
+    static std::vector<std::string> heard(const Bytes &datagram)
     {
         send_to_site(datagram);
         turn();
         return std::exchange(g_heard, {});
     }
-    std::vector<std::string> heard(std::string_view text, uint16_t method, uint16_t sequence) const
-    {
-        return heard(peer_message(text, method, sequence));
-    }
 
     // What is logged about a change of the address.
-    std::string follows(const std::string &command) const
+    static std::string follows(const std::string &command)
     {
         must_run(command);
         raise(SIGUSR1);
@@ -194,14 +185,12 @@ protected:
         turn(); // the signal has become an event
         return said();
     }
-
-    event_base *const base_ = event_base_new();
 };
 
 TEST_F(Site, HandlersHearWhatIsTheirs)
 {
     libzorv_log_level = 8;
-    const std::string x(463, 'x'), head = " 02a0f1000011 ", debug = "[debug] protocol_recv(): [";
+    const std::string x(463, 'x'), id = " 02a0f1000011 ", got = "[debug] protocol_recv(): [";
     const std::string rejected = "[error] protocol_recv(): failed to decrypt the message: 1\n";
     const std::string too_long = "[error] libzorv.dec_payload(): packet length check fail\n";
     const struct {
@@ -210,24 +199,20 @@ TEST_F(Site, HandlersHearWhatIsTheirs)
         std::vector<std::string> heard;
         std::string says;
     } kRows[] = {
-        {x, 6, 65535, {"B 6 9 4095" + head + x + " 464"}, debug + x + "]\n"},
+        {x, 6, 65535, {"B 6 9 4095" + id + x + " 464"}, got + x + "]\n"},
         {x + 'x', 6, 1, {}, too_long + rejected},
-        {"hi",
-         5,
-         100,
-         {"A 5 9 100" + head + "hi 16", "B 5 9 100" + head + "hi 16"},
-         debug + "hi]\n"},
-        {"again", 6, 100, {}, ""},
-        {"again", 3, 100, {"A 3 9 100" + head + "again 16"}, debug + "again]\n"}, // it may
-        {"nobody listens", 7, 101, {}, debug + "nobody listens]\n"},
-        {{"NUL\0", 4}, 6, 102, {"B 6 9 102" + head + std::string("NUL\0 3", 6)}, debug + "NUL]\n"},
+        {"hi", 5, 99, {"A 5 9 99" + id + "hi 16", "B 5 9 99" + id + "hi 16"}, got + "hi]\n"},
+        {"again", 6, 99, {}, ""},
+        {"again", 3, 99, {"A 3 9 99" + id + "again 16"}, got + "again]\n"}, // this method may
+        {"nobody listens", 7, 101, {}, got + "nobody listens]\n"},
+        {{"NUL\0", 4}, 6, 102, {"B 6 9 102" + id + std::string("NUL\0 3", 6)}, got + "NUL]\n"},
     };
     for (const auto &row : kRows) {
-        EXPECT_EQ(heard(row.text, row.method, row.sequence), row.heard);
+        EXPECT_EQ(heard(peer_message(row.text, row.method, row.sequence)), row.heard);
         EXPECT_EQ(said(), row.says);
     }
     zorv_protocol_ctrl.key[0] ^= 1;
-    EXPECT_THAT(heard("a stranger's", 6, 200), IsEmpty());
+    EXPECT_THAT(heard(peer_message("a stranger's", 6, 200)), IsEmpty());
     EXPECT_THAT(said(), testing::EndsWith(rejected));
     EXPECT_EQ(zorv_protocol_ctrl.last_sequence, 102);
 }
@@ -257,17 +242,17 @@ TEST_F(Site, FollowsTheAddress)
     zorv_protocol_deinit();
     file(kAddress, "0.0.0.0\n");
     start();
-    EXPECT_THAT(heard("outside", 6, 1), IsEmpty());
+    EXPECT_THAT(heard(peer_message("outside", 6, 1)), IsEmpty());
     // The first one: there is nothing to leave.
     EXPECT_EQ(follows("echo 192.0.2.1 >/run/ipready.br0"), mine + "192.0.2.1\n" + kLeaving);
-    EXPECT_EQ(heard("inside", 6, 2).size(), 1U);
+    EXPECT_EQ(heard(peer_message("inside", 6, 2)).size(), 1U);
     EXPECT_EQ(follows("true"), asks);
     EXPECT_EQ(follows("rm /run/ipready.br0"), asks);
-    EXPECT_EQ(heard("still inside", 6, 3).size(), 1U);
+    EXPECT_EQ(heard(peer_message("still inside", 6, 3)).size(), 1U);
     EXPECT_EQ(follows("ip address del 192.0.2.1/24 dev br0; ip address add 192.0.2.99/24 dev br0;"
                       "ip route add default dev br0; echo 192.0.2.99 >/run/ipready.br0"),
               mine + "192.0.2.99\n");
-    EXPECT_EQ(heard("inside again", 6, 4).size(), 1U);
+    EXPECT_EQ(heard(peer_message("inside again", 6, 4)).size(), 1U);
     zorv_protocol_send("from elsewhere", 14, 6, 1, 1);
     EXPECT_EQ(to_hex(&next_frame()[26], 4), "c0000263");
     // Nobody's, and not tried twice.
@@ -276,7 +261,7 @@ TEST_F(Site, FollowsTheAddress)
               mine + "192.0.2.77\n[error] multicast_socket_init(): unable to set mcast local ip, " +
                   none + "[error] usr1_handler(): set multicast socket fail, " + none);
     EXPECT_EQ(follows("true"), asks);
-    EXPECT_THAT(heard("gone", 6, 5), IsEmpty());
+    EXPECT_THAT(heard(peer_message("gone", 6, 5)), IsEmpty());
 }
 
 TEST_F(Site, StopsAndStartsWithoutLeavingAnything)
@@ -285,8 +270,8 @@ TEST_F(Site, StopsAndStartsWithoutLeavingAnything)
     const int before = open_descriptors();
     for (uint16_t round = 1; round <= 3; ++round) {
         start();
-        EXPECT_EQ(heard("hello", 6, round).size(), 1U);
-        EXPECT_EQ(heard("enough", 4, 9).size(), 1U); // of the handler behind it
+        EXPECT_EQ(heard(peer_message("hello", 6, round)).size(), 1U);
+        EXPECT_EQ(heard(peer_message("enough", 4, 9)).size(), 1U); // of the handler behind it
         EXPECT_TRUE(is_reset());
         EXPECT_EQ(open_descriptors(), before);
         EXPECT_EQ(said(), "");
