@@ -290,6 +290,7 @@ TEST_F(Cfg, LookupHasItsFallbackAndItsMemory)
     EXPECT_EQ(get_int32(cfg.get(), 7, "m"), 7);
     EXPECT_EQ(get_bool(cfg.get(), 9, "m"), 9);
     EXPECT_STREQ(get_esc_value(cfg.get(), "none", "m"), "none");
+    EXPECT_STREQ(get_esc_value(cfg.get(), "none", "%s%c%s", "va", 'l', "ue"), "\\$");
 
     cfg_entry *const value = cfg->next;
     EXPECT_EQ(esc_value(cfg.get()), cfg->value);
@@ -298,6 +299,7 @@ TEST_F(Cfg, LookupHasItsFallbackAndItsMemory)
     EXPECT_EQ(match->escaped, nullptr);
     EXPECT_STREQ(esc_value(match.get()), "\\$");
     EXPECT_NE(esc_value(match.get()), esc_value(value));
+    EXPECT_EQ(esc_value(Matches(get_cfg_it(cfg.get(), 1, "n")).get()), cfg->value);
 }
 
 TEST_F(Cfg, SectionsWantTheirDots)
