@@ -55,6 +55,7 @@ nothing_left() {
     exec 7>&-
     read -r -t 60 -u 8 || status=$?
     [ "$status" = 1 ] || fail 'processes are left'
+    exec 7>"$work/lives"
     diff <(traces) - <<<"$1" || fail 'something is left'
 }
 
@@ -100,23 +101,17 @@ start_daemon() {
     until sim exec "$1" test -s /run/daemon; do :; done
 }
 
-test_its_holder_is_killed() {
-    local before
+test_its_holder_or_the_parent_is_killed() {
+    local before holder
     before=$(traces)
-    sim up
-    start_daemon ap1
-    kill -KILL "$(<"$ZORV_SIM_STATE/holder")"
-    nothing_left "$before"
-}
-
-test_the_parent_of_its_holder_is_killed() {
-    local before parent
-    before=$(traces)
-    sim up
-    start_daemon ap1
-    parent=$(awk '$1 == "PPid:" { print $2 }' "/proc/$(<"$ZORV_SIM_STATE/holder")/status")
-    kill -KILL "$parent"
-    nothing_left "$before"
+    for killed in holder parent; do
+        sim up
+        start_daemon ap1
+        holder=$(<"$ZORV_SIM_STATE/holder")
+        [ $killed = holder ] || holder=$(awk '$1 == "PPid:" { print $2 }' "/proc/$holder/status")
+        kill -KILL "$holder"
+        nothing_left "$before"
+    done
 }
 
 # A run in a process group of its own, as a terminal makes it, whose command has begun.
@@ -130,27 +125,19 @@ run_until_ready() {
     rm "$work/ready"
 }
 
-test_a_run_is_interrupted() {
-    local before status=0
-    before=$(traces)
-    run_until_ready
-    kill -INT -- "-$site"
-    wait "$site" || status=$?
-    [ "$status" = 130 ] || fail "exit status $status"
-    nothing_left "$before"
-}
-
-test_a_run_is_killed() {
+test_a_run_is_ended_by_a_signal() {
     local before status
     before=$(traces)
-    for signal in TERM HUP KILL; do
+    for signal in INT TERM HUP KILL; do
         run_until_ready
-        kill "-$signal" "$site"
+        [ $signal != INT ] || site=-$site # a terminal sends it to all
+        kill "-$signal" -- "$site"
         status=0
-        wait "$site" || status=$?
+        wait "${site#-}" || status=$?
         [ "$status" -gt 128 ] || fail "$signal: exit status $status"
+        [ $signal != INT ] || [ "$status" = 130 ] || fail "exit status $status"
+        nothing_left "$before"
     done
-    nothing_left "$before"
 }
 
 test_a_start_is_interrupted() {
@@ -236,27 +223,19 @@ test_a_restart_keeps_what_was_saved() {
     expect 1 '' sim exec ap1 oopsdump -e
 }
 
-test_an_appliance_sees_its_own_processes() {
-    sim up
-    start_daemon ap1
-    expect 0 'sleep 1000' sim exec ap1 zorvctl ps --name sleep
-    expect 1 '' sim exec ap2 zorvctl ps --name sleep
-    # shellcheck disable=SC2016 # the appliance's shell expands it
-    sim exec ap1 sh -c 'kill $(cat /run/daemon)'
-    until ! sim exec ap1 zorvctl ps --name sleep >"$work/processes"; do :; done
-}
-
-test_a_command_ends_with_its_exec() {
+# A command ends with its exec; each appliance sees its own processes.
+test_commands_and_processes() {
     local before command
     before=$(traces)
     sim up
     "$zorv_sim" exec ap1 sh -c 'touch /run/daemon; exec sleep 1000' &
     command=$!
     until sim exec ap1 test -e /run/daemon; do :; done
+    expect 0 'sleep 1000' sim exec ap1 zorvctl ps --name sleep
+    expect 1 '' sim exec ap2 zorvctl ps --name sleep
     kill "$command"
     wait "$command" && fail 'it ended well'
-    until ! sim exec ap1 zorvctl ps --name sleep >"$work/processes"; do :; done
-    rm "$work/processes"
+    until ! sim exec ap1 zorvctl ps --name sleep >/dev/null; do :; done
     sim down
     nothing_left "$before"
 }

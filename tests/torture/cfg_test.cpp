@@ -1,0 +1,74 @@
+// What comes of a configuration when memory or the kernel fails.
+#include <zorv/cfg.h>
+
+#include "support/torture.h"
+
+namespace {
+
+const std::string kLongKey(200, 'k');
+cfg_entry *g_cfg;
+
+void prepare()
+{
+    Torture::file("/tmp/saved", "old");
+    Torture::file("/tmp/system.cfg", "a.1=1\na.2=2\n# misc\nA.1=3\n" + kLongKey + "=$\n" +
+                                         kLongKey + ".1=v\n" + std::string(5000, '\n') + "b=1\n");
+    g_cfg = parse("/tmp/system.cfg");
+}
+
+// The records of a list, which is given back.
+template <auto Free>
+std::string shown(cfg_entry *list)
+{
+    std::string text;
+    for (const cfg_entry *entry = list; entry; entry = entry->next)
+        text += std::string(entry->key, 1) + "=" + entry->value + " ";
+    Free(list);
+    return text;
+}
+
+std::string look_up(const std::string &key)
+{
+    std::string text = get_esc_value(g_cfg, "no", "%s", key.c_str());
+    text += std::to_string(get_cfg_key_count(g_cfg, 1, "%s", key.c_str()));
+    return text + std::to_string(get_cfg_section_count(g_cfg, nullptr, "v", "%s.", key.c_str()));
+}
+
+std::string save()
+{
+    const std::string rc = Torture::settled(std::to_string(save_cfg(g_cfg, "/tmp/saved")));
+    return rc + " " + Torture::read("/tmp/saved");
+}
+
+std::string match()
+{
+    std::string text = shown<free_cfg_it>(get_cfg_it(g_cfg, 0, "a."));
+    text += shown<free_cfg_it>(get_cfg_section(g_cfg, nullptr, nullptr, "a."));
+    return text + shown<free_cfg_it>(get_cfg_diff_it(g_cfg, g_cfg->next->next));
+}
+
+} // namespace
+
+TEST_F(Torture, Cfg)
+{
+    torture({
+        // A read error ends the list without a word, and so does a line without memory.
+        {"parse",
+         [] { return shown<free_cfg>(parse("/tmp/system.cfg")); },
+         {"", "*: parse_stream: #: *alloc(*) failed"},
+         prepare,
+         40,
+         {"a=3 a=2 *"}},
+        {"save_cfg", save, {"-1 old", "0 "}, prepare}, // on purpose writing is not looked at
+        {"a common key", [] { return look_up("a.1"); }, {}, prepare}, // needs no memory
+        {"a long key",
+         [] { return look_up(kLongKey); },
+         {"*: vget_value: OOM*", "*: process_cfg_*: OOM", "no*: esc_value: #: malloc(#) failed*"},
+         prepare},
+        {"matches",
+         match,
+         {"*: append_cfg_match_cb: #: calloc(*) failed*",
+          "*: get_cfg_diff_it: #: calloc(*) failed"},
+         prepare},
+    });
+}

@@ -1,0 +1,74 @@
+// What comes of discovery when memory or the kernel fails.
+#include <event2/event.h>
+
+#include "protocol/peer.h"
+#include "support/torture.h"
+
+namespace {
+
+event_base *g_base;
+std::string g_heard;
+
+constexpr zorv_protocol_handler kTable[] = {
+    {[](const void *message) { g_heard += shown(message); }, 6}, {nullptr, 0}};
+
+void prepare()
+{
+    libzorv_log_level = 1;
+    Torture::file("/proc/zorvhal/system.info", "serialno=02A0F1000007\n");
+    Torture::file("/var/run/zorv_protocol.info",
+                  std::string("pluvo.key=") + kKey + "\npluvo.mcip=239.255.90.90\n");
+    Torture::file("/var/run/ipready.br0", "127.0.0.1\n");
+}
+
+std::string initialize()
+{
+    const int rc = zorv_protocol_init(1);
+    const auto &ctrl = zorv_protocol_ctrl;
+    const std::string text = std::to_string(rc) + " " + to_hex(ctrl.device, 6) + " " +
+                             to_hex(ctrl.key, 2) + " " + std::to_string(ctrl.own_address);
+    libzorv_log_level = 0; // leaving the group wants a route
+    zorv_protocol_deinit();
+    return Torture::settled(text);
+}
+
+// The transport with a datagram that waits for it.
+void open_transport()
+{
+    prepare();
+    g_base = event_base_new();
+    zorv_protocol_init(1);
+    zorv_protocol_init_recv(g_base, kTable);
+    const sockaddr_in here = {AF_INET, htons(48000), {htonl(INADDR_LOOPBACK)}, {}};
+    const Bytes datagram = generate("hello", 6, 9, 1, make_ctrl(0x11, 1));
+    sendto(zorv_protocol_ctrl.fd, datagram.data(), datagram.size(), 0,
+           reinterpret_cast<const sockaddr *>(&here), sizeof here);
+}
+
+std::string receive()
+{
+    for (int i = 0; i < 2; ++i) // what was interrupted comes again
+        event_base_loop(g_base, EVLOOP_ONCE | EVLOOP_NONBLOCK);
+    return g_heard;
+}
+
+} // namespace
+
+TEST_F(Torture, Protocol)
+{
+    torture({
+        {"zorv_protocol_init",
+         initialize,
+         {"-1 000000000000 0000 0: *zorv_protocol_init: could not start zorv-protocol"},
+         prepare,
+         40,
+         // Files that cannot be read are taken for missing ones: no MAC address, and no group.
+         {"0 000000000000 0001 16777343", "0 02a0f1000007 0001 0"}},
+        {"zorv_protocol_send",
+         [] { return std::to_string(zorv_protocol_send("x", 1, 6, 9, 1)); },
+         {"-1: zorv_protocol_send: failed to send message *",
+          "-1: gen_payload: hdr malloc fail; zorv_protocol_send: fill_zorv_payload fail"},
+         open_transport},
+        {"a datagram comes", receive, {}, open_transport},
+    });
+}
