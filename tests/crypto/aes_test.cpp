@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "crypto/aes_forms.h"
 #include "crypto/samples.h"
 
 namespace {

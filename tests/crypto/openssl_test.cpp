@@ -9,6 +9,7 @@
 #include <zorv/aes.h>
 #include <zorv/sha256.h>
 
+#include "crypto/aes_forms.h"
 #include "crypto/samples.h"
 
 namespace {

@@ -1,5 +1,4 @@
-// samples.h - what the tests share: bytes as hexadecimal, random ones that repeat, the forms of
-// AES.
+// samples.h - what the tests share: bytes as hexadecimal, random ones that repeat.
 #ifndef ZORV_TESTS_CRYPTO_SAMPLES_H
 #define ZORV_TESTS_CRYPTO_SAMPLES_H
 
@@ -8,8 +7,6 @@
 #include <span>
 #include <string>
 #include <vector>
-
-#include "crypto/aes_impl.h"
 
 using Bytes = std::vector<uint8_t>;
 
@@ -30,6 +27,11 @@ inline std::string to_hex(std::span<const uint8_t> bytes)
     return text;
 }
 
+inline std::string to_hex(const uint8_t *bytes, size_t count)
+{
+    return to_hex(std::span(bytes, count));
+}
+
 // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): a failure is to come again
 class Random {
 public:
@@ -46,13 +48,5 @@ public:
 private:
     std::mt19937 engine_;
 };
-
-// The forms of AES that this machine can run.
-inline std::vector<const zorv::AesForm *> aes_forms()
-{
-    if (zorv::aes_hardware())
-        return {&zorv::aes_portable(), zorv::aes_hardware()};
-    return {&zorv::aes_portable()};
-}
 
 #endif

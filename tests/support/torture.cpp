@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -36,16 +36,17 @@ struct Kind {
     std::vector<int> errors;
 };
 
+#ifndef SYS_open // newer architectures have the newer calls alone
+#define SYS_open SYS_openat
+#define SYS_rename SYS_renameat
+#define SYS_fork SYS_clone
+#define SYS_vfork SYS_clone
+#endif
+
 const std::vector<Kind> kKinds = {
-#ifdef SYS_open
     {"open", {SYS_open, SYS_openat}, {EINTR, EACCES, EMFILE, EIO, ENOMEM}},
     {"rename", {SYS_rename, SYS_renameat, SYS_renameat2}, {EIO, ENOSPC, EACCES}},
     {"fork", {SYS_fork, SYS_vfork, SYS_clone, SYS_clone3}, {EAGAIN, ENOMEM}},
-#else // newer architectures have the newer calls alone
-    {"open", {SYS_openat}, {EINTR, EACCES, EMFILE, EIO, ENOMEM}},
-    {"rename", {SYS_renameat, SYS_renameat2}, {EIO, ENOSPC, EACCES}},
-    {"fork", {SYS_clone, SYS_clone3}, {EAGAIN, ENOMEM}},
-#endif
     {"read", {SYS_read, SYS_pread64}, {EINTR, EIO}},
     {"write", {SYS_write, SYS_writev}, {EINTR, EIO, ENOSPC}},
     {"close", {SYS_close}, {EINTR, EIO}},
@@ -85,19 +86,16 @@ std::string shown(const Fault &fault)
     return fault.kind->name + n + ": " + strerrorname_np(fault.error);
 }
 
-// Has the kernel ask at a descriptor, which it returns, before calls of the fault's kind or of any.
-int install_filter(const Fault &fault, bool recorded)
+// Has the kernel ask at a descriptor, which it returns, before these calls.
+int install_filter()
 {
-    std::vector<long> calls = {SYS_execve};
-    for (const Kind &kind : kKinds)
-        if (fault.first == 0 || recorded || &kind == fault.kind)
-            calls.insert(calls.end(), kind.calls.begin(), kind.calls.end());
     std::vector<sock_filter> code = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
-    for (const long call : calls) {
-        code.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1));
-        code.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
-    }
+    for (const Kind &kind : kKinds)
+        for (const long call : kind.calls) {
+            code.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1));
+            code.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
+        }
     code.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     sock_fprog program = {static_cast<unsigned short>(code.size()), code.data()};
     check(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), "PR_SET_NO_NEW_PRIVS");
@@ -118,7 +116,7 @@ int count_descriptors()
 }
 
 // In the child: the scenario with its fault.
-void suffer(const Torture::Row &row, const Fault &fault, bool recorded)
+void suffer(const Torture::Row &row, bool recorded)
 {
     if (!recorded)
         unsetenv(kRecord);
@@ -128,16 +126,13 @@ void suffer(const Torture::Row &row, const Fault &fault, bool recorded)
     Device::logged();
     follow_faults(g_plan);
     const int before = count_descriptors();
-    const bool is_attended = fault.kind || fault.first == 0;
-    if (is_attended) {
-        g_plan->listener = install_filter(fault, recorded);
-        while (!g_plan->attended)
-            sched_yield();
-    }
+    g_plan->listener = install_filter();
+    while (!g_plan->attended)
+        sched_yield();
     g_plan->armed = true;
     std::string text = row.scenario();
     g_plan->armed = false;
-    g_plan->descriptors = count_descriptors() - before - (is_attended ? 1 : 0);
+    g_plan->descriptors = count_descriptors() - before - 1;
     g_plan->blocks = library_blocks();
     g_plan->length = std::min(text.size(), sizeof g_plan->result);
     memcpy(g_plan->result, text.data(), g_plan->length);
@@ -249,16 +244,14 @@ int fetch_listener(int pidfd)
 int attend(pid_t child, const Fault &fault)
 {
     const auto pidfd = static_cast<int>(check(syscall(SYS_pidfd_open, child, 0), "pidfd_open"));
-    const int listener = fault.kind || fault.first == 0 ? fetch_listener(pidfd) : -1;
-    std::optional<Attendant> attendant;
-    if (listener >= 0)
-        attendant.emplace(listener, fault);
+    const int listener = fetch_listener(pidfd);
+    Attendant attendant(listener, fault);
     g_plan->attended = true;
     pollfd waited[] = {{pidfd, POLLIN, 0}, {listener, POLLIN, 0}};
     int status = -1;
     while (poll(waited, 2, waited[0].fd < 0 ? 100 : kPatience) > 0) {
         if ((waited[1].revents & POLLIN) != 0)
-            attendant->answer();
+            attendant.answer();
         else if (waited[1].revents != 0)
             waited[1].fd = -1; // nobody is left to ask
         if ((waited[0].revents & POLLIN) != 0) {
@@ -279,19 +272,10 @@ int attend(pid_t child, const Fault &fault)
 // "[error] libzorv_url.url_parse(): 77: malloc(9) failed" is "url_parse: #: malloc(#) failed".
 std::string joined(const std::vector<std::string> &lines)
 {
+    static const std::regex place("^\\[[^.]*\\.(\\w+)\\(\\): "), number("[0-9]+");
     std::string text, last;
     for (const auto &line : lines) {
-        const auto call = line.find("(): ");
-        const auto dot = line.rfind('.', call);
-        std::string plain = call == line.npos || dot == line.npos
-                                ? line
-                                : line.substr(dot + 1, call - dot - 1) + line.substr(call + 2);
-        for (size_t i = 0; i < plain.size();) {
-            const size_t end = std::min(plain.find_first_not_of("0123456789", i), plain.size());
-            if (end > i)
-                plain.replace(i, end - i, "#");
-            i = end > i ? i + 1 : end + 1;
-        }
+        const auto plain = std::regex_replace(std::regex_replace(line, place, "$1: "), number, "#");
         if (plain != last)
             text += (text.empty() ? "" : "; ") + plain;
         last = plain;
@@ -314,7 +298,7 @@ Run run(const Torture::Row &row, const Fault &fault, bool recorded)
     fflush(nullptr);
     const auto child = static_cast<pid_t>(check(fork(), "fork"));
     if (child == 0)
-        suffer(row, fault, recorded);
+        suffer(row, recorded);
     Run run = {};
     const int status = attend(child, fault);
     run.hit = g_plan->hit;
