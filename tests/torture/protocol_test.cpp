@@ -15,9 +15,7 @@ constexpr zorv_protocol_handler kTable[] = {
 void prepare()
 {
     libzorv_log_level = 1;
-    Torture::file("/proc/zorvhal/system.info", "serialno=02A0F1000007\n");
-    Torture::file("/var/run/zorv_protocol.info",
-                  std::string("pluvo.key=") + kKey + "\npluvo.mcip=239.255.90.90\n");
+    write_site();
     Torture::file("/var/run/ipready.br0", "127.0.0.1\n");
 }
 
@@ -39,10 +37,8 @@ void open_transport()
     g_base = event_base_new();
     zorv_protocol_init(1);
     zorv_protocol_init_recv(g_base, kTable);
-    const sockaddr_in here = {AF_INET, htons(48000), {htonl(INADDR_LOOPBACK)}, {}};
-    const Bytes datagram = generate("hello", 6, 9, 1, make_ctrl(0x11, 1));
-    sendto(zorv_protocol_ctrl.fd, datagram.data(), datagram.size(), 0,
-           reinterpret_cast<const sockaddr *>(&here), sizeof here);
+    g_peer_sends = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    send_to_site(generate("hello", 6, 9, 1, make_ctrl(0x11, 1)), "127.0.0.1");
 }
 
 std::string receive()
