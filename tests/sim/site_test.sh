@@ -68,7 +68,6 @@ report() {
 test_comes_up_and_goes_down() {
     local before
     before=$(traces)
-    expect 1 'no site is up' sim status
     expect 1 'no site is up' sim exec ap1 true
     expect 0 '' sim up
     expect 1 'is up already' sim up
@@ -77,11 +76,16 @@ test_comes_up_and_goes_down() {
     expect 7 '' sim exec ap1 sh -c 'exit 7'
     expect 2 'no appliance is called ap3' sim exec ap3 true
     expect 0 serialno=02a0f1000002 sim exec ap2 cat /proc/zorvhal/system.info
-    expect 0 192.0.2.11 sim exec ap1 cat /var/run/ipready.br0
     expect 0 zorv-sim.1 sim exec ap1 bash -c 'exec -a zorv-sim.1 cat /proc/self/cmdline'
+    # A command ends with its exec; each appliance sees its own processes.
+    "$zorv_sim" exec ap1 sh -c 'touch /run/daemon; exec sleep 1000' &
+    until sim exec ap1 test -e /run/daemon; do :; done
+    expect 0 'sleep 1000' sim exec ap1 zorvctl ps --name sleep
+    expect 1 '' sim exec ap2 zorvctl ps --name sleep
+    kill $!
+    until ! sim exec ap1 zorvctl ps --name sleep >/dev/null; do :; done
     expect 0 '' sim down
     nothing_left "$before"
-    expect 1 'no site is up' sim status
 }
 
 test_thirty_two_appliances() {
@@ -95,18 +99,13 @@ test_thirty_two_appliances() {
     expect 2 'from 1 to 32' sim run --appliances 33 -- true
 }
 
-# A daemon on an appliance, in a session of its own.
-start_daemon() {
-    sim exec "$1" setsid sh -c 'echo $$ >/run/daemon; exec sleep 1000' >/dev/null 2>&1 &
-    until sim exec "$1" test -s /run/daemon; do :; done
-}
-
 test_its_holder_or_the_parent_is_killed() {
     local before holder
     before=$(traces)
     for killed in holder parent; do
         sim up
-        start_daemon ap1
+        sim exec ap1 setsid sh -c 'echo 1 >/run/daemon; exec sleep 1000' >/dev/null 2>&1 &
+        until sim exec ap1 test -s /run/daemon; do :; done
         holder=$(<"$ZORV_SIM_STATE/holder")
         [ $killed = holder ] || holder=$(awk '$1 == "PPid:" { print $2 }' "/proc/$holder/status")
         kill -KILL "$holder"
@@ -114,28 +113,21 @@ test_its_holder_or_the_parent_is_killed() {
     done
 }
 
-# A run in a process group of its own, as a terminal makes it, whose command has begun.
-run_until_ready() {
-    mkfifo "$work/ready"
-    set -m
-    "$zorv_sim" run -- bash -c "zorv-sim exec ap1 true; echo >'$work/ready'; sleep 1000" &
-    site=$!
-    set +m
-    read -r _ <"$work/ready"
-    rm "$work/ready"
-}
-
 test_a_run_is_ended_by_a_signal() {
     local before status
+    mkfifo "$work/ready"
     before=$(traces)
     for signal in INT TERM HUP KILL; do
-        run_until_ready
+        set -m # in a process group of its own, as a terminal makes it
+        "$zorv_sim" run -- bash -c "zorv-sim exec ap1 true; echo >'$work/ready'; sleep 1000" &
+        set +m
+        site=$!
+        read -r _ <"$work/ready"
         [ $signal != INT ] || site=-$site # a terminal sends it to all
         kill "-$signal" -- "$site"
         status=0
         wait "${site#-}" || status=$?
         [ "$status" -gt 128 ] || fail "$signal: exit status $status"
-        [ $signal != INT ] || [ "$status" = 130 ] || fail "exit status $status"
         nothing_left "$before"
     done
 }
@@ -161,15 +153,13 @@ test_a_run_gives_its_command_the_site() {
     local before
     before=$(traces)
     expect 7 'ap1' sim run -- bash -c 'zorv-sim exec ap1 hostname; exit 7'
-    expect 0 "$PWD" sim run -- pwd
-    expect 0 'input' sim run -- cat <<<input
     expect 127 'no-such-program' sim run -- no-such-program
     expect 1 'ends with the command' sim run -- zorv-sim down
     nothing_left "$before"
 }
 
-test_an_outage_ends() {
-    local status length seen=0
+test_the_cloud_answers_and_fails() {
+    local status url
     sim up --outage crash:500:1h --outage trace:reset:1h
     for host in crash.zorv.example crash.stage.zorv.example; do
         status=$(report "$host")
@@ -177,67 +167,32 @@ test_an_outage_ends() {
     done
     status=$(report trace.zorv.example)
     [ "$status" = 0 ] || fail "a reset came with the status $status"
-    expect 0 '500 for another' sim status
-    # A slow machine sees nothing of a short one.
-    for ((length = 1; length <= 32 && !seen; length *= 2)); do
-        sim outage "crash:503:${length}s"
-        while status=$(report crash.zorv.example) && [ "$status" = 503 ]; do
-            seen=1
-        done
-    done
-    [ "$seen $status" = '1 200' ] || fail "after the outage: $status"
+    sim outage crash:503:2s
+    until status=$(report crash.zorv.example) && [ "$status" = 200 ]; do :; done
     expect 0 '{"upload": true}' sim received last
     sim outage trace:off
     status=$(report trace.zorv.example)
     [ "$status" = 200 ] || fail "an outage that is off: $status"
-}
-
-test_the_cloud_takes_uploads() {
-    local url
-    sim up --appliances 1
+    expect 1 'resolver  doh' sim exec ap1 zorvctl http get --doh https://crash.zorv.example/
+    expect 0 'status    202' sim exec ap1 zorvctl http put https://trace.zorv.example/traces
     url=$(sim exec ap1 zorvctl http post https://crash.zorv.example/v1/crash \
         --data '{"upload":true}' | sed -n 's/{"upload_url":"\(.*\)"}/\1/p')
     expect 0 'status    200' sim exec ap1 zorvctl http put "$url" --data bytes
     expect 0 'PUT crash.zorv.example/upload/' sim received
-    expect 0 'status    202' sim exec ap1 zorvctl http put https://trace.zorv.example/traces
-    expect 1 'resolver  doh' sim exec ap1 zorvctl http get --doh https://crash.zorv.example/
-    expect 0 '{}' sim exec ap1 zorvctl http post https://crash.zorv.example/v1/crash \
-        --data '{"upload":false}'
 }
 
 test_a_restart_keeps_what_was_saved() {
     sim up
     expect 1 '' sim exec ap1 oopsdump -e
     sim exec ap1 sh -c 'echo a >/etc/persistent/saved; syswrapper.sh save-config
-        echo b >/etc/persistent/lost; echo c >/run/lost'
-    sim exec ap2 touch /run/kept
+        echo b >/etc/persistent/lost'
     sim reboot ap1 --panic
     expect 0 '' sim exec ap1 cmp /etc/persistent/saved - <<<a
     expect 2 '' sim exec ap1 ls /etc/persistent/lost
-    expect 2 '' sim exec ap1 ls /run/lost
-    expect 0 '' sim exec ap2 ls /run/kept
     expect 0 'admin password=******' sim exec ap1 sh -c \
         'oopsdump -e && oopsdump | syswrapper.sh sensitive-data-filter'
-    expect 0 '' sim exec ap1 bash -c ': </dev/tcp/crash.zorv.example/443'
     sim exec ap1 oopsdump -c
     expect 1 '' sim exec ap1 oopsdump -e
-}
-
-# A command ends with its exec; each appliance sees its own processes.
-test_commands_and_processes() {
-    local before command
-    before=$(traces)
-    sim up
-    "$zorv_sim" exec ap1 sh -c 'touch /run/daemon; exec sleep 1000' &
-    command=$!
-    until sim exec ap1 test -e /run/daemon; do :; done
-    expect 0 'sleep 1000' sim exec ap1 zorvctl ps --name sleep
-    expect 1 '' sim exec ap2 zorvctl ps --name sleep
-    kill "$command"
-    wait "$command" && fail 'it ended well'
-    until ! sim exec ap1 zorvctl ps --name sleep >/dev/null; do :; done
-    sim down
-    nothing_left "$before"
 }
 
 test_bad_orders_are_refused() {
@@ -254,15 +209,12 @@ ${row/ a / cloud }|not an appliance: cloud
 ${row/192.0.2.11/192.0.2.2}|not an appliance
 ${row/192.0.2.11/192.0.2.1111}|not an appliance
 ${row% *}|not an appliance
-$row 00|not an appliance
 TEXT
     expect 2 'no group' sim run --topology /dev/null -- true
     expect 2 'no topology nowhere' sim up --topology nowhere
     expect 2 'no service is called web' sim up --outage web:500:1s
     expect 2 'the status is' sim up --outage crash:5000:1s
     expect 2 'the duration is' sim up --outage crash:500:1
-    expect 2 'unknown option --aps' sim up --aps 3
-    expect 1 'no site is up' sim outage crash:500:1s
     [ ! -e "$ZORV_SIM_STATE" ] || fail 'something was started'
 }
 
