@@ -1,7 +1,7 @@
 #include <zorv/bridge.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <set>
 
 #include <net/if.h>
 
@@ -10,6 +10,7 @@
 namespace {
 
 using Bridge = Device;
+using Lines = std::vector<std::string>;
 
 // A record of 02:a0:f1:00:00:`last`, as the kernel writes it; the switch driver adds eight bytes.
 std::string record(char last, int port, uint32_t age)
@@ -40,24 +41,17 @@ std::string learned(const char *bridge, const char *mac)
     return shown(rc, age, port);
 }
 
-// What the walk visits, as "name:port/age" in the order of the text.
-std::string visit(const char *prefix, std::vector<const char *> exclude = {})
+// What the walk visits, as "name port age".
+std::multiset<std::string> visit(const char *prefix, std::vector<const char *> exclude = {})
 {
-    std::vector<std::string> visits;
+    std::multiset<std::string> visits;
     exclude.push_back(nullptr);
-    fdb_foreach(
-        prefix, exclude.size() == 1 ? nullptr : exclude.data(),
-        [](void *user, const fdb_record *entry, const char *ifname) {
-            const unsigned port = entry->port_no;
-            static_cast<decltype(visits) *>(user)->push_back(
-                shown(ifname, port, entry->ageing_timer) + ";");
-        },
-        &visits);
-    std::sort(visits.begin(), visits.end());
-    std::string text;
-    for (const auto &visited : visits)
-        text += visited;
-    return text;
+    const fdb_callback note = [](void *user, const fdb_record *entry, const char *ifname) {
+        const int port = entry->port_no;
+        static_cast<decltype(visits) *>(user)->insert(shown(ifname, port, entry->ageing_timer));
+    };
+    fdb_foreach(prefix, exclude.size() == 1 ? nullptr : exclude.data(), note, &visits);
+    return visits;
 }
 
 } // namespace
@@ -78,7 +72,7 @@ TEST_F(Bridge, AnAddressIsFoundWhereItWasLearned)
     for (const char *found : {"02:a0:f1:01:00:00", "02:A0:f1:01:01:77", "02:a0:f1:01:03:e7"})
         EXPECT_THAT(learned("br0", found), testing::MatchesRegex("1 [0-5] 1"));
     EXPECT_EQ(learned("br0", "02:a0:f1:01:03:e8"), "0 77 77");
-    EXPECT_EQ(visit("br0"), ""); // 16 bytes answer a read of 24
+    EXPECT_THAT(visit("br0"), IsEmpty()); // 16 bytes answer a read of 24
     char ifname[IFNAMSIZ] = "";
     EXPECT_EQ(get_ifname_from_br_portno("br0", 1, ifname), 1);
     EXPECT_STREQ(ifname, "eth0");
@@ -101,20 +95,13 @@ TEST_F(Bridge, RecordsOfAWrittenTable)
     file("/sys/class/net/br0/brforward", record(1, 0x102, 0) + record(7, 3, 12345) +
                                              record(7, 4, 0) + record(8, 5, 0).substr(0, 15));
     const std::string longer(5000, 'b');
-    const struct {
-        const char *bridge, *mac, *want;
-    } kRows[] = {
-        {"br0", "02:a0:f1:00:00:07", "1 123 3"},
-        {"br0", "02:a0:f1:00:00:01", "1 0 2"}, // the low byte
-        {"br0", "02:a0:f1:00:00:08", "0 77 77"},
-        {"br0", "02:a0:f1:00:00", "0 77 77"},
-        {"br0", nullptr, "0 77 77"},
-        {"br1", "02:a0:f1:00:00:07", "0 77 77"},
-        {nullptr, "02:a0:f1:00:00:07", "0 77 77"},
-        {longer.c_str(), "02:a0:f1:00:00:07", "0 77 77"},
-    };
-    for (const auto &[bridge, mac, want] : kRows)
-        EXPECT_EQ(learned(bridge, mac), want);
+    EXPECT_EQ(learned("br0", "02:a0:f1:00:00:07"), "1 123 3");
+    EXPECT_EQ(learned("br0", "02:a0:f1:00:00:01"), "1 0 2"); // the low byte
+    const char *const kNothing = nullptr;
+    for (const char *mac : {"02:a0:f1:00:00:08", "02:a0:f1:00:00", kNothing})
+        EXPECT_EQ(learned("br0", mac), "0 77 77");
+    for (const char *bridge : {"br1", kNothing, longer.c_str()})
+        EXPECT_EQ(learned(bridge, "02:a0:f1:00:00:07"), "0 77 77");
     close(STDIN_FILENO); // the table opens as descriptor 0
     EXPECT_EQ(learned("br0", "02:a0:f1:00:00:07"), "0 77 77");
 }
@@ -138,22 +125,17 @@ TEST_F(Bridge, PortStatesAndNumbers)
     must_run("cd /sys/class/net/br0/brif && ln -s ../eth2 eth2 && ln -s ../none dangling &&"
              "ln -s ../eth1 a-name-of-over-fifteen-characters");
     const std::string longer(5000, 'b');
-    const struct {
-        const char *bridge;
-        unsigned port;
-        const char *want;
-    } kPorts[] = {{"br0", 17, "1 a-name-of-over-!"},
-                  {"br0", 1, "0 kept"},
-                  {"br0", 0, "0 kept"},
-                  {"br1", 17, "0 kept"},
-                  {nullptr, 17, "0 kept"},
-                  {longer.c_str(), 17, "0 kept"}};
-    for (const auto &[bridge, port, want] : kPorts) {
+    const auto port = [](const char *bridge, unsigned number) {
         char ifname[IFNAMSIZ + 2] = "kept";
         ifname[IFNAMSIZ] = '!';
-        const int rc = get_ifname_from_br_portno(bridge, port, ifname);
-        EXPECT_EQ(shown(rc, ifname) + (rc ? ifname + IFNAMSIZ : ""), want);
-    }
+        const int rc = get_ifname_from_br_portno(bridge, number, ifname);
+        return shown(rc, ifname, ifname + IFNAMSIZ);
+    };
+    EXPECT_EQ(port("br0", 17), "1 a-name-of-over- !");
+    for (const unsigned number : {0U, 1U})
+        EXPECT_EQ(port("br0", number), "0 kept !");
+    for (const char *bridge : {"br1", static_cast<const char *>(nullptr), longer.c_str()})
+        EXPECT_EQ(port(bridge, 17), "0 kept !");
     EXPECT_EQ(get_ifname_from_br_portno("br0", 17, nullptr), 0);
 }
 
@@ -165,17 +147,17 @@ TEST_F(Bridge, TheWalkVisitsABridgeAndItsVlans)
              wide_record(1, static_cast<uint32_t>(name.size())));
     }
     must_run("mkdir /sys/class/net/eth0"); // not a bridge
-    EXPECT_EQ(visit("br0"), "eth0 1 3;eth0 1 5;");
-    EXPECT_EQ(visit("br0.5"), "eth0 1 5;");
-    EXPECT_EQ(visit(nullptr), "eth0 1 3;eth0 1 3;eth0 1 4;eth0 1 5;");
-    EXPECT_EQ(visit(""), "");
+    EXPECT_THAT(visit("br0"), ElementsAre("eth0 1 3", "eth0 1 5"));
+    EXPECT_THAT(visit("br0.5"), ElementsAre("eth0 1 5"));
+    EXPECT_THAT(visit(nullptr), ElementsAre("eth0 1 3", "eth0 1 3", "eth0 1 4", "eth0 1 5"));
+    EXPECT_THAT(visit(""), IsEmpty());
     EXPECT_THAT(logged(), IsEmpty());
 
     remove("/sys/class/net/br0/brforward");
-    EXPECT_EQ(visit("br0"), "eth0 1 5;");
+    EXPECT_THAT(visit("br0"), ElementsAre("eth0 1 5"));
     fdb_foreach("br1", nullptr, nullptr, nullptr);
     remove("/sys/class/net");
-    EXPECT_EQ(visit("br0"), "");
+    EXPECT_THAT(visit("br0"), IsEmpty());
     EXPECT_THAT(logged(), ElementsAre("/sys/class/net/br0/brforward: No such file or directory",
                                       "/sys/class/net: No such file or directory"));
 }
@@ -191,26 +173,24 @@ TEST_F(Bridge, TheWalkKeepsToThePortsThatAreNotExcluded)
     for (const int port : {0, 1, 2, 3, 4})
         table += wide_record(port, 7);
     file("/sys/class/net/br0/brforward", table + wide_record(1, 8).substr(0, 23));
-    EXPECT_EQ(visit("br0", {"wifi0", "eth0", "eth9"}), "eth01 3 7;");
-    EXPECT_EQ(visit("br0", {"wifi0", "eth0", "eth01"}), "eth9 0 7;");
-    EXPECT_EQ(visit("br0", {"eth0", "eth01", "eth9"}), "");
-    EXPECT_EQ(visit("br0", {"eth0.7", "eth01", "eth9"}), "eth0 1 7;");
-    const std::string all = visit("br0"); // under the name of the port that was listed last
-    EXPECT_EQ(std::count(all.begin(), all.end(), ';'), 4);
+    EXPECT_THAT(visit("br0", {"wifi0", "eth0", "eth9"}), ElementsAre("eth01 3 7"));
+    EXPECT_THAT(visit("br0", {"wifi0", "eth0", "eth01"}), ElementsAre("eth9 0 7"));
+    EXPECT_THAT(visit("br0", {"eth0", "eth01", "eth9"}), IsEmpty());
+    EXPECT_THAT(visit("br0", {"eth0.7", "eth01", "eth9"}), ElementsAre("eth0 1 7"));
+    EXPECT_EQ(visit("br0").size(), 4U); // under the name of the port that was listed last
     must_run("rm -r /sys/class/net/br0/brif/*");
-    EXPECT_EQ(visit("br0"), ""); // without a port no entry is of one
+    EXPECT_THAT(visit("br0"), IsEmpty()); // without a port no entry is of one
 
     table = "";
     for (int port = 1; port <= 17; ++port) { // sixteen are tracked
         write_port("br0", "eth" + std::to_string(port), std::to_string(port));
         table += wide_record(port, 7);
         file("/sys/class/net/br0/brforward", table);
-        const std::string visits = visit("br0");
-        EXPECT_EQ(std::count(visits.begin(), visits.end(), ';'), std::min(port, 16));
-        EXPECT_EQ(logged().size(), port < 16 ? 0U : 1U);
+        EXPECT_EQ(visit("br0").size(), static_cast<size_t>(std::min(port, 16)));
+        EXPECT_THAT(logged(), port < 16
+                                  ? Lines()
+                                  : Lines{"_fdb_foreach_on_bridge: WARN: MAX_ETH_PORTS hit!"});
     }
-    visit("br0");
-    EXPECT_THAT(logged(), ElementsAre("_fdb_foreach_on_bridge: WARN: MAX_ETH_PORTS hit!"));
 }
 
 TEST_F(Bridge, HardwareAddresses)

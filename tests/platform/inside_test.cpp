@@ -54,57 +54,41 @@ std::string route(const std::string &attributes, uint8_t family = AF_INET,
 
 TEST_F(PlatformInside, TheFirmwareMinimumIsTheHighestOfTheRules)
 {
-    const struct {
-        const char *bomrev;
-        uint16_t system_id;
-        uint8_t block; // the last byte of the maker's part of the address
-        int revision;
-        uint32_t before, after;
-    } kRows[] = {
-        {nullptr, 0x5241, 0xF1, 0, 0, 0}, // without the file
-        // boards of the first wireless firmware, by the address block
-        {"", 0x3123, 0xF1, 0, 0, 0x010000},
-        {"", 0x3353, 0xF2, 0, 0, 0x010201},
-        {"", 0x3336, 0xF3, 0, 0, 0x020306}, // its own rule gives more than the block's 0x020203
-        {"", 0x3323, 0xF4, 0, 0, 0x020404},
-        {"", 0x3323, 0xF4, 0, 0x020405, 0x020405},
-        // by the board revision
-        {"", 0x3361, 0xF1, -1, 0, 0x03092A},
-        {"", 0x3361, 0xF1, 12, 0, 0x03092A},
-        {"", 0x3361, 0xF1, 13, 0, 0x030900},
-        {"", 0x3361, 0xF1, 13, 0x030901, 0x030901},
-        {"", 0x3351, 0xF1, 29, 0, 0x03092A},
-        {"", 0x3351, 0xF1, 30, 0, 0x030900},
-        {"", 0x3328, 0xF1, 23, 0, 0x020300},
-        {"", 0x3328, 0xF3, 23, 0, 0x020306},
-        {"", 0x3328, 0xF1, 24, 0, 0x020404},
-        {"", 0x3328, 0xF1, 255, 0, 0x020404},
-        {"", 0x3328, 0xF1, 300, 0, 0xFFFFFF},
-        {"", 0x3328, 0xF1, -2, 0, 0xFFFFFF},
-        // by the bill of materials
-        {"bomrev=2e8ff\n", 0x5241, 0xF1, 0, 1, 0x052A00},
-        {"bomrev=0x43600\n", 0x5241, 0xF1, 0, 1, 0x052B25},
-        {"bomrev=43700\n", 0x5241, 0xF1, 0, 1, 1},
-        {"bomrev=ff0002e8\n", 0x5241, 0xF1, 0, 1, 1},
-        {"", 0x5241, 0xF1, 0, 1, 1},
-        {"bomrev=2e8ff\n", 0x5240, 0xF1, 0, 1, 1},
-        // other boards
-        {"", 0x7E8B, 0xF2, 300, 5, 5},
-        {"", 0x7E8B, 0xF3, 300, 5, 0x020306},
-        {"", 0x7E8B, 0xF3, 300, 0x090909, 0x090909},
-    };
-    for (const auto &row : kRows) {
-        if (row.bomrev)
-            file("/proc/zorvhal/board", row.bomrev);
+    const auto minimum = [](int system_id, int block, int revision, uint32_t before) {
         board_record record = {};
-        record.system_id = row.system_id;
-        record.board_revision = row.revision;
-        record.fw_min = row.before;
-        memcpy(record.cpu_mac, "\x02\xA0", 2);
-        record.cpu_mac[2] = row.block;
+        record.system_id = static_cast<uint16_t>(system_id);
+        record.board_revision = revision;
+        record.fw_min = before;
+        const uint8_t mac[6] = {0x02, 0xA0, static_cast<uint8_t>(block)};
+        memcpy(record.cpu_mac, mac, sizeof mac);
         raise_firmware_minimum(record);
-        EXPECT_EQ(hex(record.fw_min), hex(row.after)) << &row - kRows;
-    }
+        return hex(record.fw_min);
+    };
+    // System id, last byte of the address block, revision, minimum before and after: boards of the
+    // first wireless firmware by the block, the next by the revision, others only by one block.
+    const struct {
+        int system_id, block, revision;
+        uint32_t before, after;
+    } kRows[] = {{0x3123, 0xF1, 0, 0, 0x010000},         {0x3353, 0xF2, 0, 0, 0x010201},
+                 {0x3336, 0xF3, 0, 0, 0x020306},         {0x3323, 0xF4, 0, 0, 0x020404},
+                 {0x3323, 0xF4, 0, 0x020405, 0x020405},  {0x3361, 0xF1, -1, 0, 0x03092A},
+                 {0x3361, 0xF1, 12, 0, 0x03092A},        {0x3361, 0xF1, 13, 0, 0x030900},
+                 {0x3361, 0xF1, 13, 0x030901, 0x030901}, {0x3351, 0xF1, 29, 0, 0x03092A},
+                 {0x3351, 0xF1, 30, 0, 0x030900},        {0x3328, 0xF1, 23, 0, 0x020300},
+                 {0x3328, 0xF3, 23, 0, 0x020306},        {0x3328, 0xF1, 24, 0, 0x020404},
+                 {0x3328, 0xF1, 255, 0, 0x020404},       {0x3328, 0xF1, 300, 0, 0xFFFFFF},
+                 {0x3328, 0xF1, -2, 0, 0xFFFFFF},        {0x7E8B, 0xF2, 300, 5, 5},
+                 {0x7E8B, 0xF3, 300, 5, 0x020306},       {0x7E8B, 0xF3, 300, 0x090909, 0x090909}};
+    for (const auto &[system_id, block, revision, before, after] : kRows)
+        EXPECT_EQ(minimum(system_id, block, revision, before), hex(after))
+            << hex(static_cast<uint64_t>(system_id)) << " " << revision;
+    // And one board by its bill of materials.
+    const auto by_materials = [minimum] {
+        return minimum(0x5241, 0xF1, 0, 1) + " " + minimum(0x5240, 0xF1, 0, 1);
+    };
+    expect_rows("/proc/zorvhal/board", by_materials,
+                {"(none) => 1 1", "bomrev=2e8ff\n => 52a00 1", "bomrev=0x43600\n => 52b25 1",
+                 "bomrev=43700\n => 1 1", "bomrev=ff0002e8\n => 1 1", " => 1 1"});
 }
 
 TEST_F(PlatformInside, TheArchitectureIsToldBySystemAndProcessor)
@@ -126,18 +110,18 @@ TEST_F(PlatformInside, TheArchitectureIsToldBySystemAndProcessor)
 
 TEST_F(PlatformInside, TheBetterLinkComesFirst)
 {
-    const std::pair<std::array<uint32_t, 4>, const char *> kRows[] = {
-        // speed, duplex, second speed, second duplex
-        {{1000, 1, 100, 1}, "1000 1 100 1"}, {{10, 1, 1000, 1}, "1000 1 10 1"},
-        {{10, 0, 10, 0}, "10 0 10 0"},       {{10, 1, 0, 0xFF}, "0 1 10 255"},
-        {{100, 0, 10, 1}, "100 1 10 0"},     {{10, 0, 0, 0xFF}, "0 255 10 0"},
-        {{100, 1, 10, 0}, "100 1 10 0"},
-    };
+    // Speed, duplex, second speed, second duplex, and what they become.
+    const uint32_t kRows[][2][4] = {
+        {{1000, 1, 100, 1}, {1000, 1, 100, 1}}, {{10, 1, 1000, 1}, {1000, 1, 10, 1}},
+        {{10, 0, 10, 0}, {10, 0, 10, 0}},       {{10, 1, 0, 0xFF}, {0, 1, 10, 0xFF}},
+        {{100, 0, 10, 1}, {100, 1, 10, 0}},     {{10, 0, 0, 0xFF}, {0, 0xFF, 10, 0}},
+        {{100, 1, 10, 0}, {100, 1, 10, 0}}};
     for (const auto &[given, want] : kRows) {
         dev_status s = {};
-        std::tie(s.speed, s.duplex, s.speed_2, s.duplex_2) = std::tuple_cat(given);
+        std::tie(s.speed, s.duplex, s.speed_2, s.duplex_2) = std::tuple_cat(std::to_array(given));
         order_links(s);
-        EXPECT_EQ(shown(s.speed, s.duplex, s.speed_2, s.duplex_2), want);
+        EXPECT_THAT(std::to_array({s.speed, s.duplex, s.speed_2, s.duplex_2}),
+                    testing::ElementsAreArray(want));
     }
 }
 
@@ -157,8 +141,7 @@ TEST_F(PlatformInside, AnAnswerEndsAsTheKernelEndsIt)
         {one + "x", Answer::is_broken},
         {cut, Answer::is_broken},
         {shorter, Answer::is_broken},
-        {"", Answer::is_broken},
-    };
+        {"", Answer::is_broken}};
     for (const auto &[datagram, answer] : kRows)
         EXPECT_EQ(judge_answer(view(datagram), 77), answer) << testing::PrintToString(datagram);
 }

@@ -17,24 +17,22 @@ std::string classes_of(int system_id)
     constexpr struct {
         const char *name;
         int (*holds)();
-    } kPredicates[] = {
-        {" gen1", is_gen1},
-        {" gen2", is_gen2},
-        {" gen3_HT", is_gen3_HT},
-        {" single_5ghz", is_single_5ghz_gen3},
-        {" gen3", is_gen3},
-        {" kbr5", is_kbr5},
-        {" kbr6", is_kbr6},
-        {" enterprise", is_kbr6_enterprise},
-        {" birch_lt", is_kbr6_birch_lt},
-        {" qca_ap", is_qca_ap},
-        {" wifi_only", is_wifi_only},
-        {" loop", is_force_detect_loop},
-        {" qm", is_qm},
-        {" mesh", is_router_to_mesh},
-        {" old_wifi", [] { return kbr_is_supported_by_old_wifi(board_identify()); }},
-        {" ble", [] { return kbr_is_supported_ble_fast_adopt(board_identify()); }},
-    };
+    } kPredicates[] = {{" gen1", is_gen1},
+                       {" gen2", is_gen2},
+                       {" gen3_HT", is_gen3_HT},
+                       {" single_5ghz", is_single_5ghz_gen3},
+                       {" gen3", is_gen3},
+                       {" kbr5", is_kbr5},
+                       {" kbr6", is_kbr6},
+                       {" enterprise", is_kbr6_enterprise},
+                       {" birch_lt", is_kbr6_birch_lt},
+                       {" qca_ap", is_qca_ap},
+                       {" wifi_only", is_wifi_only},
+                       {" loop", is_force_detect_loop},
+                       {" qm", is_qm},
+                       {" mesh", is_router_to_mesh},
+                       {" old_wifi", [] { return kbr_is_supported_by_old_wifi(board_identify()); }},
+                       {" ble", [] { return kbr_is_supported_ble_fast_adopt(board_identify()); }}};
     static board_record record;
     record.system_id = static_cast<uint16_t>(system_id);
     update_cached_board(system_id < 0 ? nullptr : &record);
@@ -70,8 +68,7 @@ TEST_F(Model, ExactlyTheseIdsAreInAnyClass)
         {" kbr6 qca_ap qm", {0x5288}},
         {" kbr6 qca_ap mesh", {0x5295}},
         {" wifi_only", {0x3A46}},
-        {" wifi_only loop", {0x6CD5, 0x6CD6}},
-    };
+        {" wifi_only loop", {0x6CD5, 0x6CD6}}};
     std::map<std::string, std::vector<int>> found;
     for (int id = 0; id <= 0xFFFF; ++id)
         if (const std::string names = classes_of(id); !names.empty())
