@@ -83,19 +83,14 @@ TEST_F(StatusNetwork, MacByIpTakesOnlyACompleteEntry)
          "192.0.2.8        0x1   0x2   02:a0:f1:00:00:08:and:more *   br0\n"
          "cut short\n"
          "192.0.2.9        0x1   0x2   02:a0:f1:00:00:09     *        br0\n");
-    const struct {
-        const char *ip;
-        size_t size;
-        const char *want;
-    } kRows[] = {
+    const std::tuple<const char *, size_t, const char *> kRows[] = {
         {"192.0.2.1", 18, "0 kept"},
         {"192.0.2.9", 18, "0 kept"}, // behind the broken row
         {nullptr, 18, "1 02:a0:f1:00:00:07"},
         {"192.0.2.8", 20, "1 02:a0:f1:00:00:08"},
         {"192.0.2.7", 17,
          "1 02:a0:f1:00:00:0 [error] libzorv_status.get_mac_by_ip(): mac truncated"},
-        {"192.0.2.7", 0, "1 kept [error] libzorv_status.get_mac_by_ip(): mac truncated"},
-    };
+        {"192.0.2.7", 0, "1 kept [error] libzorv_status.get_mac_by_ip(): mac truncated"}};
     char mac[20];
     for (const auto &[ip, size, want] : kRows) {
         strcpy(mac, "kept");
