@@ -302,23 +302,6 @@ TEST_F(CrashStore, AFailureStopsNoOtherLog)
     EXPECT_TRUE(Json(get_next_crash_log()));
 }
 
-TEST_F(CrashStore, AFullDiskLosesOnlyWhatItCannotTake)
-{
-    for (const char *name : {"a.tgz", "b.tgz"})
-        add_log(name, kText);
-    small_disk(meta_of(), 8192);
-    must_run("head -c 8192 /dev/zero >" + meta_of("filler") + " 2>/dev/null; true");
-    serve();
-    EXPECT_EQ(delivered(), kReport + kReport);
-    EXPECT_THAT(log_text(),
-                HasSubstr("[error] crash.finish_crash_meta(): Cannot save vwire_disconnect " +
-                          meta_of("a.tgz") + " meta file\n"));
-    EXPECT_EQ(read(meta_of("a.tgz")), "");
-    remove(meta_of("filler"));
-    EXPECT_EQ(delivered(), kReport + kReport + "saved"); // new logs again
-    EXPECT_EQ(known("a.tgz"), meta_text("true"));
-}
-
 TEST_F(CrashStore, FinishedLogsAreWalkedWithoutTheirMetas)
 {
     for (int i = 0; i < 500; ++i) {
