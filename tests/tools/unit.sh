@@ -21,3 +21,105 @@ cloud() {
     cat cloud/ca.pem >/etc/ssl/certs/ca-certificates.crt
     cat cloud/hosts >>/etc/hosts
 }
+
+# program PATH TEXT: an executable of that text.
+program() {
+    printf '#!/bin/sh\n%s\n' "$2" >"$1"
+    chmod +x "$1"
+}
+
+# whole_unit: what a unit has on which nothing is off.
+whole_unit() {
+    mkdir -p /proc/zorvhal/status /proc/net /run/guest /sys/class/net/br0/bridge /run/report \
+        /etc/persistent/cfg
+    while IFS='|' read -r path text; do
+        printf '%s\n' "$text" >"$path"
+    done <<'END'
+/proc/cpuinfo|processor	: 0
+/proc/meminfo|MemTotal:         246820 kB
+/proc/uptime|4711.20 9001.10
+/proc/net/dev|Inter-|   Receive  |  Transmit
+/proc/net/arp|IP address  HW type  Flags  HW address  Mask  Device
+/proc/net/tcp|  sl  local_address rem_address   st
+/proc/net/udp|  sl  local_address rem_address   st
+/proc/net/unix|Num       RefCount Protocol Flags
+/proc/zorvhal/board|bomrev=2e8ff
+/proc/zorvhal/status/IsDefault|false
+/tmp/system.cfg|mgmt.kelo.env=prod
+/run/ntp.ready|
+/var/log/messages|
+/run/ipready.br0|192.0.2.1
+/usr/etc/.version|6.6.55
+/usr/etc/.build|15189
+/usr/lib/build.properties|scm_reftype=atag
+/etc/ssl/certs/ca-certificates.crt|-----BEGIN CERTIFICATE-----
+END
+    printf '%s\n' vendorid=1f3d systemid=7e8b serialno=02a0f3000007 eth0.macaddr=02:a0:f3:00:00:07 \
+        boardrevision=3 >/proc/zorvhal/system.info
+    printf '%s\n' pluvo.key=000102030405060708090a0b0c0d0e0f pluvo.mcip=239.255.90.90 \
+        >/run/zorv_protocol.info
+    program /etc/syswrapper.sh cat
+    program /usr/local/bin/syswrapper.sh
+    program /usr/local/bin/logread
+    program /usr/local/bin/oopsdump 'test -e /tmp/oops'
+}
+
+# make_bridge: br0 at 192.0.2.1/24 with the port eth0, whose other end is far0, up and forwarding.
+make_bridge() {
+    ip link add br0 address 02:a0:f1:00:00:01 type bridge
+    ip addr add 192.0.2.1/24 dev br0
+    ip link add eth0 address 02:a0:f1:00:00:10 type veth peer name far0
+    ip link set eth0 master br0
+    for name in eth0 far0 br0; do
+        ip link set "$name" up
+    done
+    until bridge link show dev eth0 | grep -q 'state forwarding'; do :; done
+}
+
+# hurry COMMAND...: runs it, and all it starts, with a sleep() that takes no time.
+hurry() {
+    LD_PRELOAD=$build/tests/tools/libhurry.so \
+        ASAN_OPTIONS=$ASAN_OPTIONS:verify_asan_link_order=0 "$@"
+}
+
+# requests: the requests that the cloud host received since the last call, without most headers.
+requests() {
+    for name in cloud/received/*; do
+        [ -e "$name" ] || return 0
+        tr -d '\r' <"$name" | grep -av '^\(Host\|User-Agent\|Accept\|Content-.*\|Expect\): '
+        echo
+        rm "$name"
+    done
+}
+
+# add_log NAME DAYS [META [finished]]: a log of ten bytes as the library leaves it, an hour short of
+# that many days old.
+add_log() {
+    store=/etc/persistent/isolation_logs
+    mkdir -p $store/meta ${store}_sent
+    printf 0123456789 >"$store/$1"
+    touch -d "@$(($(date +%s) - $2 * 86400 + 3600))" "$store/$1"
+    [ -z "$3" ] || echo "{\"filename\":\"$1\",\"payload\":{},$3}" >"$store/meta/$1"
+    [ -z "$4" ] || : >"${store}_sent/$1"
+}
+
+# crash_unit: the tools that crash reports are made with; the gates are open.
+crash_unit() {
+    whole_unit
+    echo wireless.1.passphrase=very-private >/tmp/system.cfg
+    program /usr/local/bin/syswrapper.sh '[ "$1" != save-config ] || echo saved >>/tmp/work/saves
+        sed "s/passphrase=[^ ]*/passphrase=*/"'
+    program /usr/local/bin/oopsdump 'case $1 in
+        -e) test -s /run/oops ;;
+        -c) : >/run/oops ;;
+        *) cat /run/oops ;;
+        esac'
+}
+
+# terminal: has the device lend terminals.
+terminal() {
+    mkdir /dev/pts
+    mount -t devpts -o newinstance,ptmxmode=0666 devpts /dev/pts
+    rm -f /dev/ptmx
+    ln -s pts/ptmx /dev/ptmx
+}

@@ -1,0 +1,84 @@
+# crash prune: the oldest of the logs that are done with, and none that is in work.
+$ crash_unit; kernel_proc; delivered='"sent_to_analytics":true,"sent_to_net":true'
+$ unfinished='"sent_to_analytics":true' waiting='"sent_to_analytics":false,"send_attempts":2'
+$ add_log a.tgz 9 "$delivered,\"send_attempts\":5" finished; add_log b.tgz 8 $delivered finished
+$ add_log c.tgz 1 $delivered finished; add_log d.tgz 20 $unfinished
+$ add_log e.tgz 30 $waiting finished; add_log f.tgz 30 $waiting; find /etc/persistent >before
+$ while read -r options; do
+>   zorvctl crash prune --dry-run $options | tail -n +2; done <<END
+> --keep 2
+> --keep 0
+> --keep 2 --unfinished
+> --max-age 8
+> --max-age 7
+> --max-size 41
+> --max-size 40
+> END
+a.tgz    10  given-up
+1 of 6 logs, 10 bytes, would go
+1 kept for the local management, which has not finished them
+a.tgz    10  given-up
+b.tgz    10  delivered
+c.tgz    10  delivered
+3 of 6 logs, 30 bytes, would go
+1 kept for the local management, which has not finished them
+d.tgz    10  delivered
+a.tgz    10  given-up
+2 of 6 logs, 20 bytes, would go
+a.tgz    10  given-up
+1 of 6 logs, 10 bytes, would go
+1 kept for the local management, which has not finished them
+a.tgz    10  given-up
+b.tgz    10  delivered
+2 of 6 logs, 20 bytes, would go
+1 kept for the local management, which has not finished them
+a.tgz    10  given-up
+b.tgz    10  delivered
+2 of 6 logs, 20 bytes, would go
+1 kept for the local management, which has not finished them
+a.tgz    10  given-up
+b.tgz    10  delivered
+2 of 6 logs, 20 bytes, would go
+1 kept for the local management, which has not finished them
+$ find /etc/persistent | diff before -; ls saves
+ls: cannot access 'saves': No such file or directory
+[2]
+$ zorvctl crash prune --keep 1
+NAME   SIZE  STATE
+a.tgz    10  given-up
+b.tgz    10  delivered
+2 of 6 logs, 20 bytes removed
+1 kept for the local management, which has not finished them
+$ zorvctl crash prune --keep 1 --json; cat saves # flash is not written for nothing
+{"removed":[],"dry_run":false,"size":0,"in_work":0,"unfinished":1}
+saved
+$ zorvctl crash prune --keep 0 --unfinished >said; cd /etc/persistent; find . -type f | sort | xargs
+./isolation_logs/e.tgz ./isolation_logs/f.tgz ./isolation_logs/meta/e.tgz ./isolation_logs/meta/f.tgz ./isolation_logs_sent/e.tgz
+$ rm -r isolation*; cd /tmp/work; add_log a.tgz 2 $delivered finished; add_log b.tgz 1 $delivered finished
+$ add_log killed.tgz 1 $delivered finished; rm $store/killed.tgz # by a prune that was killed
+$ flock $store/meta/a.tgz zorvctl crash prune --keep 0 --json; cd $store; find .. -type f | sort | xargs
+{"removed":[{"name":"b.tgz","size":10,"state":"delivered","attempts":0,"sent_to_net":true,"marker":true}],"dry_run":false,"size":10,"in_work":1,"unfinished":0}
+../isolation_logs/a.tgz ../isolation_logs/meta/a.tgz ../isolation_logs_sent/a.tgz
+$ cd /tmp/work; add_log c.tgz 0 $unfinished; exec 7<$store # a walk that has read the names
+$ hurry zorvctl crash prune --keep 0 --unfinished 7<&-; ls $store
+zorvctl: /etc/persistent/isolation_logs/: in use by another process
+a.tgz
+c.tgz
+meta
+$ exec 7<&-; zorvctl crash prune --keep 0 --unfinished; find /etc/persistent -type f
+NAME   SIZE  STATE
+a.tgz    10  delivered
+c.tgz    10  delivered
+2 of 2 logs, 20 bytes removed
+$ cloud <<END
+> site crash.zorv.example
+> answer POST * 200
+> END
+$ for i in $(seq 30); do add_log done-$i $i $unfinished; done
+$ for i in $(seq 10); do echo "text $i" >log.txt; tar -czf $store/new-$i.tgz log.txt; done
+$ for verb in deliver deliver 'prune --keep 5 --unfinished' 'prune --keep 3 --unfinished' deliver; do
+>   zorvctl crash $verb >said 2>&1 & processes="$processes $!"; done; wait $processes
+$ zorvctl crash prune --keep 2 --unfinished | tail -1
+13 of 15 logs, 1040 bytes removed
+$ requests | grep -o 'text [0-9]*' | sort -V | xargs
+text 1 text 2 text 3 text 4 text 5 text 6 text 7 text 8 text 9 text 10
