@@ -29,7 +29,7 @@ Lines lines_of(const std::string &text)
 
 bool line_fits(const std::string &line, const std::string &shown)
 {
-    std::string pattern = std::regex_replace(shown, std::regex(R"([][*?\\])"), R"(\$&)");
+    std::string pattern = std::regex_replace(shown, std::regex(R"([\[\]*?\\])"), R"(\$&)");
     pattern = std::regex_replace(pattern, std::regex(R"(\.\.\.)"), "*");
     return fnmatch(pattern.c_str(), line.c_str(), 0) == 0;
 }

@@ -1,6 +1,6 @@
 # What the shells offer behind a word of the command line: the program's own words.
-$ cat >offer.bash <<'END'
-> . $source/tools/zorvctl/completions/zorvctl.bash
+$ ln -s /proc/self/fd /dev/fd; cp $source/tools/zorvctl/completions/* .; cat >offer.bash <<'END'
+> . ./zorvctl.bash
 > COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
 > _zorvctl
 > echo "${COMPREPLY[*]-}"
@@ -9,29 +9,18 @@ $ cat >offer.zsh <<'END' # _describe would match the word itself; here it prints
 > _describe() { local -a names=(${${(P)2}%%:*}); print -r -- ${(M)names:#$words[CURRENT]*}; }
 > _files() { print }
 > words=("$@") CURRENT=$#
-> . $source/tools/zorvctl/completions/_zorvctl
+> . ./_zorvctl
 > END
-$ ln -s /proc/self/fd /dev/fd; export source
-$ while read -r words; do
->   bash offer.bash zorvctl $words >offered; echo "$words: $(cat offered)"
->   ! command -v zsh >/dev/null || zsh -f offer.zsh zorvctl $words | diff - offered
-> done <<END
-> cf
-> cfg ge
-> cfg li
-> --json -v cfg co
-> cfg get --esc
-> cfg list file.cfg dev. --ex
-> hash cf
-> exec run -- --he
-> no-such-family ge
-> END
+$ offer() { echo "$@:" $(bash offer.bash zorvctl "$@" | tee offered)
+>   ! command -v zsh >/dev/null || zsh -f offer.zsh zorvctl "$@" | diff offered -; }
+$ offer cf; offer cfg ge; offer cfg li; offer --json -v cfg co; offer cfg get --esc; offer cfg list a.cfg dev. --ex
 cf: cfg
 cfg ge: get
 cfg li: list lint
 --json -v cfg co: count
 cfg get --esc: --escaped
-cfg list file.cfg dev. --ex: --exact
-hash cf: 
-exec run -- --he: 
-no-such-family ge: 
+cfg list a.cfg dev. --ex: --exact
+$ offer hash cf; offer exec run -- --he; offer no-such-family ge
+hash cf:
+exec run -- --he:
+no-such-family ge:

@@ -1,47 +1,28 @@
 # crash: the store of logs.
-$ crash_unit; delivered='"sent_to_analytics":true,"sent_to_net":true'
-$ zorvctl crash logs; zorvctl crash logs --json; ls /etc/persistent
+$ crash_unit; zorvctl crash logs; zorvctl crash logs --json; zorvctl crash deliver; ls /etc/persistent
 {"store":"/etc/persistent/isolation_logs/","size":0,"logs":[]}
-cfg
-$ zorvctl crash deliver
 no log to deliver
-$ zorvctl crash next
-zorvctl: no log for the local management
-[1]
-$ add_log a.tgz 0 $delivered finished; add_log b.tgz 0 '"sent_to_analytics":true'
-$ add_log c.tgz 0 "$delivered,\"send_attempts\":5" finished; add_log d.tgz 0 '"send_attempts":2'
-$ add_log e.tgz 0; add_log f.tgz 0; printf '{"filename": "f.t' >$store/meta/f.tgz # a disk was full
-$ add_log g.tgz 0; echo {} >$store/meta/g.tgz; mkfifo $store/pipe.tgz $store/meta/gone.tgz
+cfg
+$ delivered='"sent_to_analytics":true,"sent_to_net":true'; add_log a.tgz 0 $delivered finished
+$ add_log b.tgz 0 '"sent_to_analytics":true'; add_log c.tgz 0 "${delivered%,*},\"send_attempts\":5" finished
+$ add_log d.tgz 0 '"send_attempts":2'; add_log e.tgz 0; printf '{"filename": "e.t' >$store/meta/e.tgz
+$ add_log f.tgz 0; echo {} >$store/meta/f.tgz; mkfifo $store/pipe.tgz $store/meta/gone.tgz
 $ zorvctl crash logs
 NAME   SIZE  STATE       ATTEMPTS  SENT TO NET  MARKER
 a.tgz    10  delivered          0  yes          yes
 b.tgz    10  delivered          0  no           no
-c.tgz    10  given-up           5  yes          yes
+c.tgz    10  given-up           5  no           yes
 d.tgz    10  prepared           2  no           no
 e.tgz    10  new                0  no           no
-f.tgz    10  new                0  no           no
-g.tgz    10  no-payload         0  no           no
+f.tgz    10  no-payload         0  no           no
 $ zorvctl crash logs --json
-{"store":"/etc/persistent/isolation_logs/","size":70,"logs":[{"name":"a.tgz","size":10,"state":"delivered","attempts":0,"sent_to_net":true,"marker":true},{"name":"b.tgz","size":10,"state":"delivered","attempts":0,"sent_to_net":false,"marker":false},{"name":"c.tgz","size":10,"state":"given-up","attempts":5,"sent_to_net":true,"marker":true},{"name":"d.tgz","size":10,"state":"prepared","attempts":2,"sent_to_net":false,"marker":false},{"name":"e.tgz","size":10,"state":"new","attempts":0,"sent_to_net":false,"marker":false},{"name":"f.tgz","size":10,"state":"new","attempts":0,"sent_to_net":false,"marker":false},{"name":"g.tgz","size":10,"state":"no-payload","attempts":0,"sent_to_net":false,"marker":false}]}
+{"store":"/etc/persistent/isolation_logs/","size":60,"logs":[{"name":"a.tgz","size":10,"state":"delivered","attempts":0,"sent_to_net":true,"marker":true},{"name":"b.tgz","size":10,"state":"delivered","attempts":0,"sent_to_net":false,"marker":false},{"name":"c.tgz","size":10,"state":"given-up","attempts":5,"sent_to_net":false,"marker":true},{"name":"d.tgz","size":10,"state":"prepared","attempts":2,"sent_to_net":false,"marker":false},{"name":"e.tgz","size":10,"state":"new","attempts":0,"sent_to_net":false,"marker":false},{"name":"f.tgz","size":10,"state":"no-payload","attempts":0,"sent_to_net":false,"marker":false}]}
 
 $ pack() { echo "$2" >log.txt; mkdir -p $store; tar -czf $store/$1 log.txt; }
 $ rm -r $store*; pack a.tgz broken; zorvctl crash next --file out; cmp out $store/a.tgz
 {
   "filename": "a.tgz",
-  "sent_to_analytics": false,
-  "payload": {
-    "product_line": "network",
-    "kernel_version": "6.18.44-fc-v657",
-    "architecture": "x86_64",
-    "bomrev": "3",
-    "manufacturer_id": "0",
-    "model": "TARN-Console",
-    "version": "6.6.55.15189",
-    "is_default": false,
-    "uptime": 2164,
-    "boot_time": 1795311528,
-    "controller_version": "unknown",
-    "system_time": "2026-11-22T02:14:52",
+...
     "type": "vwire_disconnect",
     "uplink_model": "unknown"
   }
@@ -70,25 +51,19 @@ $ : >/run/ntp.ready; cloud <<END
 > answer POST /v1/crash holding broken 500
 > answer POST * 200
 > END
-$ zorvctl crash deliver --uplink QX-4 | sort
-zorvctl[88]: [error] crash.send_vwire_disconnect_log(): Recording vwire_disconnect log a.tgz failed
+$ zorvctl crash deliver --uplink QX-4 2>&1 | sort; requests | grep -o '"uplink_model":[^,]*'
 
 a.tgz  failed, attempt 1 of 5
 b.tgz  delivered
-$ requests | grep -o '"uplink_model":[^,]*'
+zorvctl[...]: [error] crash.send_vwire_disconnect_log(): Recording vwire_disconnect log a.tgz failed
 "uplink_model":"QX-4"
 "uplink_model":"QX-4"
-$ rm $store/b.tgz; sed -i 's/"send_attempts": 1/"send_attempts":4/' $store/meta/a.tgz; zorvctl crash deliver --json
-{"logs":[{"name":"a.tgz","result":"given-up","attempts":5}],"counts":{"delivered":0,"failed":0,"given-up":1,"passed-over":0}}
+$ rm $store/b.tgz; sed -i 's/"send_attempts": *1/"send_attempts":4/' $store/meta/a.tgz; zorvctl crash deliver
+a.tgz  given up after 5 attempts
 [5]
-$ rm $store/a.tgz; add_log none.tgz 0; echo {} >$store/meta/none.tgz; zorvctl crash deliver
-zorvctl[133]: [error] crash.prepare_crash_log_meta(): Failed to generate vwire_disconnect meta: No data available
-none.tgz  passed over
-[5]
-$ rm $store/none.tgz; pack c.tgz whole; : >$store/meta/c.tgz; exec 7<$store/meta/c.tgz; flock 7
+$ rm $store/a.tgz; pack c.tgz whole; : >$store/meta/c.tgz; exec 7<$store/meta/c.tgz; flock 7
 $ hurry zorvctl crash deliver --json # in work elsewhere
 {"logs":[{"name":"c.tgz","result":"passed-over","attempts":0}],"counts":{"delivered":0,"failed":0,"given-up":0,"passed-over":1}}
 [5]
-$ exec 7<&-; terminal; pack d.tgz whole; script -qec 'zorvctl crash deliver' /dev/null | cat -v
-^M^[[K[  ] 0/2 d.tgz^M^[[Kd.tgz  delivered^M
-^M^[[K[=>] 1/2 ^M^[[K[=>] 1/2 c.tgz^M^[[Kc.tgz  delivered^M
+$ exec 7<&-; terminal; script -qec 'zorvctl crash deliver' /dev/null | cat -v
+^M^[[K...0/1 c.tgz^M^[[Kc.tgz  delivered^M

@@ -1,11 +1,11 @@
 # crash prune: the oldest of the logs that are done with, and none that is in work.
-$ crash_unit; kernel_proc; delivered='"sent_to_analytics":true,"sent_to_net":true'
-$ unfinished='"sent_to_analytics":true' waiting='"sent_to_analytics":false,"send_attempts":2'
+$ crash_unit; kernel_proc; unfinished='"sent_to_analytics":true' delivered="$unfinished,\"sent_to_net\":true"
 $ add_log a.tgz 9 "$delivered,\"send_attempts\":5" finished; add_log b.tgz 8 $delivered finished
 $ add_log c.tgz 1 $delivered finished; add_log d.tgz 20 $unfinished
-$ add_log e.tgz 30 $waiting finished; add_log f.tgz 30 $waiting; find /etc/persistent >before
+$ add_log e.tgz 30 '"send_attempts":2' finished; add_log f.tgz 30 '"send_attempts":2'
+$ files() { find /etc/persistent -type f | cut -d / -f 4- | sort | xargs; }; files >before
 $ while read -r options; do
->   zorvctl crash prune --dry-run $options | tail -n +2; done <<END
+>   echo "$options:" $(zorvctl crash prune --dry-run --json $options | grep -o '[a-z]*.tgz'); done <<END
 > --keep 2
 > --keep 0
 > --keep 2 --unfinished
@@ -14,62 +14,38 @@ $ while read -r options; do
 > --max-size 41
 > --max-size 40
 > END
-a.tgz    10  given-up
-1 of 6 logs, 10 bytes, would go
-1 kept for the local management, which has not finished them
-a.tgz    10  given-up
-b.tgz    10  delivered
-c.tgz    10  delivered
-3 of 6 logs, 30 bytes, would go
-1 kept for the local management, which has not finished them
-d.tgz    10  delivered
-a.tgz    10  given-up
-2 of 6 logs, 20 bytes, would go
-a.tgz    10  given-up
-1 of 6 logs, 10 bytes, would go
-1 kept for the local management, which has not finished them
-a.tgz    10  given-up
-b.tgz    10  delivered
-2 of 6 logs, 20 bytes, would go
-1 kept for the local management, which has not finished them
-a.tgz    10  given-up
-b.tgz    10  delivered
-2 of 6 logs, 20 bytes, would go
-1 kept for the local management, which has not finished them
-a.tgz    10  given-up
-b.tgz    10  delivered
-2 of 6 logs, 20 bytes, would go
-1 kept for the local management, which has not finished them
-$ find /etc/persistent | diff before -; ls saves
+--keep 2: a.tgz
+--keep 0: a.tgz b.tgz c.tgz
+--keep 2 --unfinished: d.tgz a.tgz
+--max-age 8: a.tgz
+--max-age 7: a.tgz b.tgz
+--max-size 41: a.tgz b.tgz
+--max-size 40: a.tgz b.tgz
+$ files | cmp - before; ls saves
 ls: cannot access 'saves': No such file or directory
 [2]
-$ zorvctl crash prune --keep 1
+$ zorvctl crash prune --keep 1; zorvctl crash prune --keep 1 --json; cat saves # once: flash wears out
 NAME   SIZE  STATE
 a.tgz    10  given-up
 b.tgz    10  delivered
 2 of 6 logs, 20 bytes removed
 1 kept for the local management, which has not finished them
-$ zorvctl crash prune --keep 1 --json; cat saves # flash is not written for nothing
 {"removed":[],"dry_run":false,"size":0,"in_work":0,"unfinished":1}
 saved
-$ zorvctl crash prune --keep 0 --unfinished >said; cd /etc/persistent; find . -type f | sort | xargs
-./isolation_logs/e.tgz ./isolation_logs/f.tgz ./isolation_logs/meta/e.tgz ./isolation_logs/meta/f.tgz ./isolation_logs_sent/e.tgz
-$ rm -r isolation*; cd /tmp/work; add_log a.tgz 2 $delivered finished; add_log b.tgz 1 $delivered finished
+$ zorvctl crash prune --keep 0 --unfinished >said; files
+isolation_logs/e.tgz isolation_logs/f.tgz isolation_logs/meta/e.tgz isolation_logs/meta/f.tgz isolation_logs_sent/e.tgz
+$ rm -r $store*; add_log a.tgz 2 $delivered finished; add_log b.tgz 1 $delivered finished
 $ add_log killed.tgz 1 $delivered finished; rm $store/killed.tgz # by a prune that was killed
-$ flock $store/meta/a.tgz zorvctl crash prune --keep 0 --json; cd $store; find .. -type f | sort | xargs
+$ flock $store/meta/a.tgz zorvctl crash prune --keep 0 --json; files
 {"removed":[{"name":"b.tgz","size":10,"state":"delivered","attempts":0,"sent_to_net":true,"marker":true}],"dry_run":false,"size":10,"in_work":1,"unfinished":0}
-../isolation_logs/a.tgz ../isolation_logs/meta/a.tgz ../isolation_logs_sent/a.tgz
-$ cd /tmp/work; add_log c.tgz 0 $unfinished; exec 7<$store # a walk that has read the names
-$ hurry zorvctl crash prune --keep 0 --unfinished 7<&-; ls $store
+isolation_logs/a.tgz isolation_logs/meta/a.tgz isolation_logs_sent/a.tgz
+$ add_log c.tgz 0 $unfinished; exec 7<$store # a walk that has read the names
+$ hurry zorvctl crash prune --keep 0 --unfinished 7<&-
 zorvctl: /etc/persistent/isolation_logs/: in use by another process
-a.tgz
-c.tgz
-meta
-$ exec 7<&-; zorvctl crash prune --keep 0 --unfinished; find /etc/persistent -type f
-NAME   SIZE  STATE
-a.tgz    10  delivered
-c.tgz    10  delivered
-2 of 2 logs, 20 bytes removed
+[4]
+$ files; exec 7<&-; zorvctl crash prune --keep 0 --unfinished >said; find /etc/persistent -type f
+isolation_logs/a.tgz isolation_logs/c.tgz isolation_logs/meta/a.tgz isolation_logs/meta/c.tgz isolation_logs_sent/a.tgz
+
 $ cloud <<END
 > site crash.zorv.example
 > answer POST * 200
@@ -78,7 +54,6 @@ $ for i in $(seq 30); do add_log done-$i $i $unfinished; done
 $ for i in $(seq 10); do echo "text $i" >log.txt; tar -czf $store/new-$i.tgz log.txt; done
 $ for verb in deliver deliver 'prune --keep 5 --unfinished' 'prune --keep 3 --unfinished' deliver; do
 >   zorvctl crash $verb >said 2>&1 & processes="$processes $!"; done; wait $processes
-$ zorvctl crash prune --keep 2 --unfinished | tail -1
-13 of 15 logs, 1040 bytes removed
-$ requests | grep -o 'text [0-9]*' | sort -V | xargs
+$ zorvctl crash prune --keep 2 --unfinished >said; files | wc -w; requests | grep -o 'text [0-9]*' | sort -V | xargs
+4
 text 1 text 2 text 3 text 4 text 5 text 6 text 7 text 8 text 9 text 10

@@ -87,7 +87,6 @@ requests() {
     for name in cloud/received/*; do
         [ -e "$name" ] || return 0
         tr -d '\r' <"$name" | grep -av '^\(Host\|User-Agent\|Accept\|Content-.*\|Expect\): '
-        echo
         rm "$name"
     done
 }
