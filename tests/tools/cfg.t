@@ -1,9 +1,8 @@
 # cfg: the questions.
 $ cp $source/examples/system.cfg a.cfg; zorvctl cfg get a.cfg WIRELESS.3.ssid
 handsets
-$ zorvctl cfg get a.cfg wireless.1.passphrase --escaped
+$ zorvctl cfg get a.cfg wireless.1.passphrase --escaped; zorvctl cfg get a.cfg led.night.begin --int --json
 correct horse \"battery\" \$taple
-$ zorvctl cfg get a.cfg led.night.begin --int --json
 {"key":"led.night.begin","found":true,"value":22}
 $ zorvctl cfg get a.cfg nothing --uint --default 0x10; zorvctl cfg get a.cfg nothing --default '' --json
 16
@@ -19,30 +18,19 @@ $ zorvctl cfg list a.cfg MISC.RACK --exact --json; zorvctl cfg list a.cfg nothin
 {"entries":[{"key":"misc.rack","value":"E2-07"}]}
 {"entries":[]}
 [1]
-$ for option in '' vlan.1 'vlan.1.id --exact' 'vlan. --section --postfix .id --value 20' nothing; do
->   zorvctl cfg count a.cfg $option; done; zorvctl cfg count a.cfg --json
-265
-16
-1
-2
-0
-{"count":265}
-$ zorvctl cfg section a.cfg ntp. --postfix .status --enabled
-KEY           VALUE
-ntp.1.status  enabled
-ntp.2.status  enabled
-
+$ zorvctl cfg section a.cfg ntp. --postfix .status --enabled --json
+{"entries":[{"key":"ntp.1.status","value":"enabled"},{"key":"ntp.2.status","value":"enabled"}]}
+$ for option in vlan.1 'vlan.1.id --exact' 'vlan. --section --postfix .id --value 20' --json; do
+>   zorvctl cfg count a.cfg $option; done | xargs
+16 1 2 {count:265}
 $ printf 'a=1\nb=1\nc=1\na.comment=x\n' >old.cfg; printf 'd=\nC=2\nA=1\na.comment=y\n' >new.cfg
-$ zorvctl cfg diff old.cfg new.cfg; zorvctl cfg diff old.cfg old.cfg --json
+$ zorvctl cfg diff old.cfg old.cfg --json; zorvctl cfg diff old.cfg new.cfg
+{"changes":[]}
 CHANGE   KEY  OLD  NEW
 added    d    -
 changed  C    1    2
 removed  b    1    -
-{"changes":[]}
-$ zorvctl cfg diff old.cfg new.cfg --json
-{"changes":[{"key":"d","change":"added","old":null,"new":""},{"key":"C","change":"changed","old":"1","new":"2"},{"key":"b","change":"removed","old":"1","new":null}]}
 [1]
-
 $ printf 'a=1\r\n\rb=2\nnothing\nA=2\n c =1\n=2\n # d = 3\ne=1\0 2\n# misc\na=4\nf=5' >odd.cfg
 $ zorvctl cfg lint odd.cfg
 LINE  KIND              MESSAGE
@@ -59,9 +47,7 @@ LINE  KIND              MESSAGE
   11  no-newline        the last line has no newline: a value loses its last byte
 the misc region begins at line 9
 [1]
-$ printf 'a=1\n# miscellany\n\n  \nb' >odd.cfg; zorvctl cfg lint odd.cfg --json
-{"file":"odd.cfg","lines":5,"findings":[{"line":5,"kind":"no-newline","message":"the last line has no newline: a value loses its last byte"},{"line":5,"kind":"no-equals","message":"a line without \"=\" is skipped"}],"misc_line":2}
-[1]
-$ echo a=1 >good.cfg; zorvctl cfg lint good.cfg; zorvctl cfg lint good.cfg --json
+$ printf 'a=1\n# miscellany\n\n  \nb=1' >odd.cfg; zorvctl cfg lint old.cfg; zorvctl cfg lint odd.cfg --json
 no misc region
-{"file":"good.cfg","lines":1,"findings":[],"misc_line":null}
+{"file":"odd.cfg","lines":5,"findings":[{"line":5,"kind":"no-newline","message":"the last line has no newline: a value loses its last byte"}],"misc_line":2}
+[1]
