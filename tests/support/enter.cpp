@@ -156,6 +156,9 @@ void expose_profile()
         return;
     fs::create_directories(path);
     check(mount(on_host(path).c_str(), path, nullptr, MS_BIND, nullptr), path);
+    mount_attr attributes = {}; // it may lie in what is read-only
+    attributes.attr_clr = MOUNT_ATTR_RDONLY;
+    syscall(SYS_mount_setattr, AT_FDCWD, path, 0, &attributes, sizeof attributes);
 }
 
 void make_folders()
@@ -212,8 +215,8 @@ void make_device()
     make_root();
     make_folders();
     make_nodes();
-    expose_profile();
     make_read_only();
+    expose_profile();
     mount_at("proc", "/proc");
     mount_at("tmpfs", "/proc", "mode=755");
     mount_at("tmpfs", "/sys", "mode=755");
