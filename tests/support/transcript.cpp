@@ -47,8 +47,6 @@ bool fits(const Lines &lines, const Lines &shown, size_t line = 0, size_t at = 0
 // What a step has printed, as a transcript has it.
 std::string result(size_t step)
 {
-    if (!Device::exists(printed(step) + ".status"))
-        return "(the shell ended before)\n";
     const std::string text = Device::read(printed(step));
     const std::string status = Device::read(printed(step) + ".status");
     return text + (text.empty() || text.ends_with('\n') ? "" : "\\\n") + status;
@@ -99,6 +97,10 @@ void run_steps(const std::string &file, const std::vector<Step> &steps, const st
     const auto outcome = Device::run("exec sh " + printed(steps.size()) + " </dev/null");
     EXPECT_EQ(outcome.output + outcome.errors, "") << "before the first command of " << file;
     for (size_t i = 0; i < steps.size(); ++i) {
+        if (!Device::exists(printed(i) + ".status")) {
+            ADD_FAILURE_AT(file.c_str(), steps[i].line) << "the shell has ended before";
+            break;
+        }
         const std::string text = result(i);
         if (!fits(lines_of(text), steps[i].shown))
             ADD_FAILURE_AT(file.c_str(), steps[i].line)

@@ -35,7 +35,7 @@ zorvctl: /tmp/work/shut/: another process is changing a file there
 [4]
 $ humbly() { setpriv --bounding-set=-all --inh-caps=-all "$@"; } # without root's powers, for good
 $ chmod 555 .; humbly zorvctl cfg apply --set a=2 a.cfg; chmod 755 .; chmod 444 a.cfg
-zorvctl: /tmp/work/shut/a.cfg.8d6Y2y: Permission denied
+zorvctl: /tmp/work/shut/a.cfg...: Permission denied
 $ humbly zorvctl cfg apply --set a=2 a.cfg; mount --bind . .; mount -o remount,bind,ro "$PWD"; cd "$PWD"
 zorvctl: a.cfg: Permission denied
 $ zorvctl cfg apply --set a=2 a.cfg; ls -A; cat a.cfg; cd ..

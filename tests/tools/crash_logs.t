@@ -4,29 +4,21 @@ $ crash_unit; zorvctl crash logs; zorvctl crash logs --json; zorvctl crash deliv
 no log to deliver
 cfg
 $ delivered='"sent_to_analytics":true,"sent_to_net":true'; add_log a.tgz 0 $delivered finished
-$ add_log b.tgz 0 '"sent_to_analytics":true'; add_log c.tgz 0 "${delivered%,*},\"send_attempts\":5" finished
+$ add_log b.tgz 0 '"sent_to_analytics":true'; add_log c.tgz 0 '"sent_to_analytics":true,"send_attempts":5'
 $ add_log d.tgz 0 '"send_attempts":2'; add_log e.tgz 0; printf '{"filename": "e.t' >$store/meta/e.tgz
 $ add_log f.tgz 0; echo {} >$store/meta/f.tgz; mkfifo $store/pipe.tgz $store/meta/gone.tgz
-$ zorvctl crash logs
+$ zorvctl crash logs; zorvctl crash logs --json | cut -c -160
 NAME   SIZE  STATE       ATTEMPTS  SENT TO NET  MARKER
 a.tgz    10  delivered          0  yes          yes
 b.tgz    10  delivered          0  no           no
-c.tgz    10  given-up           5  no           yes
+c.tgz    10  given-up           5  no           no
 d.tgz    10  prepared           2  no           no
 e.tgz    10  new                0  no           no
 f.tgz    10  no-payload         0  no           no
-$ zorvctl crash logs --json
-{"store":"/etc/persistent/isolation_logs/","size":60,"logs":[{"name":"a.tgz","size":10,"state":"delivered","attempts":0,"sent_to_net":true,"marker":true},{"name":"b.tgz","size":10,"state":"delivered","attempts":0,"sent_to_net":false,"marker":false},{"name":"c.tgz","size":10,"state":"given-up","attempts":5,"sent_to_net":false,"marker":true},{"name":"d.tgz","size":10,"state":"prepared","attempts":2,"sent_to_net":false,"marker":false},{"name":"e.tgz","size":10,"state":"new","attempts":0,"sent_to_net":false,"marker":false},{"name":"f.tgz","size":10,"state":"no-payload","attempts":0,"sent_to_net":false,"marker":false}]}
-
+{"store":"/etc/persistent/isolation_logs/","size":60,"logs":[{"name":"a.tgz","size":10,"state":"delivered","attempts":0,"sent_to_net":true,"marker":true},{"name
 $ pack() { echo "$2" >log.txt; mkdir -p $store; tar -czf $store/$1 log.txt; }
-$ rm -r $store*; pack a.tgz broken; zorvctl crash next --file out; cmp out $store/a.tgz
-{
-  "filename": "a.tgz",
-...
+$ rm -r $store*; pack a.tgz broken; zorvctl crash next --file out | grep type; cmp out $store/a.tgz
     "type": "vwire_disconnect",
-    "uplink_model": "unknown"
-  }
-}
 $ zorvctl crash next --file /none/out
 zorvctl: /none/out: No such file or directory
 [5]
@@ -35,13 +27,9 @@ finished a.tgz
 zorvctl: a.tgz: finished before
 saved
 saved
-$ zorvctl crash finish none.tgz --json
-{"error":{"code":"not-found","message":"none.tgz: no such log, or not to be had"}}
-[1]
 $ rm -r $store*; mkdir $store; ln -s /none $store/hidden.tgz; zorvctl crash next
 zorvctl: the first log cannot be read, and hides those behind it
 [5]
-
 $ rm $store/*.tgz; pack a.tgz broken; pack b.tgz whole; add_log done.tgz 0 $delivered finished
 $ rm /run/ntp.ready; zorvctl crash deliver
 zorvctl: /var/run/ntp.ready: the clock is not set: No such file or directory
@@ -51,11 +39,9 @@ $ : >/run/ntp.ready; cloud <<END
 > answer POST /v1/crash holding broken 500
 > answer POST * 200
 > END
-$ zorvctl crash deliver --uplink QX-4 2>&1 | sort; requests | grep -o '"uplink_model":[^,]*'
-
+$ zorvctl crash deliver --uplink QX-4 2>/dev/null | sort; requests | grep -o '"uplink_model":[^,]*'
 a.tgz  failed, attempt 1 of 5
 b.tgz  delivered
-zorvctl[...]: [error] crash.send_vwire_disconnect_log(): Recording vwire_disconnect log a.tgz failed
 "uplink_model":"QX-4"
 "uplink_model":"QX-4"
 $ rm $store/b.tgz; sed -i 's/"send_attempts": *1/"send_attempts":4/' $store/meta/a.tgz; zorvctl crash deliver

@@ -14,34 +14,23 @@ $ while IFS='|' read -r path text finding; do # nothing but that is off
 > done <<'END'
 > $info|$serial$mac|$info systemid: missing (vendorid or systemid is not in it): no known board
 > $info|vendorid=1f3d\nsystemid=0bad\n$serial$mac|$info systemid: unfit (vendor 0x1f3d, system id 0x0bad: no
-> $info|${ids}serialno=02a0f3\nwifi0.macaddr=02:a0:f3:00:00:07\n|$info serialno: unfit (02a0f3: not 12
 > $info|$ids${serial}eth0.macaddr=02-a0\n|$info eth0.macaddr: unfit (02-a0: not a MAC address): the main MAC
-> /proc/zorvhal/board|none|/proc/zorvhal/board bomrev: missing (not there)
 > /proc/zorvhal/board|garbage\n|/proc/zorvhal/board bomrev: unfit (no bomrev in it)
-> /proc/zorvhal/status/IsDefault|maybe\n|$path: unfit (maybe: neither
 > /tmp/system.cfg|half a li|$path: unfit (no entries)
-> /etc/persistent/cfg/mgmt|#\n|$path: unfit (no entries): management keys
 > $site|pluvo.mcip=239.255.90.90\n|$site pluvo.key: missing (no such key): discovery does not start
 > $site|pluvo.key=0001\npluvo.mcip=239.255.90.90\n|$site pluvo.key: unfit (4 digits in place of 32): disc
 > $site|pluvo.key=z${key#*=0}pluvo.mcip=239.255.90.90\n|$site pluvo.key: unfit (not hexadecimal): disco
 > $site|${key}pluvo.mcip=192.0.2.9\n|$site pluvo.mcip: unfit (192.0.2.9: not a multicast
-> /var/run/ipready.br0||$path: unfit (empty): no crash report leaves the unit
 > /var/run/ipready.br0|0.0.0.0\n|$path: unfit (0.0.0.0: no address yet)
 > /var/run/system.analytics.mode|off\n|$path: unfit (no number): reports are anon
-> /var/run/system.internet|yes\n|$path: unfit (no digit)
 > /var/run/system.uplink_ifname|eth9\n|$path: unfit (eth9: no such interface)
 > /var/run/dhcpc.last_state|bind\n|$path: unfit (bind: no state of the DHCP
-> /var/run/guest/portal||$path: unfit (not a folder): no guest portals
 > /var/run/report|none|$path: missing (not there): the report lock
-> /usr/etc/.version|none|$path: missing (not there): the firmware
 > /usr/etc/.version|\001\n|$path: unfit (\\x01: not a version)
 > /usr/lib/build.properties||$path scm_reftype: unfit (no such key): no release
 > /etc/syswrapper.sh|none|$path: missing (nor in /usr/etc): no system
-> /etc/syswrapper.sh|#!/bin/sh\n|$path: unfit (/etc/syswrapper.sh: cannot be st
 > /usr/local/bin/syswrapper.sh|none|syswrapper.sh: missing (not on PATH): reports
-> /proc/meminfo||$path: unfit (empty): no memory statistics
 > /proc/net/tcp|garbage\n|$path: unfit (its first line lacks \"local_address\"): TCP sockets are unknown
-> /sys/class/net/br0|none|/sys/class/net/br0/bridge: missing (not there)
 > END
 $ chmod 000 /usr/etc/.build; setpriv --securebits +noroot zorvctl doctor | grep '^  .*Permission'
   /usr/etc/.build: unfit (Permission denied): the firmware's version is unknown.0; see: status, crash, trace

@@ -25,8 +25,8 @@ $ request get https://hidden.test/a --doh; request get https://cloud.test/none
 {"method":"GET","url":"https://cloud.test/none","status":404,"result":0,"name":"CURLE_OK","meaning":"No error","received":0,"kept":0,"resolver":"system","body":""}
 [1]
 $ request get https://cloud.test/a --doh --doh-fallback --trace | grep -o '"resolver.*'
-zorvctl[27]: [debug] curl_simple.curl_simple(): GET 'https://cloud.test/a' failed: [6] 
-"resolver":"doh","result":6,"name":"CURLE_COULDNT_RESOLVE_HOST","ms":125},{"resolver":"system","result":0,"name":"CURLE_OK","ms":18}],"method":"GET","url":"https://cloud.test/a","status":201,"result":0,"name":"CURLE_OK","meaning":"No error","received":10,"kept":10,"resolver":"system","body":"0123456789"}
+zorvctl[...]: [debug] curl_simple.curl_simple(): GET 'https://cloud.test/a' failed: [6] 
+"resolver":"doh","result":6,"name":"CURLE_COULDNT_RESOLVE_HOST","ms":...},{"resolver":"system","result":0,"name":"CURLE_OK","ms":...}],"method":"GET","url":"https://cloud.test/a","status":201,"result":0,"name":"CURLE_OK","meaning":"No error","received":10,"kept":10,"resolver":"system","body":"0123456789"}
 $ request get https://cloud.test/a --doh; request get https://expired.test/
 {"method":"GET","url":"https://cloud.test/a","status":0,"result":6,"name":"CURLE_COULDNT_RESOLVE_HOST","meaning":"Couldn't resolve host name","received":0,"kept":0,"resolver":null,"body":""}
 {"method":"GET","url":"https://expired.test/","status":0,"result":60,"name":"CURLE_PEER_FAILED_VERIFICATION","meaning":"SSL peer certificate or SSH remote key was not OK","received":0,"kept":0,"resolver":"system","body":""}

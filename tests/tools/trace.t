@@ -4,7 +4,7 @@ $ send() { zorvctl trace send radio 'café' --data '{"a":1}' --data @data \
 >   --source port=eth0 --meta 'k=v=w' --meta e= --timestamp 7 "$@"; }
 $ send --dry-run
 PUT https://trace.zorv.example/traces
-{"meta":{"timestamp":1795314591190,"type":"event","meta":{"model":"TARN-Console","version":"6.6.55.15189","board_rev":"3","manufacturer_id":"0","controller.version":"unknown","is_default":"false","mfg_week":"2005","anonymous_device_id":"0000000000000000"},"source":{}},"traces":[{"payload":{"contentType":"application/json","data":"{\"a\":1}"},"timestamp":7,"type":"café","namespace":"radio","source":{"port":"eth0"},"meta":{"k":"v=w","e":""}},{"payload":{"contentType":"application/json","data":"{\"b\":[2,3]}"},"timestamp":7,"type":"café","namespace":"radio","source":{"port":"eth0"},"meta":{"k":"v=w","e":""}}]}
+{"meta":{"timestamp":...,"type":"event","meta":{"model":"TARN-Console","version":"6.6.55.15189","board_rev":"3","manufacturer_id":"0","controller.version":"unknown","is_default":"false","mfg_week":"2005","anonymous_device_id":"0000000000000000"},"source":{}},"traces":[{"payload":{"contentType":"application/json","data":"{\"a\":1}"},"timestamp":7,"type":"café","namespace":"radio","source":{"port":"eth0"},"meta":{"k":"v=w","e":""}},{"payload":{"contentType":"application/json","data":"{\"b\":[2,3]}"},"timestamp":7,"type":"café","namespace":"radio","source":{"port":"eth0"},"meta":{"k":"v=w","e":""}}]}
 $ cloud <<END
 > site trace.zorv.example
 > answer PUT /traces 202
@@ -34,7 +34,7 @@ $ zorvctl trace send a b --json; rm /run/system.analytics.mode
 {"url":"https://trace.stage.zorv.example/traces","requests":[{"traces":1,"result":4,"name":"off"}]}
 $ braces=$(printf -- '--data {} %.0s' 1 2 3 4 5 6) # the sixth comes within a second of the fifth
 $ zorvctl -v trace send a b --each $braces --json
-zorvctl[47]: [warn ] trace.put_trace(): PUT 'https://trace.stage.zorv.example/traces' failed: [6] Couldn't resolve host name
+zorvctl[...]: [warn ] trace.put_trace(): PUT 'https://trace.stage.zorv.example/traces' failed: [6] Couldn't resolve host name
 {"url":"https://trace.stage.zorv.example/traces","requests":[{"traces":1,"result":1,"name":"failed"},{"traces":1,"result":1,"name":"failed"},{"traces":1,"result":1,"name":"failed"},{"traces":1,"result":1,"name":"failed"},{"traces":1,"result":1,"name":"failed"},{"traces":1,"result":2,"name":"back-off"}]}
 [4]
 $ printf 'system.analytics.status=enabled\nsystem.analytics.coredump=on\n' >a.cfg

@@ -74,7 +74,7 @@ $ zorvctl capture --max 4 yes | xargs; zorvctl capture --json --max 9 'seq 3; ex
 y y
 {"command":"seq 3; exit 3","output":"1\n2\n3\n","length":6,"full":false}
 $ (ulimit -n 4; ASAN_OPTIONS=detect_leaks=0 zorvctl capture true) # a pipe wants two
-zorvctl[62]: [error] libzorv_exec.popen_alloc_output(): open failed on 'true': Too many open files
+zorvctl[...]: [error] libzorv_exec.popen_alloc_output(): open failed on 'true': Too many open files
 zorvctl: true: cannot be started
 [5]
 $ : >/usr/etc/syswrapper.sh; zorvctl exec explain reload -- -f

@@ -14,6 +14,6 @@ $ zorvctl --json cfg get --help
 $ zorvctl --version
 zorvctl 1.0.0
 zorv_git_hash=<...>
-zorv_git_tag=<unreleased>
+zorv_git_tag=<...>
 $ zorvctl --json --version
-{"version":"1.0.0","git_hash":"...","git_tag":"unreleased"}
+{"version":"1.0.0","git_hash":"...","git_tag":"..."}
