@@ -2,7 +2,7 @@
 # the tree's and the build's folder in $source and $build.
 # shellcheck shell=sh
 PATH=$build/tools/zorvctl:$PATH
-mkdir /tmp/work
+mkdir -p /tmp/work
 cd /tmp/work || exit
 
 # kernel_proc: the kernel's own /proc, in place of one to fill.
@@ -28,13 +28,32 @@ program() {
     chmod +x "$1"
 }
 
-# whole_unit: what a unit has on which nothing is off.
-whole_unit() {
-    mkdir -p /proc/zorvhal/status /proc/net /run/guest /sys/class/net/br0/bridge /run/report \
-        /etc/persistent/cfg
+# put_files: writes files, from lines "PATH|TEXT", with the folders above them.
+put_files() {
     while IFS='|' read -r path text; do
-        printf '%s\n' "$text" >"$path"
-    done <<'END'
+        mkdir -p "${path%/*}"
+        printf '%b\n' "$text" >"$path"
+    done
+}
+
+# known_unit: an access point after set-up.
+known_unit() {
+    put_files <<'END'
+/proc/zorvhal/system.info|vendorid=1f3d\nsystemid=7e8b\nserialno=02a0f3000007\nboardrevision=3\neth0.macaddr=02:a0:f3:00:00:07
+/proc/zorvhal/board|bomrev=2e8ff
+/proc/zorvhal/status/IsDefault|false
+/run/zorv_protocol.info|pluvo.key=000102030405060708090a0b0c0d0e0f\npluvo.mcip=239.255.90.90
+/usr/etc/.version|6.6.55
+/usr/etc/.build|15189
+END
+    program /etc/syswrapper.sh cat
+}
+
+# whole_unit: one on which nothing is off.
+whole_unit() {
+    known_unit
+    mkdir -p /run/guest /run/report /sys/class/net/br0/bridge /etc/persistent/cfg
+    put_files <<'END'
 /proc/cpuinfo|processor	: 0
 /proc/meminfo|MemTotal:         246820 kB
 /proc/uptime|4711.20 9001.10
@@ -43,25 +62,16 @@ whole_unit() {
 /proc/net/tcp|  sl  local_address rem_address   st
 /proc/net/udp|  sl  local_address rem_address   st
 /proc/net/unix|Num       RefCount Protocol Flags
-/proc/zorvhal/board|bomrev=2e8ff
-/proc/zorvhal/status/IsDefault|false
 /tmp/system.cfg|mgmt.kelo.env=prod
 /run/ntp.ready|
-/var/log/messages|
 /run/ipready.br0|192.0.2.1
-/usr/etc/.version|6.6.55
-/usr/etc/.build|15189
+/var/log/messages|
 /usr/lib/build.properties|scm_reftype=atag
 /etc/ssl/certs/ca-certificates.crt|-----BEGIN CERTIFICATE-----
 END
-    printf '%s\n' vendorid=1f3d systemid=7e8b serialno=02a0f3000007 eth0.macaddr=02:a0:f3:00:00:07 \
-        boardrevision=3 >/proc/zorvhal/system.info
-    printf '%s\n' pluvo.key=000102030405060708090a0b0c0d0e0f pluvo.mcip=239.255.90.90 \
-        >/run/zorv_protocol.info
-    program /etc/syswrapper.sh cat
-    program /usr/local/bin/syswrapper.sh
-    program /usr/local/bin/logread
-    program /usr/local/bin/oopsdump 'test -e /tmp/oops'
+    for name in syswrapper.sh logread oopsdump; do
+        program "/usr/local/bin/$name" 'test -e /tmp/oops'
+    done
 }
 
 # make_bridge: br0 at 192.0.2.1/24 with the port eth0, whose other end is far0, up and forwarding.
@@ -119,6 +129,5 @@ crash_unit() {
 terminal() {
     mkdir /dev/pts
     mount -t devpts -o newinstance,ptmxmode=0666 devpts /dev/pts
-    rm -f /dev/ptmx
-    ln -s pts/ptmx /dev/ptmx
+    ln -sf pts/ptmx /dev/ptmx
 }

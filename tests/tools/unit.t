@@ -35,10 +35,8 @@ services            -                  /tmp/system.cfg                permission
 gateway             192.0.2.254        route netlink                  ok
 gateway_mac         -                  /proc/net/arp                  no complete entry
 {"sources":[{"fact":"version","value":"6.6.55.15189","source":"/usr/etc/.version, .build","state":"ok"},{"fact":"uptime","value":"1h18m31s","source":"/proc/uptime","state":"ok"},{"fact":"main_mac","value":"00:11:22:33:44:55","source":"/proc/zorvhal/system.info","state":"ok"},{"fact":"manufacturer","value":"0x0000","source":"/proc/zorvhal/system.info","state":"ok"},{"fact":"services","value":null,"source":"/tmp/system.cfg","state":"permissions 0777: taken for none"},{"fact":"environment","value":"production","source":"mgmt.kelo.env","state":"ok"},{"fact":"environment_in_use","value":"production","source":"build and mgmt.kelo.env.force","state":"ok"},{"fact":"internet","value":null,"source":"/var/run/system.internet","state":"No such file or directory"},{"fact":"dhcp_client","value":null,"source":"/var/run/dhcpc.last_state","state":"No such file or directory"},{"fact":"ssh","value":"does not listen","source":"/proc/net/tcp","state":"ok"},{"fact":"gateway","value":"192.0.2.254","source":"route netlink","state":"ok"},{"fact":"gateway_mac","value":null,"source":"/proc/net/arp","state":"no complete entry"},{"fact":"interface","value":null,"source":"/proc/net/dev","state":"No such file or directory"}]}
-$ kernel=/run/kernel-proc/$$/net; cp $kernel/dev /proc/net; zorvctl status br0 | tail -3 | cut -c -21
-speed               -                  ethtool                        the driver does not tell
-received            0 bytes            /proc/net/dev                  ok
-sent ... bytes          /proc/net/dev                  ok
+$ kernel=/run/kernel-proc/$$/net; cp $kernel/dev /proc/net; zorvctl status br0 | tail -3 | cut -d ' ' -f 1 | xargs
+speed received sent
 $ printf 'MemTotal: 3000 kB\nMemAvailable: 1000 kB\n' >/proc/meminfo; zorvctl mem | sed 3,25d; zorvctl mem --json
 MemTotal        3000
 MemFree         0
