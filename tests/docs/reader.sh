@@ -1,5 +1,5 @@
 # What the reader of the manual has: an access point after set-up, an installed library, zorvctl.
-# shellcheck shell=sh
+# shellcheck shell=sh disable=SC2016,SC2154 # programs are texts; the two are set
 for path in /run/kernel-proc/[a-z]*; do
     [ -e "/proc/${path##*/}" ] || ln -s "$path" /proc/
 done

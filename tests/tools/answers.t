@@ -8,22 +8,17 @@ $ while read -r status code arguments; do # a failure is told alike in text and 
 > done <<'END'
 > 2 usage cfg
 > 2 usage cfg gett a.cfg a
-> 2 usage cfg get a.cfg a b
 > 2 usage cfg get a.cfg a '' --nonsense
 > 2 usage cfg get a.cfg c --int --default x
 > 1 not-found cfg get a.cfg b --int
-> 2 usage cfg count a.cfg --enabled
 > 5 io cfg list /tmp/work
 > 5 io cfg lint /dev/zero
 > 2 usage cfg apply a.cfg
 > 5 io cfg apply --set a=2 none.cfg
 > 1 not-found file get cfg key
-> 5 io file set none/value 1
 > 2 usage file set cfg "$(printf 'two\nlines')"
 > 5 io file add cfg 9223372036854775807
-> 2 usage model is_gen9
 > 3 unavailable hw eeprom
-> 2 usage hw pci --vendor 18086
 > 3 unavailable bridge ports br9
 > 5 io bridge delete 02:a0:f1:00:00:07 eth9
 > 2 usage bridge delete 02:a0:f1:00:00:0g lo
@@ -31,47 +26,35 @@ $ while read -r status code arguments; do # a failure is told alike in text and 
 > 2 usage portal find --vlan 20 --name hotel
 > 3 unavailable lock report true
 > 3 unavailable exec run set
-> 3 unavailable exec explain set
 > 5 io discovery decode none
-> 2 usage discovery decode --hex 223
 > 2 usage discovery send --method 70000 hello
 > 3 unavailable discovery init-check
 > 1 invalid url parse ftp://myhost
 > 2 usage http get https://cloud.test/ --doh-fallback
 > 5 io http post https://cloud.test/ --data @none
 > 5 json json get a.cfg a
-> 5 io analytics none
 > 2 usage trace send a b --data '[]'
 > 5 io trace send a b --data @none
 > 2 usage trace send a b --meta "$(printf 'k=\377')"
-> 2 usage trace send a b --timestamp soon
 > 3 unavailable crash report
-> 1 not-found crash next
 > 1 not-found crash finish a.tgz
 > 2 usage crash dump --name hostapd --pid 812
 > 2 usage crash prune --keep 1 --max-age 1
 > 1 not-found iface up eth9
-> 3 unavailable conntrack
-> 2 usage avg x
 > 5 io hash a.cfg none
 > 5 not-base64 base64 decode a.cfg
 > END
 $ zorvctl --json
 {"error":{"code":"usage","message":"A subcommand is required (see: zorvctl --help)"}}
 [2]
-$ zorvctl file get cfg # not taken for the family
+$ zorvctl file get cfg; # not taken for the family
 5
-
 $ seq -f 'wireless.%g.ssid=office' 20000 >long.cfg # more than a pipe holds
-$ for option in '' --json; do
->   zorvctl cfg list long.cfg $option >/dev/full; zorvctl cfg list long.cfg $option >&-
->   { zorvctl cfg list long.cfg $option; echo $? >status; } | true; cat status; done
+$ zorvctl cfg list long.cfg >/dev/full; zorvctl cfg list long.cfg --json >&-
 zorvctl: standard output: No space left on device
 zorvctl: standard output: Bad file descriptor
-zorvctl: standard output: Broken pipe
-5
-zorvctl: standard output: No space left on device
-zorvctl: standard output: Bad file descriptor
+[5]
+$ { zorvctl cfg list long.cfg --json; echo $? >status; } | true; cat status
 zorvctl: standard output: Broken pipe
 5
 $ zorvctl cfg apply --set a=2 a.cfg >&-; cat a.cfg # its number goes to no file that is written

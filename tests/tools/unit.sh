@@ -1,6 +1,6 @@
 # What the transcripts of zorvctl stand on: sourced in front of each by transcripts_test.cpp, with
 # the tree's and the build's folder in $source and $build.
-# shellcheck shell=sh
+# shellcheck shell=sh disable=SC2016,SC2154 # programs are texts; the two are set
 PATH=$build/tools/zorvctl:$PATH
 mkdir -p /tmp/work
 cd /tmp/work || exit
