@@ -163,6 +163,6 @@ TEST(Architecture, ShowsEveryFamily)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Pages, Manual, testing::ValuesIn(page_names()), [](const auto &page) {
+INSTANTIATE_TEST_SUITE_P(Texts, Manual, testing::ValuesIn(page_names()), [](const auto &page) {
     return std::regex_replace(page.param.substr(page.param.rfind('/') + 1), std::regex("\\W"), "_");
 });

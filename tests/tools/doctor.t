@@ -4,12 +4,9 @@ crash reports go to https://crash.zorv.example
 traces go to https://trace.zorv.example
 
 WHAT          STATE       WHERE                               DETAIL
-clock         open        /var/run/ntp.ready                  ready
-address       open        /var/run/ipready.br0                ready
+...
 mode          open        /var/run/system.analytics.mode      on, anonymous
-service       production  https://crash.zorv.example          as configured
-certificates  ok          /etc/ssl/certs/ca-certificates.crt  there are some
-kernel crash  none        /var/run/last-crashlog.sent         none to report
+...
 crash logs    none        /etc/persistent/isolation_logs/     none in the store
 
 THING                                    STATE   DETAIL              WITHOUT

@@ -8,13 +8,7 @@ $ cloud <<END
 > END
 $ zorvctl http get https://cloud.test/a
 method    GET
-url       https://cloud.test/a
-status    201
-result    0
-name      CURLE_OK
-meaning   No error
-received  10
-kept      10
+...
 resolver  system
 
 0123456789

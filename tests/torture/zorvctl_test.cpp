@@ -35,7 +35,7 @@ void prepare()
         ip route add 239.0.0.0/8 dev br0)");
     for (const char *const name : {"/etc/syswrapper.sh", "/usr/local/bin/syswrapper.sh",
                                    "/usr/local/bin/oopsdump", "/usr/local/bin/logread"})
-        Device::script(name, "#!/bin/sh\n:\n");
+        Device::script(name, "#!/bin/sh\n[ \"$1\" != a ] || echo done\n");
 }
 
 // "VERB ARGUMENTS|PATTERN|...; ...": besides the failures that all may have, these come today.
