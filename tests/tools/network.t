@@ -1,12 +1,12 @@
 # iface, bridge, portal, sockets and ps.
 $ kernel_proc; mount -t sysfs sysfs /sys; make_bridge
 $ bridge fdb add 02:a0:f1:00:00:07 dev eth0 master dynamic; zorvctl bridge fdb --json
-{"bridge":"br0","entries":[{"mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","local":false,"age_seconds":0},...{"mac":"02:a0:f1:00:00:10","port":1,"ifname":"eth0","local":true,"age_seconds":0}]}
+{"bridge":"br0","entries":[...{"mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","local":false,"age_seconds":...},...{"mac":"02:a0:f1:00:00:10","port":1,"ifname":"eth0","local":true,"age_seconds":...}]}
 $ zorvctl bridge ports br0; zorvctl bridge ports --json; zorvctl bridge lookup 02:A0:F1:00:00:07 --json
 PORT  IFNAME  STATE       MAC
    1  eth0    forwarding  02:a0:f1:00:00:10
 {"bridge":"br0","ports":[{"port":1,"ifname":"eth0","state":"forwarding","mac":"02:a0:f1:00:00:10"}]}
-{"bridge":"br0","mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","age_seconds":0}
+{"bridge":"br0","mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","age_seconds":...}
 $ zorvctl bridge delete 02:a0:f1:00:00:07 eth0; zorvctl bridge lookup 02:a0:f1:00:00:07
 asked the kernel to forget 02:a0:f1:00:00:07 on eth0
 zorvctl: 02:a0:f1:00:00:07: not learned on br0
