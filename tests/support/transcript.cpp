@@ -27,8 +27,11 @@ Lines lines_of(const std::string &text)
     return lines;
 }
 
+// A line "..." leaves a status to be shown.
 bool line_fits(const std::string &line, const std::string &shown)
 {
+    if (shown == "...")
+        return !std::regex_match(line, std::regex(R"(\[[0-9]+\])"));
     std::string pattern = std::regex_replace(shown, std::regex(R"([\[\]*?\\])"), R"(\$&)");
     pattern = std::regex_replace(pattern, std::regex(R"(\.\.\.)"), "*");
     return fnmatch(pattern.c_str(), line.c_str(), 0) == 0;

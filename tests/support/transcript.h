@@ -13,8 +13,8 @@
 //
 // A command begins with "$ " and goes on in lines with "> ". What it prints to either stream
 // follows, in the order of writing; a backslash below it stands for a missing newline. "[N]" is its
-// exit status where that is not 0. A line "..." stands for any number of lines, "..." within a line
-// for any text. One empty line in front of a command is for the reader.
+// exit status where that is not 0. A line "..." stands for any number of lines, but not for a
+// status, "..." within a line for any text. One empty line in front of a command is for the reader.
 #ifndef ZORV_TESTS_SUPPORT_TRANSCRIPT_H
 #define ZORV_TESTS_SUPPORT_TRANSCRIPT_H
 
