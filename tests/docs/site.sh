@@ -8,20 +8,12 @@ export ZORV_SIM_STATE=$work/state PATH=$build/sim/bin:$build/tools/zorvctl:$PATH
 trap 'zorv-sim down >/dev/null 2>&1 || :; rm -rf "$work"' EXIT
 cd "$work"
 
-found=0
 for text in "$source"/README.md "$source"/docs/*.md; do
     awk '/^```/ { inside = /^```sh$/ && before == "<!-- run: site -->"; before = ""; next }
         inside { print }
-        { before = $0 }' "$text" >commands
-    while read -r -u 3 command; do
-        found=$((found + 1))
-        echo "${text#"$source"/}: $command"
-        bash -c "$command" >output 2>&1 3>&- </dev/null || {
-            echo "exit status $?"
-            cat output
-            exit 1
-        }
-    done 3<commands
+        { before = $0 }' "$text" | tee -a all >commands
+    echo "$text"
+    bash -ex commands </dev/null
     zorv-sim down >/dev/null 2>&1 || : # where the text has not done so
 done
-[ "$found" -gt 0 ]
+[ -s all ]

@@ -1,146 +1,94 @@
 #include <zorv/hardware.h>
 
 #include <climits>
-#include <cstring>
-#include <string>
 
 #include <unistd.h>
 
-#include "support/device.h"
+#include "platform/rows.h"
 #include "support/json.h"
 
 using Hardware = Device;
 
 namespace {
 
-std::string image()
-{
-    return std::string(65535, 'e') + "!";
-}
-
-// What zorv_read_eeprom() returned, as text; "none" for NULL.
+// The last byte of what zorv_read_eeprom() returned, "none" for NULL.
 std::string eeprom()
 {
     buffer *const bytes = zorv_read_eeprom();
     if (!bytes)
         return "none";
-    const uint8_t *const begin = bytes->data(bytes);
-    std::string text(begin, begin + bytes->length(bytes));
+    EXPECT_EQ(bytes->length(bytes), 65536U);
+    const std::string last(1, static_cast<char>(bytes->data(bytes)[65535]));
     buffer_destroy(bytes);
-    return text;
+    return last;
 }
 
-// A PCI configuration space: revision 7, subsystem ids 34 12 and 8c 16 in memory order.
-std::string config_space()
+// Where in the list, ids, ids of the subsystem, revision, interrupt.
+std::string devices(int max, uint16_t vendor)
 {
-    std::string space(256, '\0');
-    space[8] = 7;
-    space.replace(44, 4, "\x8c\x16\x34\x12");
-    return space;
+    pci_entry found[4];
+    memset(found, 0xEE, sizeof found);
+    std::string text = std::to_string(pci_detect(found, max, vendor));
+    for (const pci_entry &e : found) {
+        char line[100];
+        snprintf(line, sizeof line, "; %x:%x.%x %x %x, %x %x, %x %x", e.bus, e.slot, e.function,
+                 e.vendor, e.device, e.subsystem_vendor, e.subsystem_device, e.revision, e.irq);
+        text += e.irq == 0xEEEEEEEE ? "" : line; // left alone
+    }
+    return text;
 }
 
 } // namespace
 
 TEST_F(Hardware, TheEepromIsThePartitionOfThatName)
 {
-    const std::string head = "dev:    size   erasesize  name\n";
-    const struct {
-        const char *partitions, *device, *meaning;
-    } kCases[] = {
-        {"mtd3: 00010000 00010000 \"EEPROM\"\n", "/dev/mtd3", "as it is named"},
-        {"mtd3: 00010000 00010000 \"eeprom\"\n", "/dev/mtd3", "in any case"},
-        {"mtd3: 00010000 00010000 \"EEPROM\"\n", "/dev/mtd/3", "the other device path"},
-        {"mtd0: 0 0 \"u-boot\"\nmtd5: 0 0 \"Eeprom\"\nmtd6: 0 0 \"EEPROM\"\n", "/dev/mtd5",
-         "the first of two"},
-        {"mtd1: 0 0 \"EEPROM2\"\nmtd2: 0 0 \"EEPROMs\"\nmtdx: 0 0 \"EEPROM\"\nmtd4: 0 0 EEPROM\n"
-         "mtd7: 0 0 \"EEPROM",
-         "/dev/mtd7", "longer names and rows in another form are passed over"},
-    };
-    for (const auto &c : kCases) {
-        SCOPED_TRACE(c.meaning);
-        file("/proc/mtd", head + c.partitions);
-        file(c.device, image() + "more");
-        EXPECT_EQ(eeprom(), image());
-        remove(c.device);
-        EXPECT_EQ(eeprom(), "none");
-    }
-}
-
-TEST_F(Hardware, WithoutAPartitionAnImageInTheCurrentFolderIsRead)
-{
     ASSERT_EQ(chdir("/tmp"), 0);
     EXPECT_EQ(eeprom(), "none");
-    file("/tmp/EEPROM", image());
-    EXPECT_EQ(eeprom(), image());
-    file("/proc/mtd", "dev:    size   erasesize  name\nmtd0: 0 0 \"u-boot\"\n");
-    EXPECT_EQ(eeprom(), image());
-    file("/proc/mtd", "mtd0: 0 0 \"EEPROM\"\n"); // named, so it must be there
-    EXPECT_EQ(eeprom(), "none");
-}
-
-TEST_F(Hardware, AShortEepromIsNone)
-{
-    file("/proc/mtd", "mtd0: 0 0 \"EEPROM\"\n");
+    for (const std::string path :
+         {"/dev/mtd3", "/dev/mtd/4", "/dev/mtd5", "/dev/mtd6", "/dev/mtd7", "EEPROM"})
+        file(path, std::string(65535, 'e') + path.back() + "more");
+    const std::string head = "dev:    size   erasesize  name\n";
+    expect_rows(
+        "/proc/mtd", eeprom,
+        {head + "mtd3: 00010000 00010000 \"EEPROM\"\n => 3",
+         head + "mtd3: 00010000 00010000 \"eeprom\"\n => 3", // in any case
+         "mtd4: 0 0 \"EEPROM\"\n => 4",                      // by the other device path
+         "mtd0: 0 0 \"u-boot\"\nmtd5: 0 0 \"Eeprom\"\nmtd6: 0 0 \"EEPROM\"\n => 5",
+         // Longer names and rows in another form are passed over.
+         "mtd5: 0 0 \"EEPROM2\"\nmtd6: 0 0 \"EEPROMs\"\nmtdx: 0 0 \"EEPROM\"\nmtd4: 0 0 EEPROM\n"
+         "mtd7: 0 0 \"EEPROM => 7",
+         "mtd0: 0 0 \"EEPROM\"\n => none",               // named, so it must be there
+         "mtd3: 0 0 \"u-boot\"\n => M", "(none) => M"}); // in the current folder
     for (const size_t size : {0U, 1U, 65535U}) {
-        file("/dev/mtd0", image().substr(0, size));
+        file("EEPROM", std::string(size, 'e'));
         EXPECT_EQ(eeprom(), "none") << size;
     }
 }
 
 TEST_F(Hardware, PciDevicesOfOneVendor)
 {
+    EXPECT_EQ(devices(4, 0x168C), "-1");
     file("/proc/bus/pci/devices", "0008\t168c003c\t10\tffff\n"
                                   "00a1\t80862922\t11\n"
                                   "168c\n"
                                   "01fd\t168cabcd\tffffffff\n");
-    file("/proc/bus/pci/00/01.0", config_space());
-    pci_entry found[3];
-    memset(found, 0xEE, sizeof found);
-    ASSERT_EQ(pci_detect(found, 3, 0x168C), 2);
-    const auto text = [](const pci_entry &e) {
-        char line[100];
-        snprintf(line, sizeof line, "%x:%x.%x %x %x, %x %x, %x %x", e.bus, e.slot, e.function,
-                 e.vendor, e.device, e.subsystem_vendor, e.subsystem_device, e.revision, e.irq);
-        return std::string(line);
-    };
-    EXPECT_EQ(text(found[0]), "0:1.0 168c 3c, 8c16 3412, 7 10");    // the subsystem's are swapped
-    EXPECT_EQ(text(found[1]), "1:1f.5 168c abcd, 0 0, 0 ffffffff"); // no configuration space
-    EXPECT_EQ(found[2].irq, 0xEEEEEEEEu);                           // not touched
-}
-
-TEST_F(Hardware, ACutConfigurationSpaceIsNotSwapped)
-{
-    file("/proc/bus/pci/devices", "0000\t168c003c\t10\n");
-    const struct {
-        size_t size;
-        int device, vendor, revision;
-    } kCases[] = {
-        {0, 0, 0, 0}, {8, 0, 0, 0}, {9, 0, 0, 7}, {47, 0, 0x168C, 7}, {48, 0x3412, 0x8C16, 7},
-    };
-    for (const auto &c : kCases) {
-        SCOPED_TRACE(c.size);
-        file("/proc/bus/pci/00/00.0", config_space().substr(0, c.size));
-        pci_entry entry;
-        ASSERT_EQ(pci_detect(&entry, 1, 0x168C), 1);
-        EXPECT_EQ(entry.subsystem_device, c.device);
-        EXPECT_EQ(entry.subsystem_vendor, c.vendor);
-        EXPECT_EQ(entry.revision, c.revision);
+    const std::string other = "; 1:1f.5 168c abcd, 0 0, 0 ffffffff"; // no configuration space
+    // Only when the configuration space is there whole the ids are swapped.
+    const std::pair<size_t, const char *> kRows[] = {
+        {0, "0 0, 0 10"},     {8, "0 0, 0 10"},        {9, "0 0, 7 10"},
+        {47, "168c 0, 7 10"}, {48, "8c16 3412, 7 10"}, {256, "8c16 3412, 7 10"}};
+    std::string space(256, '\0');
+    space[8] = 7;
+    space.replace(44, 4, "\x8c\x16\x34\x12");
+    for (const auto &[size, want] : kRows) {
+        file("/proc/bus/pci/00/01.0", space.substr(0, size));
+        EXPECT_EQ(devices(3, 0x168C), "2; 0:1.0 168c 3c, " + std::string(want) + other);
     }
-}
-
-TEST_F(Hardware, PciDetectionStaysInItsRoom)
-{
-    pci_entry entries[4];
-    EXPECT_EQ(pci_detect(entries, 4, 0x168C), -1);
-    std::string list;
-    for (int i = 0; i < 6; ++i)
-        list += "000" + std::to_string(i) + "\t168c003c\t10\n";
-    file("/proc/bus/pci/devices", list);
-    EXPECT_EQ(pci_detect(entries, 4, 0x168C), 4);
-    EXPECT_EQ(entries[3].function, 3);
-    EXPECT_EQ(pci_detect(entries, 0, 0x168C), 0);
-    EXPECT_EQ(pci_detect(entries, INT_MIN, 0x168C), 0);
-    EXPECT_EQ(pci_detect(entries, 4, 0x1234), 0);
+    EXPECT_EQ(devices(1, 0x168C), "1; 0:1.0 168c 3c, 8c16 3412, 7 10");
+    EXPECT_EQ(devices(4, 0x8086), "1; 0:14.1 8086 2922, 0 0, 0 11");
+    for (const int none : {0, -1, INT_MIN})
+        EXPECT_EQ(devices(none, 0x168C), "0");
+    EXPECT_EQ(devices(4, 0x1234), "0");
     EXPECT_EQ(pci_detect(nullptr, 4, 0x168C), -1);
 }
 
@@ -150,6 +98,6 @@ TEST_F(Hardware, ThisBuildHasNoOutlets)
     EXPECT_EQ(zorv_outlet_get_outlet_status_json(), nullptr);
     EXPECT_EQ(zorv_psu_get_json_psu_table(), nullptr);
     EXPECT_EQ(zorv_outlet_status_update_json_payload(payload.get()), 0);
-    EXPECT_EQ(json_object_size(payload.get()), 1u);
+    EXPECT_EQ(dumped(payload.get()), R"({"uptime":7})");
     EXPECT_EQ(zorv_outlet_status_update_json_payload(nullptr), 0);
 }

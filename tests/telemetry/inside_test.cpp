@@ -1,142 +1,48 @@
-// Every single allocation that may fail: what is left out is logged, the rest stays valid. And how
-// tables are read.
-#include <zorv/ps.h>
-#include <zorv/stats.h>
+// What no unit of the default build shows: URLs at the limit, a report's two texts, tables in
+// parts.
+#include <cstring>
+#include <string>
 
-#include <filesystem>
-#include <memory>
-
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "core/own.h"
-#include "support/allocation.h"
 #include "support/device.h"
 #include "support/enter.h"
+#include "telemetry/crash_report.h"
 #include "telemetry/proc_table.h"
 
 using namespace zorv;
 
 namespace {
 
-using Memory = Device;
+using CrashInside = Device;
 using Tables = Device;
-using List = std::unique_ptr<zorv_ps_list, Closer<zorv_ps_list_free>>;
-using Hosts = std::unique_ptr<conntrack_hosts_t, Closer<free_conntrack_hosts>>;
 
-constexpr char kPrefix[] = "[error] libzorv_proc.";
-
-TEST_F(Memory, RunsOutForAProcessList)
+TEST_F(CrashInside, AUrlOf127CharactersFits)
 {
-    for (const char *kind : {"tcp6", "udp", "udp6"})
-        file(std::string("/proc/net/") + kind, "");
-    file("/proc/net/unix", "0000000000000000: 00000002 00000000 00000000 0001 03 41 /a\n");
-    file("/proc/net/tcp", "0: 0:1 0:2 1 0:0 0:0 0 0 0 42\n");
-    file("/proc/7/stat", "7 (a) S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 4096 1 0\n");
-    file("/proc/7/cmdline", "x");
-    std::filesystem::create_directories("/proc/7/fd");
-    std::filesystem::create_symlink("/a", "/proc/7/fd/0");
-    std::filesystem::create_symlink("socket:[42]", "/proc/7/fd/1");
-
-    const std::string list_failed = "zorv_ps_list_init(): Failed to allocate memory for "
-                                    "zorv_ps_list";
-    const std::string cache_failed = "cache_sockets(): Failed to alloc socket hash table";
-    const std::string inode_failed = "init_socket_inode(): Failed to init socket inode";
-    const std::string unix_failed = "add_socket(): Error: Failed to init unix socket data";
-    const std::string inet_failed = "add_socket(): Error: Failed to init udp/tcp socket data";
-    const std::string fd_failed = "walk_process_fds(): Failed to alloc FD";
-    const std::string rows[] = {
-        list_failed,         cache_failed, inode_failed,       unix_failed,
-        unix_failed,                      // the data, its path,
-        unix_failed,         unix_failed, // the hash table and its buckets
-        inode_failed,        inet_failed,  "read_process(): ", "read_process(): ",
-        "fread_cmdline(): ", fd_failed,    fd_failed,          fd_failed,
-    };
-    long n = 0;
-    for (const std::string &row : rows) {
-        SCOPED_TRACE(testing::Message() << "allocation " << n + 1 << ": " << row);
-        fail_allocation(++n);
-        const List list(zorv_ps_filter(1, nullptr, nullptr));
-        const std::vector<std::string> lines = logged();
-        ASSERT_FALSE(lines.empty());
-        EXPECT_THAT(lines[0], testing::StartsWith(kPrefix + row));
-        EXPECT_EQ(list != nullptr, row != list_failed);
-        if (row == cache_failed)
-            EXPECT_EQ(lines.at(1), "[warn ] libzorv_proc.zorv_ps_filter(): Failed to cache "
-                                   "sockets");
-        else
-            EXPECT_EQ(lines.size(), 1u);
-    }
-    const long before = allocations();
-    const List whole(zorv_ps_filter(1, nullptr, nullptr));
-    EXPECT_EQ(allocations() - before, n); // none was left out above
+    const std::string begin = "https://crash.dev.zorv.example/v1/";
+    char url[kReportUrl];
+    const std::string fits(127 - begin.size(), 'k');
+    EXPECT_EQ(build_crash_report_url(url, fits.c_str()), 0);
+    EXPECT_EQ(url, begin + fits);
+    EXPECT_EQ(build_crash_report_url(url, (fits + "k").c_str()), 128);
+    EXPECT_EQ(build_crash_report_url(url, std::string(1000, 'k').c_str()), 1034);
 }
 
-TEST_F(Memory, RunsOutForHosts)
+TEST_F(CrashInside, BothTextsOfAReportAreThoseOfJansson)
 {
-    std::string table;
-    for (int i = 0; i < 400; ++i)
-        table += "ipv4 src=h" + std::to_string(i) + " dst=x \n";
-    file("/proc/net/nf_conntrack", table);
-    fail_allocation(1);
-    EXPECT_EQ(get_top_conntrack_hosts(), nullptr);
-    EXPECT_THAT(logged(), ElementsAre(kPrefix + std::string("get_top_conntrack_hosts(): Failed to "
-                                                            "alloc hash table")));
-    const long before = allocations();
-    free_conntrack_hosts(get_top_conntrack_hosts());
-    const long all = allocations() - before;
-    for (long n = 2; n <= all; ++n) { // hosts, and the table growing
-        fail_allocation(n);
-        const Hosts hosts(get_top_conntrack_hosts());
-        EXPECT_THAT(logged(), ElementsAre(kPrefix + std::string("add_conntrack_host(): Failed to "
-                                                                "alloc host")));
-        ASSERT_STREQ(hosts->hosts->host, "x");
-        // One is missing; "x" is found at the next line when it is the one.
-        ASSERT_EQ(HASH_COUNT(hosts->hosts), hosts->hosts->count == 400 ? 400u : 401u);
-    }
-}
+    const Json report(json_pack("{s:s, s:s, s:s, s:{s:[i, f, b, n, []], s:{}}}", "crash_log",
+                                "a \"log\": 1,\n\ttwo\\ \\\" { \xc3\xa9 }\x01 ", "q\" \\", "", "  ",
+                                " \\", "nested", "array", -1, 0.5, 1, "object"));
+    const ReportText text = dump_report(report.get());
+    EXPECT_STREQ(text.posted.get(), Text(json_dumps(report.get(), JSON_COMPACT)).get());
+    EXPECT_STREQ(text.kept.get(), Text(json_dumps(report.get(), JSON_INDENT(2))).get());
 
-// Jansson's memory is the library's here, and fails with it.
-TEST_F(Memory, RunsOutForJson)
-{
-    json_set_alloc_funcs(malloc, free);
-    file("/proc/net/unix", "0000000000000000: 00000002 00000000 00000000 0001 03 41 /a\n");
-    file("/proc/7/stat", "7 (a) S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 4096 1 0\n");
-    std::filesystem::create_directories("/proc/7/fd");
-    std::filesystem::create_symlink("/a", "/proc/7/fd/0");
-    std::filesystem::create_symlink("socket:[41]", "/proc/7/fd/1");
-    const auto convert = [](long failing) {
-        zorv_ps_list *const list = zorv_ps_filter(1, nullptr, nullptr);
-        logged();
-        fail_allocation(failing);
-        Json array(zorv_ps_list_to_array(list));
-        fail_allocations_off();
-        return array;
-    };
-    const auto dump = [](const Json &json) {
-        const Text text(json_dumps(json.get(), JSON_COMPACT));
-        return std::string(text.get());
-    };
-    const std::string whole = dump(convert(1000000));
-    EXPECT_THAT(whole, testing::HasSubstr("\"state\":\"CONNECTED\""));
-
-    long n = 1;
-    for (; !convert(n); ++n) // the array itself, of a block or two
-        EXPECT_THAT(logged(), ElementsAre(kPrefix + std::string("zorv_ps_list_to_array(): Failed "
-                                                                "to allocate json array")));
-    EXPECT_GT(n, 1);
-    for (std::string shown; shown != whole; ++n) {
-        const Json array = convert(n);
-        ASSERT_NE(array, nullptr) << n;
-        shown = dump(array);
-    }
-    EXPECT_GT(n, 30); // each of the members and texts may fail
-
-    const meminfo_t memory = {};
-    fail_allocation(1);
-    EXPECT_EQ(zorv_meminfo_to_obj(&memory), nullptr);
-    EXPECT_THAT(logged(), ElementsAre(kPrefix + std::string("zorv_meminfo_to_obj(): Failed to "
-                                                            "allocate json object")));
+    json_object_set_new(report.get(), "long", json_string(std::string(102400, ' ').c_str()));
+    const ReportText rest = dump_report(report.get());
+    EXPECT_STREQ(rest.posted.get(), Text(json_dumps(report.get(), JSON_COMPACT)).get());
+    EXPECT_EQ(rest.kept, nullptr);
+    EXPECT_EQ(rest.length, strlen(Text(json_dumps(report.get(), JSON_INDENT(2))).get()));
 }
 
 // The lines that a table gives of a pipe, which stands for the kernel: first so many of 8 bytes,
@@ -147,15 +53,12 @@ size_t lines_of_pipe(size_t first)
     check(pipe2(ends, O_CLOEXEC), "pipe");
     ProcTable<256> table((Fd(ends[0])));
     Fd out(ends[1]);
-    const auto put = [&out](std::string_view text) {
-        check(static_cast<int>(write(out.get(), text.data(), text.size())), "write");
-    };
     for (size_t n = 0; n < first; ++n)
-        put("abcdefg\n");
+        check(write(out.get(), "abcdefg\n", 8), "write");
     size_t count = 0;
     while (count < first && table.next())
         ++count;
-    put("more\n");
+    check(write(out.get(), "more\n", 5), "write");
     out.reset();
     while (table.next())
         ++count;
