@@ -15,7 +15,6 @@
 #include <linux/capability.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -41,14 +40,9 @@ int g_syslog = -1; // the socket of start_syslog()
 
 std::string read_from(int fd, off_t offset)
 {
-    std::string text;
-    char block[4096];
-    ssize_t count;
-    while ((count = pread(fd, block, sizeof block, offset)) > 0) {
-        text.append(block, static_cast<size_t>(count));
-        offset += count;
-    }
-    check(count, "read");
+    const long size = check(lseek(fd, 0, SEEK_END), "lseek") - offset;
+    std::string text(static_cast<size_t>(size), '\0');
+    check(pread(fd, text.data(), text.size(), offset), "read");
     return text;
 }
 
@@ -94,10 +88,7 @@ void Device::file(const std::string &path, std::string_view text)
 {
     if (const auto folder = fs::path(path).parent_path(); !folder.empty())
         fs::create_directories(folder);
-    std::ofstream stream(path, std::ios::binary | std::ios::trunc);
-    stream << text << std::flush;
-    if (!stream)
-        throw std::system_error(errno, std::generic_category(), path);
+    write_text(path, text);
 }
 
 void Device::script(const std::string &path, std::string_view text)
@@ -169,12 +160,6 @@ void Device::must_run(const std::string &command)
                                  outcome.output + outcome.errors);
 }
 
-void Device::small_disk(const std::string &path, size_t bytes)
-{
-    fs::create_directories(path);
-    mount_at("tmpfs", path, ("size=" + std::to_string(bytes)).c_str());
-}
-
 void Device::kernel_proc()
 {
     check(umount2("/proc", MNT_DETACH), "/proc"); // the kernel's lies beneath
@@ -236,12 +221,4 @@ int Device::open_descriptors()
     for (int fd = 0; fd < 1024; ++fd)
         count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
     return count;
-}
-
-void Device::limit_descriptors(int number)
-{
-    rlimit limit;
-    check(getrlimit(RLIMIT_NOFILE, &limit), "RLIMIT_NOFILE");
-    limit.rlim_cur = number < 0 ? limit.rlim_max : static_cast<rlim_t>(number);
-    check(setrlimit(RLIMIT_NOFILE, &limit), "RLIMIT_NOFILE");
 }

@@ -68,9 +68,6 @@ public:
     // The same for a command that prepares the test: any status but 0 throws.
     static void must_run(const std::string &command);
 
-    // Mounts an empty file system that holds so many bytes, rounded up to pages, and no more.
-    static void small_disk(const std::string &path, size_t bytes);
-
     // Puts the kernel's own /proc, of the device's processes, or /sys in place for the rest of the
     // test.
     static void kernel_proc();
@@ -96,10 +93,6 @@ public:
 
     // How many descriptors are open.
     static int open_descriptors();
-
-    // From now on descriptors of this number and above cannot be opened; without a number they can
-    // again.
-    static void limit_descriptors(int number = -1);
 };
 
 #endif

@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
-#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -75,15 +74,6 @@ std::string on_host(const std::string &path)
     return kHost + path;
 }
 
-void write_text(const std::string &path, std::string_view text)
-{
-    const int fd =
-        static_cast<int>(check(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), path));
-    const auto written = write(fd, text.data(), text.size());
-    close(fd);
-    check(written, path);
-}
-
 void unshare_all()
 {
     const auto uid = std::to_string(getuid()), gid = std::to_string(getgid());
@@ -100,20 +90,10 @@ void unshare_all()
     }
 }
 
-// Links an entry of the build machine's into the device; its own symbolic links stay what they are.
-void link_host(const fs::path &path)
-{
-    const fs::path host = on_host(path);
-    if (fs::is_symlink(host))
-        fs::copy_symlink(host, path);
-    else
-        fs::create_symlink(host, path);
-}
-
-// Makes a path of the build machine valid in the device.
+// Makes a path of the build machine valid in the device, where it is not yet.
 void expose(const fs::path &path)
 {
-    if (fs::exists(path))
+    if (fs::exists(fs::symlink_status(path)))
         return;
     fs::create_directories(path.parent_path());
     fs::create_symlink(on_host(path), path);
@@ -168,14 +148,11 @@ void make_folders()
     for (const auto folder : {"/tmp", "/var/tmp", "/dev/shm"})
         check(chmod(folder, 01777), folder);
     fs::create_symlink("/run", "/var/run");
-    for (const std::string folder : kMerged)
+    for (const fs::path folder : kMerged)
         for (const auto &entry : fs::directory_iterator(on_host(folder)))
-            if (const fs::path path = folder / entry.path().filename();
-                !fs::exists(fs::symlink_status(path)))
-                link_host(path);
+            expose(folder / entry.path().filename());
     for (const auto path : kShared)
-        if (fs::exists(on_host(path)))
-            fs::create_symlink(on_host(path), path);
+        expose(path);
     for (const auto &[path, text] : kFiles)
         write_text(path, text);
     expose(ZORV_SOURCE_DIR);
@@ -294,10 +271,16 @@ int wait_for(pid_t child)
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
+void write_text(const std::string &path, std::string_view text)
+{
+    std::ofstream stream(path, std::ios::binary);
+    stream << text << std::flush;
+    check(stream ? 0 : -1, path);
+}
+
 void mount_at(const char *type, const std::string &path, const char *options)
 {
-    check(mount(type, path.c_str(), type, 0, options),
-          "mount " + std::string(type) + " on " + path);
+    check(mount(type, path.c_str(), type, 0, options), path);
 }
 
 int run_in_device(const std::function<int()> &work)

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include <sys/types.h>
 
@@ -16,6 +17,9 @@ long check(long rc, const std::string &what);
 
 // Waits for one child. Returns its exit status, or 128 and the number of a signal.
 int wait_for(pid_t child);
+
+// Replaces a file's content.
+void write_text(const std::string &path, std::string_view text);
 
 void mount_at(const char *type, const std::string &path, const char *options = nullptr);
 
