@@ -48,8 +48,6 @@ TEST_F(Init, SaysWhatItLacks)
     const std::string info = "[info ] protocol_init(): ", error = "[error] protocol_init(): ";
     const std::string group = info + "mcast_ip is 239.255.90.90\n";
     const std::string done = info + "zorv_protocol init done\n";
-    const std::string unable = "[error] multicast_socket_init(): unable to ";
-    const std::string fail = error + "set multicast socket fail, ";
     // With a socket or without, the two files (an empty one is none), and what is said.
     const std::tuple<int, std::string, std::string, std::string> kRows[] = {
         {1, "", "", error + "Unable to access " + kSite + ": No such file or directory\n"},
@@ -63,12 +61,6 @@ TEST_F(Init, SaysWhatItLacks)
         {1, good, "", group + done},
         {1, good, "0.0.0.0\n", group + done},
         {1, good, "soon\n", group + done},
-        {1, good, "192.0.2.77\n",
-         group + info + "my_ip is 192.0.2.77\n" + unable + "set mcast local ip, " + kNone + fail +
-             kNone + kLeaving},
-        {1, key + mcip + "192.0.2.9\n", "127.0.0.1\n",
-         info + "mcast_ip is 192.0.2.9\n" + info + "my_ip is 127.0.0.1\n" + unable +
-             "add membership, Invalid argument\n" + fail + "Invalid argument\n" + kLeaving},
     };
     const int open_before = open_descriptors();
     EXPECT_TRUE(is_reset());
@@ -255,6 +247,27 @@ TEST_F(Site, FollowsTheAddress)
                   kNone + "[error] usr1_handler(): set multicast socket fail, " + kNone);
     EXPECT_EQ(follows("true"), asks);
     EXPECT_THAT(heard(peer_message("gone", 6, 5)), IsEmpty());
+}
+
+TEST_F(Site, AGroupThatCannotBeJoinedFailsInit)
+{
+    zorv_protocol_deinit();
+    const int before = open_descriptors();
+    file(kSite, std::string("pluvo.key=") + kKey + "\npluvo.mcip=192.0.2.9\n");
+    const std::pair<const char *, const char *> kRows[] = {
+        {"192.0.2.77\n", "set mcast local ip, Cannot assign requested address\n"},
+        {"192.0.2.1\n", "add membership, Invalid argument\n"},
+    };
+    for (const auto &[address, why] : kRows) {
+        file(kAddress, address);
+        EXPECT_EQ(zorv_protocol_init(1), -1);
+        EXPECT_THAT(said(), HasSubstr(why +
+                                      std::string("[error] protocol_init(): set multicast "
+                                                  "socket fail") +
+                                      strchr(why, ',') + kLeaving));
+        EXPECT_TRUE(is_reset());
+        EXPECT_EQ(open_descriptors(), before);
+    }
 }
 
 } // namespace
