@@ -1,5 +1,4 @@
-// samples.h - what the tests share: bytes as hexadecimal, random ones that repeat, the forms of
-// AES.
+// samples.h - what the tests share: bytes as hexadecimal, and random ones that repeat.
 #ifndef ZORV_TESTS_CRYPTO_SAMPLES_H
 #define ZORV_TESTS_CRYPTO_SAMPLES_H
 
@@ -8,8 +7,6 @@
 #include <span>
 #include <string>
 #include <vector>
-
-#include "crypto/aes_impl.h"
 
 using Bytes = std::vector<uint8_t>;
 
@@ -30,29 +27,13 @@ inline std::string to_hex(std::span<const uint8_t> bytes)
     return text;
 }
 
-// NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): a failure is to come again
-class Random {
-public:
-    size_t below(size_t limit) { return engine_() % limit; }
-
-    Bytes bytes(size_t count)
-    {
-        Bytes result(count);
-        for (uint8_t &byte : result)
-            byte = static_cast<uint8_t>(engine_());
-        return result;
-    }
-
-private:
-    std::mt19937 engine_;
-};
-
-// The forms of AES that this machine can run.
-inline std::vector<const zorv::AesForm *> aes_forms()
+inline Bytes random_bytes(size_t count)
 {
-    if (zorv::aes_hardware())
-        return {&zorv::aes_portable(), zorv::aes_hardware()};
-    return {&zorv::aes_portable()};
+    static std::mt19937 engine; // NOLINT(cert-msc32-c,cert-msc51-cpp): a failure is to come again
+    Bytes bytes(count);
+    for (uint8_t &byte : bytes)
+        byte = static_cast<uint8_t>(engine());
+    return bytes;
 }
 
 #endif

@@ -1,6 +1,5 @@
 #include <zorv/exec.h>
 
-#include <array>
 #include <string>
 
 #include <sys/stat.h>
@@ -22,18 +21,17 @@ void run_alone(const char *program)
     forkexec(vector);
 }
 
-// A script that says who it is, waits for a word, and hands it on.
-void install_slow_script()
-{
-    for (const char *pipe : {"/tmp/started", "/tmp/go", "/tmp/done"})
-        mkfifo(pipe, 0600);
-    Device::script(kScript, "#!/bin/sh\necho $$ >/tmp/started\n"
-                            "read word </tmp/go\necho $word >/tmp/done\n");
-}
-
 class Syswrapper : public Device {
 protected:
     void SetUp() override { libzorv_log_level = 8; }
+
+    // A script that says who it is, waits for a word, and hands it on.
+    static void install_slow_script()
+    {
+        must_run("mkfifo /tmp/started /tmp/go /tmp/done");
+        script(kScript, "#!/bin/sh\necho $$ >/tmp/started\n"
+                        "read word </tmp/go\necho $word >/tmp/done\n");
+    }
 };
 
 TEST_F(Syswrapper, TakesTheFirstScriptThatCanBeRead)
@@ -48,30 +46,29 @@ TEST_F(Syswrapper, TakesTheFirstScriptThatCanBeRead)
     EXPECT_THAT(logged(), ElementsAre(kLog + "syswrapper to use: /usr/etc/syswrapper.sh",
                                       kLog + "[EXEC] /usr/etc/syswrapper.sh set"));
     script(kScript, kRecorder);
-    syswrapper_impl(1, "set", nullptr);
-    EXPECT_EQ(read("/tmp/run"), "/etc/syswrapper.sh|set|");
     chmod(kScript, 0);
     unprivileged();
     syswrapper_impl(1, nullptr, nullptr);
     syswrapper_impl(1, "get", nullptr);
     EXPECT_EQ(read("/tmp/run"), "/usr/etc/syswrapper.sh|get|");
+    chmod(kScript, 0500);
+    syswrapper_impl(1, "set", nullptr);
+    EXPECT_EQ(read("/tmp/run"), "/etc/syswrapper.sh|set|");
 }
 
 template <size_t... Slot>
-void call(const std::array<std::string, 49> &words, size_t count, std::index_sequence<Slot...>)
+void call(size_t count, std::index_sequence<Slot...>)
 {
-    syswrapper_impl(1, "set", (Slot < count ? words[Slot].c_str() : nullptr)..., nullptr);
+    syswrapper_impl(1, "set", (Slot < count ? std::to_string(Slot + 1).c_str() : nullptr)...,
+                    nullptr);
 }
 
 TEST_F(Syswrapper, RunsTheFirst48ArgumentsAndSaysSoFrom48On)
 {
     script(kScript, "#!/bin/sh\necho $# $(eval echo \\${$#}) >/tmp/run\n");
     const std::string many = kLog + "[ERROR] too many arguments for syswrapper, 'set' skipped!";
-    std::array<std::string, 49> words;
-    for (size_t i = 0; i < words.size(); ++i)
-        words[i] = std::to_string(i + 1);
     for (const size_t count : {47U, 48U, 49U}) {
-        call(words, count, std::make_index_sequence<49>());
+        call(count, std::make_index_sequence<49>());
         EXPECT_EQ(read("/tmp/run"), count == 47 ? "48 47\n" : "49 48\n"); // "set" is the first
     }
     EXPECT_THAT(logged(), ElementsAre(kExec, many, kExec, many, kExec));
@@ -106,7 +103,6 @@ TEST_F(Syswrapper, OnlyASignalIsReportedAndOnlyForkexecFlushesStreams)
     FILE *const stream = fopen("/tmp/words", "we");
     fputs("last words\n", stream);
     syswrapper_impl(1, "reload", nullptr); // its interpreter is not there, still
-    EXPECT_EQ(read("/tmp/words"), "");
     run_alone(nullptr);
     forkexec(nullptr);
     EXPECT_EQ(read("/tmp/words"), "");
@@ -127,8 +123,8 @@ TEST_F(Syswrapper, AnotherChildThatEndsFirstIsReapedInPlaceOfTheProgram)
     EXPECT_EQ(waitpid(other, nullptr, WNOHANG), -1);
     const pid_t program = std::stoi(read("/tmp/started"));
     file("/tmp/go", "on\n");
+    EXPECT_EQ(waitpid(program, nullptr, WNOHANG), 0);
     EXPECT_EQ(read("/tmp/done"), "on\n");
-    EXPECT_EQ(waitpid(program, nullptr, 0), program);
 }
 
 } // namespace
