@@ -1,7 +1,7 @@
 #include <zorv/sha256.h>
 
 #include <algorithm>
-#include <cstring>
+#include <array>
 
 #include <gtest/gtest.h>
 
@@ -20,15 +20,10 @@ Bytes digest_of(const std::string &message)
 
 TEST(Sha256, DigestsMatchThePublishedOnes)
 {
-    const std::pair<std::string, const char *> kVectors[] = {
-        {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
-        {"abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
-         "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1"},
-        {std::string(1000000, 'a'),
-         "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
-    };
-    for (const auto &[text, digest] : kVectors)
-        EXPECT_EQ(to_hex(digest_of(text)), digest) << text.size();
+    EXPECT_EQ(to_hex(digest_of("abc")),
+              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(to_hex(digest_of(std::string(1000000, 'a'))),
+              "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
     // The digest of all digests of 0 to 300 letters, as OpenSSL has it.
     std::string digests;
     for (size_t length = 0; length <= 300; ++length) {
@@ -63,13 +58,11 @@ TEST(Sha256, PiecesGiveTheDigestOfTheWhole)
     EXPECT_EQ(digest, digest_of(""));
 
     for (size_t count = 0; zorv::sha256_hardware() && count <= 9; ++count) {
-        const Bytes blocks = random_bytes(64 * count + 1), start = random_bytes(32);
-        uint32_t portable[8], hardware[8];
-        memcpy(portable, start.data(), sizeof portable);
-        memcpy(hardware, start.data(), sizeof hardware);
-        zorv::sha256_compress_portable(portable, blocks.data() + 1, count);
-        zorv::sha256_hardware()(hardware, blocks.data() + 1, count);
-        EXPECT_EQ(memcmp(portable, hardware, sizeof portable), 0) << count << " blocks";
+        const Bytes blocks = random_bytes(64 * count + 1);
+        std::array<uint32_t, 8> portable = {1, 2, 3, 4, 5, 6, 7, 8}, hardware = portable;
+        zorv::sha256_compress_portable(portable.data(), blocks.data() + 1, count);
+        zorv::sha256_hardware()(hardware.data(), blocks.data() + 1, count);
+        EXPECT_EQ(portable, hardware) << count << " blocks";
     }
 }
 

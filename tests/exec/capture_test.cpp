@@ -30,7 +30,7 @@ TEST_F(Capture, OutputIsCutToTheBuffer)
     for (int i = 1; numbers.size() < 70000; ++i)
         numbers += std::to_string(i) + "\n";
     const int descriptors = open_descriptors();
-    for (const size_t length : {0, 99, 1023, 1024, 1025, 4000, 70000}) {
+    for (const size_t length : {0, 1023, 1024, 1025, 70000}) {
         const std::string whole = numbers.substr(0, length);
         file("/tmp/output", whole);
         for (const size_t size : {1, 10, 1023, 1024, 1025, 2049, 100000}) {

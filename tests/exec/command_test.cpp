@@ -47,6 +47,7 @@ TEST_F(Commands, AreMadeCopiedAndCompared)
         EXPECT_TRUE(!command || !command->argv[command->argc]); // ready to be run
         EXPECT_EQ(shown(copy), want);
         EXPECT_EQ(exec_cmp(made, copy.get()), command ? 0 : -1);
+        EXPECT_EQ(exec_cmp(made, made), command ? 0 : -1);
     }
     const exec_command cleared = {};
     EXPECT_EQ(exec_copy(&cleared), nullptr);
