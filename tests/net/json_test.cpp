@@ -90,20 +90,18 @@ TEST_F(JsonHelpers, CountersAndArraysGrow)
     EXPECT_THAT(std::vector<long>(numbers, numbers + count), ElementsAre(1, -4));
     free(numbers);
 
-    EXPECT_EQ(zorv_json_add_long(obj, "n", -7), 0);
-    EXPECT_EQ(zorv_json_add_i64(obj, "new", 3), 0);
-    EXPECT_EQ(zorv_json_add_long(obj, "s", 1), 0); // was no integer
-    EXPECT_EQ(zorv_json_add_i64(obj, "max", 1), 0);
-    EXPECT_EQ(zorv_json_append_array(obj, "empty", 1), 0);
-    EXPECT_EQ(zorv_json_append_array(obj, "list", 2), 0);
-    EXPECT_EQ(zorv_json_append_array(obj, "n", 2), 0); // no array, no failure
+    for (const auto &[key, delta] : {std::pair{"n", -7}, {"new", 3}, {"s", 1}, {"max", 1}})
+        EXPECT_EQ(zorv_json_add_long(obj, key, delta), 0); // "s" was no integer
+    for (const char *const key : {"empty", "list", "n"})
+        EXPECT_EQ(zorv_json_append_array(obj, key, 2), 0); // no array is no failure
+    EXPECT_EQ(zorv_json_add_i64(obj, "n", 0), 0);
     json_t *const list = json_object_get(obj, "list");
     for (const auto &[none, key] : {std::pair<json_t *, const char *>{}, {list, "n"}, {obj, {}}}) {
         EXPECT_EQ(zorv_json_add_long(none, key, 1), -1);
         EXPECT_EQ(zorv_json_append_array(none, key, 1), -1);
         EXPECT_EQ(zorv_json_maybe_append_array(none, key, 1), -1);
     }
-    EXPECT_EQ(dumped(obj), R"({"some":[1,"2",3.5,null,-4,[5]],"none":["1"],"empty":[1],"n":-2,)"
+    EXPECT_EQ(dumped(obj), R"({"some":[1,"2",3.5,null,-4,[5]],"none":["1"],"empty":[2],"n":-2,)"
                            R"("s":1,"max":-9223372036854775808,"new":3,"list":[2]})");
 }
 
