@@ -19,13 +19,11 @@ using cloud::Lookup;
 
 namespace {
 
-constexpr size_t kAll = SIZE_MAX;
-
 using Headers = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
 using Response = std::unique_ptr<curl_simple_response, decltype(&curl_simple_response_free)>;
 using CurlSimple = Device;
 
-Response make_response(size_t max_size = kAll)
+Response make_response(size_t max_size = SIZE_MAX)
 {
     return {curl_simple_response_init(max_size), curl_simple_response_free};
 }
@@ -155,7 +153,6 @@ TEST_F(CurlSimple, EveryPeerHasItsResult)
     const std::tuple<const char *, unsigned, int, std::string> rows[] = {
         {"", 0, CURLE_URL_MALFORMAT, "0 "},
         {"https://none.test/", 0, CURLE_COULDNT_RESOLVE_HOST, "0 "},
-        {"https://cloud.test:1/", 0, CURLE_COULDNT_CONNECT, "0 "},
         {"https://untrusted.test/", 0, CURLE_PEER_FAILED_VERIFICATION, "0 "},
         {"https://misnamed.test/", 0, CURLE_PEER_FAILED_VERIFICATION, "0 "},
         {"https://cloud.test/reset", 0, CURLE_RECV_ERROR, "200 01234 <cloud.test"},

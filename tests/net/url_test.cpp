@@ -10,16 +10,12 @@
 
 namespace {
 
-struct FreeUrl {
-    void operator()(url *record) const { url_destroy(record); }
-    void operator()(char *text) const { free(text); }
-};
-using UrlPtr = std::unique_ptr<url, FreeUrl>;
+using UrlPtr = std::unique_ptr<url, decltype(&url_destroy)>;
 using Urls = Device;
 
 UrlPtr parsed(const std::string &text)
 {
-    return UrlPtr(url_parse(text.c_str()));
+    return {url_parse(text.c_str()), url_destroy};
 }
 
 // A record: its normalised text, what that is made of, and whether it is HTTPS or IPv6.
@@ -129,8 +125,9 @@ TEST_F(Urls, OnlyAPortFrom1To65534Counts)
     EXPECT_EQ(url_scheme2port(nullptr, nullptr), -1);
 
     // Beside letters and digits, too.
-    const std::unique_ptr<char, FreeUrl> query(url_encode("a z&AZ09-._~+%\xff\x01\n@[`{/:"));
-    EXPECT_STREQ(query.get(), "a+z%26AZ09-._~%2b%25%ff%01%0a%40%5b%60%7b%2f%3a");
+    char *const query = url_encode("a z&AZ09-._~+%\xff\x01\n@[`{/:");
+    EXPECT_STREQ(query, "a+z%26AZ09-._~%2b%25%ff%01%0a%40%5b%60%7b%2f%3a");
+    free(query);
     EXPECT_EQ(url_encode(nullptr), nullptr);
 }
 
@@ -174,7 +171,7 @@ TEST_F(Urls, TheLastAddressOfAnAnswerIsTaken)
     EXPECT_EQ(url_addr_ntop(nullptr, little, sizeof little), EINVAL);
     // A copy owns its texts, but not its address.
     source->reserved = 5;
-    const UrlPtr copy(url_copy(source.get()));
+    const UrlPtr copy(url_copy(source.get()), url_destroy);
     EXPECT_NE(copy->host, source->host);
     EXPECT_EQ(copy->reserved, 5);
     EXPECT_EQ(copy->addr.ai_addr, reinterpret_cast<sockaddr *>(&source->storage));

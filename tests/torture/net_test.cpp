@@ -14,17 +14,9 @@
 
 namespace {
 
-template <auto Release>
-struct Releaser {
-    template <class T>
-    void operator()(T *resource) const
-    {
-        Release(resource);
-    }
-};
-using Url = std::unique_ptr<url, Releaser<url_destroy>>;
-using Text = std::unique_ptr<char, Releaser<free>>;
-using Response = std::unique_ptr<curl_simple_response, Releaser<curl_simple_response_free>>;
+using Url = std::unique_ptr<url, decltype([](url *record) { url_destroy(record); })>;
+using Text = std::unique_ptr<char, decltype([](char *text) { free(text); })>;
+using Response = std::unique_ptr<curl_simple_response, decltype(&curl_simple_response_free)>;
 
 constexpr long kAll = 1000; // calls are all to fail
 
@@ -96,7 +88,7 @@ TEST_F(Torture, Json)
         return results({result, static_cast<long>(count)});
     };
     const auto core = [] {
-        const std::unique_ptr<FILE, Releaser<fclose>> stream(fopen("/tmp/core", "re"));
+        const std::unique_ptr<FILE, int (*)(FILE *)> stream(fopen("/tmp/core", "re"), fclose);
         return results({json_object_load_file_base64(g_json.get(), "core", stream.get())});
     };
     const auto facts = [] {
@@ -143,7 +135,7 @@ TEST_F(Torture, Requests)
     for (const char *const to : {"file:///tmp/answer", "https://cloud.test/"}) {
         const bool is_file = *to == 'f';
         const auto post = [to] {
-            const Response response(curl_simple_response_init(9));
+            const Response response(curl_simple_response_init(9), curl_simple_response_free);
             if (!response)
                 return std::string("none");
             const int result = curl_simple_post_json(to, 0, g_json.get(), response.get());
