@@ -58,7 +58,9 @@ TEST_F(Torture, Core)
     torture({
         {"buffer",
          filled,
-         {"none", "0 0 - - 0 2 -1", "0 4200 *", "3 0 *", "3 4200 - *", "3 4200 zeros *"},
+         {"none", "0 0 - - 0 2 -1", "0 4200 *", "3 0 zeros *", "3 4200 - copied 4203 2 0",
+          "3 4200 zeros - 13203 2 0", "3 4200 zeros copied 13203 2 -1",
+          "3 *: buffer_reset: Failed to reallocate buffer"},
          [] { libzorv_log_level = 2; }},
         {"texts", texts, {"none *", "* none: vq_reduce_path: #: malloc(#) failed"}},
         {"libzorv_log", logged_line, {"", "x*", ": f: x*"}},
