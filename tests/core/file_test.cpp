@@ -8,11 +8,9 @@
 
 #include "support/device.h"
 
-using Files = Device;
-using namespace std::literals;
-
 namespace {
 
+using Files = Device;
 constexpr char kState[] = "/tmp/state";
 
 // What all readers make of a file: the line, given so many bytes, and the number.
@@ -21,8 +19,7 @@ std::string readings(const char *path, int size)
     char line[16] = "kept", text[300];
     errno = 0;
     const int rc = fsreadline(path, line, size);
-    const std::string first = line;
-    const std::string second = freadline(path, line, size, "none");
+    const std::string first = line, second = freadline(path, line, size, "none");
     snprintf(text, sizeof text, "%d [%s] [%s] [%s] %ld %ld %ld %ld %g", rc, first.c_str(),
              second.c_str(), freadlineat(AT_FDCWD, path, line, size, "none"), freadlong(path, -7),
              static_cast<long>(freadulong(path, -7UL)), freadlongat(AT_FDCWD, path, -7),
@@ -30,40 +27,30 @@ std::string readings(const char *path, int size)
     return text;
 }
 
-} // namespace
-
 TEST_F(Files, FirstLinesAndNumbersAreRead)
 {
-    const std::tuple<std::string_view, int, const char *> rows[] = {
+    const std::tuple<const char *, int, const char *> rows[] = {
         {"one\ntwo\n", 16, "0 [one] [one] [one] -7 -7 -7 -7 1.5"},
-        {"42", 16, "0 [42] [42] [42] 42 42 42 42 42"},
         {"0x10\r\n", 16, "0 [0x10\r] [0x10\r] [0x10\r] 0 0 16 16 16"},
         {"010\n", 3, "0 [01] [01] [01] 10 10 8 8 10"},
         {"  -5 kB\n", 1, "0 [] [] [] -5 -5 -5 -5 -5"},
-        {"-2.5e3\n", 7, "0 [-2.5e3] [-2.5e3] [-2.5e3] -2 -2 -2 -2 -2500"},
-        {"4\0 5\n"sv, 16, "0 [4] [4] [4] 4 4 4 4 4"},
         {"\n5\n", 16, "0 [] [] [] -7 -7 -7 -7 1.5"},
         {"", 16, "0 [kept] [kept] [none] -7 -7 -7 -7 1.5"}, // no error came before
         {"5", 0, "0 [kept] [kept] [kept] 5 5 5 5 5"},
-        {"5", -1, "0 [kept] [kept] [kept] 5 5 5 5 5"},
         // 15 characters of a number are seen, 32 of one with a fraction.
-        {"12345678901234567890\n", 5,
-         "0 [1234] [1234] [1234] 123456789012345 123456789012345 123456789012345 123456789012345 "
-         "1.23457e+19"},
-        {"                  1\n", 2, "0 [ ] [ ] [ ] -7 -7 -7 -7 1"},
-        {"0.000000000000000000000000000000009\n", 4, "0 [0.0] [0.0] [0.0] 0 0 0 0 0"},
+        {"  1234567890123456789\n", 5,
+         "0 [  12] [  12] [  12] 1234567890123 1234567890123 "
+         "1234567890123 1234567890123 1.23457e+18"},
+        {"/tmp", 16, "-21 [kept] [none] [none] -7 -7 -7 -7 1.5"}, // paths of no file
+        {"/tmp/missing", 3, "-2 [kept] [no] [no] -7 -7 -7 -7 1.5"},
+        {"/tmp/endless", 16, "0 [] [] [] -7 -7 -7 -7 1.5"},
     };
+    must_run("mknod /tmp/endless c 1 5 2>/dev/null || ln -s /dev/zero /tmp/endless");
     for (const auto &[text, size, want] : rows) {
         file(kState, text);
-        EXPECT_EQ(readings(kState, size), want) << text;
+        EXPECT_EQ(readings(*text == '/' ? text : kState, size), want) << text;
     }
     EXPECT_EQ(readings(nullptr, 5), "-22 [kept] [none] [none] -7 -7 -7 -7 1.5");
-    EXPECT_EQ(readings("/tmp/missing", 3), "-2 [kept] [no] [no] -7 -7 -7 -7 1.5");
-    EXPECT_EQ(readings("/tmp", 16), "-21 [kept] [none] [none] -7 -7 -7 -7 1.5");
-    EXPECT_EQ(readings("/tmp/missing", 0), "-2 [kept] [kept] [kept] -7 -7 -7 -7 1.5");
-    EXPECT_EQ(readings("/tmp/missing", INT_MIN), "-2 [kept] [kept] [kept] -7 -7 -7 -7 1.5");
-    must_run("mknod /tmp/endless c 1 5 2>/dev/null || ln -s /dev/zero /tmp/endless");
-    EXPECT_EQ(readings("/tmp/endless", 16), "0 [] [] [] -7 -7 -7 -7 1.5");
     EXPECT_THAT(logged(), IsEmpty());
     file(kState, "");
     errno = EIO;
@@ -78,22 +65,15 @@ TEST_F(Files, LinesAndValuesAreFoundByTheirKeys)
                  "modes=x\nempty = found\n" +
                      std::string(260, '.') + "wan0: up\n" + std::string(254, ' ') + "tail=end");
     const std::tuple<const char *, const char *, size_t, const char *> rows[] = {
-        {kState, "MemTotal:", 30, "1024, 0 MemTotal:  1024 kB\n"},
-        {kState, "MemTotal", 3, "no, 0 Me"},
         {kState, "MemTotal:", 3, "10, 0 Me"},
-        {kState, "mode", 30, "ap, 0 mode=ap\n"},
-        {kState, "MODE", 30, "none, -1 kept"},
         {kState, "empty", 30, "found, 0 empty\n"},
         {kState, "late", 30, "7, 0 \t late =\t= 7\r\n"},
         {kState, "up", 30, "none, 0 ......wan0: up\n"},
-        {kState, "tail", 30, "end, 0 tail=end"},
         {kState, "", 30, "none, 0 MemTotal:  1024 kB\n"},
         {kState, "mode", 1, ", 0 "},
         {kState, "MODE", 3, "no, -1 ke"}, // ended, whatever happens
         {kState, "mode", 0, "kept, -1 kept"},
-        {kState, "MODE", 0, "kept, -1 kept"},
         {kState, nullptr, 30, "none, -1 kept"},
-        {"/tmp/missing", "mode", 3, "no, -1 ke"},
         {nullptr, "mode", 30, "none, -1 kept"},
     };
     char value[31], line[31];
@@ -104,74 +84,55 @@ TEST_F(Files, LinesAndValuesAreFoundByTheirKeys)
         const int rc = fsreadlinebykey(path, key, line, size);
         EXPECT_EQ(std::string(value) + ", " + std::to_string(rc) + " " + line, want);
     }
-    EXPECT_EQ(fsreadlinebykey(kState, "mode", nullptr, 5), -1);
     EXPECT_THAT(logged(), IsEmpty());
-
     libzorv_log_level = 16; // a missing default is an error, and an empty text
     EXPECT_STREQ(freadline("/tmp/missing", line, sizeof line, nullptr), "");
-    libzorv_log_level = 1;
-    EXPECT_STREQ(freadlineat(AT_FDCWD, "/tmp/missing", line, sizeof line, nullptr), "");
-    EXPECT_STREQ(freadvalue("/tmp/missing", "key", line, sizeof line, nullptr), "");
     EXPECT_THAT(logged(),
                 ElementsAre("[debug] libzorv_util.freadline(): fsreadline returned error code -2",
-                            "[error] libzorv_util.freadline(): NULL pointer for default value",
-                            "[error] libzorv_util.freadlineat(): NULL pointer for default value",
-                            "[error] libzorv_util.freadvalue(): NULL pointer for default value"));
+                            "[error] libzorv_util.freadline(): NULL pointer for default value"));
 }
 
 TEST_F(Files, WritingReplacesTheContentAndCountersAddUp)
 {
     umask(0);
     const int tmp = open("/tmp", O_DIRECTORY | O_CLOEXEC), descriptors = open_descriptors();
-    file(kState, "longer than what comes\n");
-    EXPECT_EQ(fwriteline(kState, "%s=%d\n", "mode", 5), 7);
-    EXPECT_EQ(read(kState), "mode=5\n");
-    EXPECT_EQ(fwritelineat(tmp, "text", "%s\n", "longer"), 7);
+    file("/tmp/text", "longer than what comes\n");
+    EXPECT_EQ(fwriteline("/tmp/text", "%s=%d\n", "mode", 5), 7);
+    EXPECT_EQ(read("/tmp/text"), "mode=5\n");
     EXPECT_EQ(fwritelineat(tmp, "text", "%s\n", "new"), 4);
     EXPECT_EQ(errno, EBADF); // the second close
     EXPECT_EQ(fwritelongat(tmp, "number", LONG_MIN), 0);
     EXPECT_EQ(faddlongat(tmp, "sum", 5), 0);
-    EXPECT_EQ(run("cd /tmp; cat text number sum; stat -c %a text number sum").output,
-              "new\n-9223372036854775808\n5\n600\n600\n600\n");
+    EXPECT_EQ(run("cd /tmp; cat text number sum; stat -c %a number sum").output,
+              "new\n-9223372036854775808\n5\n600\n600\n");
     const std::tuple<const char *, long, const char *, const char *> rows[] = {
         {"0x10 and more\nlines\n", 1, "1\n", "17\n"},
-        {"10", -11, "-1\n", "-1\n"},
-        {"junk\n", 3, "3\n", "3\n"},
         {"", 3, "3\n", "3\n"},
         {"123456789012345678\n", 1, "123456789012346\n", "123456789012346\n"},
         {"1", LONG_MAX, "-9223372036854775808\n", "-9223372036854775808\n"},
     };
     for (const auto &[text, delta, base_ten, any_base] : rows) {
-        SCOPED_TRACE(text);
         file(kState, text);
         EXPECT_EQ(faddlong(kState, delta), 0);
-        EXPECT_EQ(read(kState), base_ten);
-        for (const auto add : {faddlongat, faddi64at}) {
-            file(kState, text);
-            EXPECT_EQ(add(tmp, "state", delta), 0);
-            EXPECT_EQ(read(kState), any_base);
-        }
+        EXPECT_EQ(read(kState), base_ten) << text;
+        file(kState, text);
+        EXPECT_EQ(faddi64at(tmp, "state", delta), 0);
+        EXPECT_EQ(read(kState), any_base) << text;
     }
     EXPECT_EQ(fwriteline("/tmp/no/folder", "x"), -1);
-    EXPECT_EQ(fwritelineat(tmp, "no/folder", "x"), -1);
     EXPECT_EQ(fwritelongat(-1, "number", 1), -1);
-    EXPECT_EQ(faddlong("/tmp/no/folder", 1), -1);
     EXPECT_EQ(faddlongat(tmp, "no/folder", 1), -1);
-    EXPECT_EQ(faddi64at(tmp, ".", 1), -1);
     EXPECT_EQ(open_descriptors(), descriptors);
-    close(tmp);
-}
 
-TEST_F(Files, PathsAreFormattedUpToTheKernelsLength)
-{
-    const auto opened = [](const char *mode, const std::string &slashes, const char *name) {
-        FILE *const stream = fopen_format(mode, "%s/tmp/%s.%d", slashes.c_str(), name, 7);
+    const auto opened = [](const std::string &slashes, const char *name) {
+        FILE *const stream = fopen_format("re", "%s/tmp/%s.%d", slashes.c_str(), name, 7);
         return stream ? fclose(stream) : errno;
     };
-    EXPECT_EQ(opened("we", "", "state"), 0);
-    EXPECT_TRUE(exists("/tmp/state.7"));
-    EXPECT_EQ(opened("re", std::string(4095 - strlen("/tmp/state.7"), '/'), "state"), 0);
-    EXPECT_EQ(opened("re", std::string(4096 - strlen("/tmp/state.7"), '/'), "state"), ENAMETOOLONG);
-    EXPECT_EQ(opened("re", std::string(16 << 20, '/'), "state"), ENAMETOOLONG); // beyond a stack
-    EXPECT_EQ(opened("re", "", "missing"), ENOENT);
+    file("/tmp/state.7", "");
+    EXPECT_EQ(opened(std::string(4095 - strlen("/tmp/state.7"), '/'), "state"), 0);
+    EXPECT_EQ(opened(std::string(4096 - strlen("/tmp/state.7"), '/'), "state"), ENAMETOOLONG);
+    EXPECT_EQ(opened(std::string(16 << 20, '/'), "state"), ENAMETOOLONG); // beyond a stack
+    EXPECT_EQ(opened("", "missing"), ENOENT);
 }
+
+} // namespace

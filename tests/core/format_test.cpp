@@ -7,53 +7,47 @@
 
 #include "support/device.h"
 
-using Format = Device;
-
 namespace {
 
+using Format = Device;
 using Owned = std::unique_ptr<char, decltype(&free)>;
+constexpr wint_t kNone = 0xD800; // no character: printf fails
 
 std::string reduce(const std::string &path)
 {
     const Owned reduced(vq_reduce_path(path.c_str(), nullptr), free);
-    return reduced ? reduced.get() : "failed";
+    return reduced ? reduced.get() : "failed: " + std::to_string(errno);
 }
-
-} // namespace
 
 TEST_F(Format, TextsAreWholeOrSayThatTheyAreCut)
 {
     const std::string large(100000, 'x');
     EXPECT_EQ(Owned(malloc_printf("%s-%d", large.c_str(), 7), free).get(), large + "-7");
-    EXPECT_EQ(malloc_printf("%lc", static_cast<wint_t>(0xD800)), nullptr); // no such character
+    EXPECT_EQ(malloc_printf("%lc", kNone), nullptr);
 
-    const auto cut = [](size_t size, const char *message, const char *whole) {
-        char text[8] = "kept";
-        const int length = zorv_snprintf("cfg", message, text, size, "%s", whole);
-        return std::to_string(length) + " " + text;
+    const std::tuple<size_t, const char *, const char *, const char *> texts[] = {
+        {4, "kept", "abc", "3 abc"}, {4, nullptr, "0123456789", "10 012"},
+        {1, "kept", "", "0 "},       {0, nullptr, "0123456789", "0 kept"},
+        {4, "cut", "0123", "3 012"}, {0, "no room", "abc", "0 kept"},
     };
-    EXPECT_EQ(cut(4, "cut", "abc"), "3 abc");
-    EXPECT_EQ(cut(4, nullptr, "0123456789"), "10 012");
-    EXPECT_EQ(cut(0, nullptr, "0123456789"), "0 kept");
-    EXPECT_EQ(cut(1, "cut", ""), "0 ");
-    EXPECT_THAT(logged(), IsEmpty());
-    EXPECT_EQ(cut(4, "cut", "0123"), "3 012");
     for (libzorv_log_level = 1; libzorv_log_level >= 0; --libzorv_log_level) {
-        EXPECT_EQ(cut(0, "no room", "abc"), "0 kept");
-        char text[4];
-        const wint_t none = 0xD800;
-        EXPECT_EQ(zorv_snprintf("cfg", nullptr, text, sizeof text, "%lc", none), 0);
+        for (const auto &[size, message, whole, want] : texts) {
+            char text[8] = "kept";
+            const int length = zorv_snprintf("cfg", message, text, size, "%s", whole);
+            EXPECT_EQ(std::to_string(length) + " " + text, want);
+        }
+        char text[8];
+        EXPECT_EQ(zorv_snprintf("cfg", nullptr, text, sizeof text, "%lc", kNone), 0);
     }
     // The message's own newline, then the line's.
-    EXPECT_THAT(logged(),
-                ElementsAre("[error] cfg.zorv_snprintf(): cut", "",
-                            "[error] cfg.zorv_snprintf(): no room", "",
-                            "[error] cfg.zorv_snprintf(): zorv_snprintf failure: -1", ""));
+    const std::string at = "[error] cfg.zorv_snprintf(): ";
+    EXPECT_THAT(logged(), ElementsAre(at + "cut", "", at + "no room", "",
+                                      at + "zorv_snprintf failure: -1", ""));
+
     const unsigned char bytes[] = {0x0a, 0xff, 0x00, 0x7b}; // the last one is left out
     const std::tuple<int, int, const char *> rows[] = {
-        {4, 16, "6 0aff00"}, {4, 7, "6 0aff00"}, {4, 6, "4 0aff"},        {4, 3, "2 0a"},
-        {4, 2, "0 kept"},    {1, 16, "0 kept"},  {0, 16, "0 kept"},       {-1, 16, "0 kept"},
-        {4, 0, "0 kept"},    {4, -16, "0 kept"}, {INT_MIN, 16, "0 kept"},
+        {4, 7, "6 0aff00"}, {4, 6, "4 0aff"},   {4, 2, "0 kept"},        {1, 16, "0 kept"},
+        {0, 16, "0 kept"},  {4, -16, "0 kept"}, {INT_MIN, 16, "0 kept"},
     };
     for (const auto &[count, size, want] : rows) {
         char text[16] = "kept";
@@ -68,25 +62,13 @@ TEST_F(Format, PathsReduceByTheirText)
     ASSERT_EQ(chdir("/tmp/a/b"), 0);
     const std::pair<std::string, std::string> rows[] = {
         {"/a//b/./c/../d/", "/a/b/d"},
-        {"/..", "/"},
-        {"/../../a", "/a"},
-        {"/a/../..", "/"},
-        {"/", "/"},
-        {"/a/...", "/a/..."},
-        {"/a/..b/.c", "/a/..b/.c"},
-        {".", "."},
+        {"/a/..b/.c/...", "/a/..b/.c/..."},
         {"", "."},
+        {".", "."},
         {"a/..", "."},
-        {"a/b/..", "a"},
-        {"././/a", "a"},
-        {"a/../b", "b"},
         {"a/..//./b/", "b"},
-        {".hidden", ".hidden"},
         {"..", "/tmp/a"},
-        {"../x", "/tmp/a/x"},
         {"a/../../x", "/tmp/a/x"},
-        {"../..", "/tmp"},
-        {"../../../../../x", "/x"},
         {"../../..", "/"},
         {"/" + std::string(4094, 'x'), "/" + std::string(4094, 'x')},
         {"/a/.." + std::string(5000, '/') + "b", "/b"}, // what is dropped is not counted
@@ -97,18 +79,10 @@ TEST_F(Format, PathsReduceByTheirText)
         EXPECT_EQ(vq_reduce_path(path.c_str(), output), output);
         EXPECT_EQ(output, reduced);
     }
-    EXPECT_EQ(reduce("/" + std::string(4095, 'x') + "/.."), "failed");
-    EXPECT_EQ(errno, ENAMETOOLONG);
-    ASSERT_EQ(chdir("/"), 0);
-    EXPECT_EQ(reduce(".."), "/");
-    EXPECT_EQ(reduce("../x"), "/x");
-    EXPECT_THAT(logged(), IsEmpty());
-
+    EXPECT_EQ(reduce("/" + std::string(4095, 'x') + "/.."), "failed: 36");
     ASSERT_EQ(chdir("/tmp/gone"), 0);
     ASSERT_EQ(rmdir("/tmp/gone"), 0);
-    EXPECT_EQ(reduce("x/.."), ".");
-    EXPECT_EQ(reduce("../x"), "failed");
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(reduce("../x"), "failed: 2");
     EXPECT_THAT(logged(), ElementsAre("[error] libzorv_util.vq_reduce_path(): Couldn't getcwd for "
                                       "path ../x, No such file or directory"));
 }
@@ -117,20 +91,15 @@ TEST_F(Format, DirectoriesAreMadeWithTheirParents)
 {
     umask(0);
     file("/tmp/file", "");
-    must_run("ln -s /nowhere /tmp/dangling; mkdir /tmp/x; mkdir -m 0 /tmp/closed; cd /tmp/x");
+    must_run("ln -s /nowhere /tmp/dangling; mkdir /tmp/x; mkdir -m 0 /tmp/closed");
     ASSERT_EQ(chdir("/tmp/x"), 0);
     unprivileged();
     const std::pair<std::string, int> rows[] = {
         {"/tmp/x//y/./z/", 0},
-        {"/tmp/x/y", 0}, // is there
-        {"p", 0},
         {"q/r", 0},
-        {"/tmp/new", 0},
-        {"/tmp/file", ENOTDIR},
         {"/tmp/file/x/y", ENOTDIR},
         {"/tmp/dangling", EEXIST},
         {"/tmp/closed/x/y", EACCES},
-        {"/tmp/none/..", EEXIST},
         {"", EEXIST},
         {std::string(5000, 'x'), ENAMETOOLONG},
     };
@@ -139,6 +108,8 @@ TEST_F(Format, DirectoriesAreMadeWithTheirParents)
         EXPECT_EQ(vq_mkdir_p(path.c_str(), 0750), error == 0 ? 0 : -1) << path;
         EXPECT_EQ(errno, error) << path;
     }
-    EXPECT_EQ(run("cd /tmp; stat -c '%a %n' x/y x/y/z x/p x/q x/q/r new; ls -d none").output,
-              "750 x/y\n750 x/y/z\n750 x/p\n750 x/q\n750 x/q/r\n750 new\n");
+    EXPECT_EQ(run("cd /tmp/x; stat -c '%a %n' y y/z q q/r").output,
+              "750 y\n750 y/z\n750 q\n750 q/r\n");
 }
+
+} // namespace

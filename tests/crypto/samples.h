@@ -1,4 +1,4 @@
-// samples.h - what the tests share: bytes as hexadecimal, random ones that repeat.
+// samples.h - what the tests share: bytes as hexadecimal, and random ones that repeat.
 #ifndef ZORV_TESTS_CRYPTO_SAMPLES_H
 #define ZORV_TESTS_CRYPTO_SAMPLES_H
 
@@ -32,21 +32,13 @@ inline std::string to_hex(const uint8_t *bytes, size_t count)
     return to_hex(std::span(bytes, count));
 }
 
-// NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): a failure is to come again
-class Random {
-public:
-    size_t below(size_t limit) { return engine_() % limit; }
-
-    Bytes bytes(size_t count)
-    {
-        Bytes result(count);
-        for (uint8_t &byte : result)
-            byte = static_cast<uint8_t>(engine_());
-        return result;
-    }
-
-private:
-    std::mt19937 engine_;
-};
+inline Bytes random_bytes(size_t count)
+{
+    static std::mt19937 engine; // NOLINT(cert-msc32-c,cert-msc51-cpp): a failure is to come again
+    Bytes bytes(count);
+    for (uint8_t &byte : bytes)
+        byte = static_cast<uint8_t>(engine());
+    return bytes;
+}
 
 #endif

@@ -10,20 +10,11 @@ namespace {
 using Commands = Device;
 using Command = std::unique_ptr<exec_command, decltype(&exec_destroy)>;
 
-template <class... Words>
-Command make(const char *path, Words... arguments)
-{
-    return {exec_create(path, arguments..., nullptr), exec_destroy};
-}
-
 // The path and the arguments, in brackets.
-std::string shown(const exec_command *command)
+std::string shown(const Command &command)
 {
-    if (!command)
-        return "none";
-    EXPECT_EQ(command->argv[0], command->path);
-    std::string text;
-    for (int slot = 0; slot < command->argc; ++slot)
+    std::string text = command ? "" : "none";
+    for (int slot = 0; command && slot < command->argc; ++slot)
         text += command->argv[slot] ? "[" + std::string(command->argv[slot]) + "]" : "-";
     return text;
 }
@@ -31,38 +22,35 @@ std::string shown(const exec_command *command)
 TEST_F(Commands, AreMadeCopiedAndCompared)
 {
     const std::string text(5000, 'x');
-    const Command base = make("/bin/a", "x", "y");
-    Command holed = make("/bin/a", "x", "y");
+    const char *const path = "/bin/a", *const none = nullptr;
+    exec_command *const holed = exec_create(path, "x", "y", none);
     free(std::exchange(holed->argv[1], nullptr)); // as when memory ran out for it
-    const struct {
-        Command command;
-        std::string want;
-        int result; // of the comparison: by count, path, arguments
-    } rows[] = {
-        {make(nullptr), "none", -1},
-        {make(""), "none", -1},
-        {make("/bin/a", "x", "y"), "[/bin/a][x][y]", 0},
-        {make("/bin/b"), "[/bin/b]", -2},
-        {make("/bin/b", "z", "y"), "[/bin/b][z][y]", -3},
-        {make("/bin/a", "", "z z"), "[/bin/a][][z z]", 1},
-        {std::move(holed), "[/bin/a]-[y]", 1},
-        {make("/bin/a", "x", "z"), "[/bin/a][x][z]", 2},
-        {make(text.c_str(), text.c_str(), "y"),
+    const std::tuple<exec_command *, std::string, int> rows[] = {
+        // The result of comparing with the fourth: by count, path, arguments.
+        {exec_create(none, none), "none", -1},
+        {exec_create("", none), "none", -1},
+        {exec_create(path, "x", "y", none), "[/bin/a][x][y]", 0},
+        {exec_create("/bin/b", none), "[/bin/b]", -2},
+        {exec_create("/bin/b", "z", "y", none), "[/bin/b][z][y]", -3},
+        {exec_create(path, "", "z z", none), "[/bin/a][][z z]", 1},
+        {holed, "[/bin/a]-[y]", 1},
+        {exec_create(path, "x", "z", none), "[/bin/a][x][z]", 2},
+        {exec_create(text.c_str(), text.c_str(), "y", none),
          "[" + text.substr(0, 4095) + "][" + text.substr(0, 4096) + "][y]", -3},
     };
-    for (const auto &[command, want, result] : rows) {
-        EXPECT_EQ(shown(command.get()), want);
-        EXPECT_EQ(exec_cmp(base.get(), command.get()), result) << want;
-        EXPECT_EQ(exec_cmp(command.get(), base.get()), result) << want;
+    for (const auto &[made, want, result] : rows) {
+        const Command base(exec_create(path, "x", "y", none), exec_destroy);
+        const Command command(made, exec_destroy), copy(exec_copy(made), exec_destroy);
+        EXPECT_EQ(shown(command), want);
+        EXPECT_EQ(exec_cmp(base.get(), made), result) << want;
+        EXPECT_EQ(exec_cmp(made, base.get()), result) << want;
         EXPECT_TRUE(!command || !command->argv[command->argc]); // ready to be run
-        const Command copy(exec_copy(command.get()), exec_destroy);
-        EXPECT_EQ(shown(copy.get()), want);
-        EXPECT_EQ(exec_cmp(command.get(), copy.get()), command ? 0 : -1);
+        EXPECT_EQ(shown(copy), want);
+        EXPECT_EQ(exec_cmp(made, copy.get()), command ? 0 : -1);
+        EXPECT_EQ(exec_cmp(made, made), command ? 0 : -1);
     }
-    EXPECT_EQ(exec_cmp(base.get(), base.get()), 0);
     const exec_command cleared = {};
     EXPECT_EQ(exec_copy(&cleared), nullptr);
-    exec_destroy(nullptr);
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <memory>
-#include <random>
 #include <sstream>
 
 #include <arpa/inet.h>
@@ -11,16 +10,12 @@
 
 namespace {
 
-struct FreeUrl {
-    void operator()(url *record) const { url_destroy(record); }
-    void operator()(char *text) const { free(text); }
-};
-using UrlPtr = std::unique_ptr<url, FreeUrl>;
-using Text = std::unique_ptr<char, FreeUrl>;
+using UrlPtr = std::unique_ptr<url, decltype(&url_destroy)>;
+using Urls = Device;
 
 UrlPtr parsed(const std::string &text)
 {
-    return UrlPtr(url_parse(text.c_str()));
+    return {url_parse(text.c_str()), url_destroy};
 }
 
 // A record: its normalised text, what that is made of, and whether it is HTTPS or IPv6.
@@ -34,13 +29,6 @@ std::string shown(const url *record)
          << record->port << ' ' << record->path << (record->is_https == 1 ? " https" : "")
          << (record->is_ipv6 == 1 ? " v6" : "");
     return line.str();
-}
-
-std::string address(const url *record)
-{
-    char text[INET6_ADDRSTRLEN] = "none";
-    EXPECT_EQ(url_addr_ntop(record, text, sizeof text), 0);
-    return text;
 }
 
 // What was logged, without the words that all lines of dump_addrinfo() begin with.
@@ -64,28 +52,13 @@ std::string resolved(const char *host, const addrinfo *hints)
     said();
     const int result = url_resolve(record.get(), hints);
     EXPECT_FALSE(record->addr.ai_canonname || record->addr.ai_next);
-    EXPECT_EQ(reinterpret_cast<void *>(record->addr.ai_addr),
-              result == 0 ? &record->storage : nullptr);
-    return std::to_string(result) + " " + address(record.get()) + " " +
-           std::to_string(ntohs(record->storage.sin6_port)) + " " +
-           std::to_string(record->addr.ai_socktype) + "\n" + said();
+    char address[INET6_ADDRSTRLEN] = "none";
+    EXPECT_EQ(url_addr_ntop(record.get(), address, sizeof address), 0);
+    std::ostringstream text;
+    text << result << ' ' << address << ' ' << ntohs(record->storage.sin6_port) << ' '
+         << record->addr.ai_socktype << '\n';
+    return text.str() + said();
 }
-
-class Urls : public Device {
-protected:
-    // The names that the resolver knows, one with several addresses.
-    Urls()
-    {
-        file("/etc/nsswitch.conf", "hosts: files\nprotocols: files\n");
-        file("/etc/host.conf", "multi on\n");
-        remove("/etc/protocols"); // a link to the build machine's
-        file("/etc/protocols", "tcp 6 TCP\nudp 17 UDP\n");
-        file("/etc/hosts", "127.0.0.1 inform\n127.0.0.2 inform\n127.0.0.3 inform\n"
-                           "2001:db8::1 both\n127.0.0.4 both\n2001:db8::6 six\n");
-    }
-};
-
-} // namespace
 
 TEST_F(Urls, ATextIsTakenApart)
 {
@@ -97,164 +70,115 @@ TEST_F(Urls, ATextIsTakenApart)
         {"ws://host:80/a:b/c", "ws://host/a:b/c = ws - host 80 /a:b/c"},
         {"wss://host:80;x=1", "wss://host:80;x=1 = wss - host 80 ;x=1"},
         {"host?q=/", "http://host?q=/ = http - host 80 ?q=/"},
-        {"http://@host//", "http://host// = http - host 80 //"},
         {"http://a@host/b@c", "http://a@host/b@c = http a host 80 /b@c"},
-        {"http://host:8x:1/", "http://host/ = http - host 80 /"},
+        {"http://@host:8x:1/", "http://host/ = http - host 80 /"},
         {"http://[fe80::1]:8080/a?b", "http://[fe80::1]:8080/a?b = http - fe80::1 8080 /a?b v6"},
         {"http://[fe80::1]x:9/", "http://[fe80/ = http - [fe80 80 /"}, // x: a name
         {"http://[fe80::1]-:9/", "http://[fe80::1]:9/ = http - fe80::1 9 / v6"},
-        {"http://fe80::1", "http://[fe80::1]/ = http - fe80::1 80 / v6"},
-        {"http://cafe", "http://[cafe]/ = http - cafe 80 / v6"},
         {"http://cafe]", "http://[cafe]]/ = http - cafe] 80 / v6"},
         {"http://face.bed:8", "http://face.bed:8/ = http - face.bed 8 /"},
-        {"http://:80/", "http://[:80]/ = http - :80 80 / v6"},
         {"http://1:2.3:4/", "http://[1:2.3:4]/ = http - 1:2.3:4 80 / v6"},
     };
+    url *copy = url_parse("http://old");
     for (const auto &[text, want] : rows) {
         const UrlPtr record = parsed(text);
         ASSERT_EQ(shown(record.get()), want);
         EXPECT_STREQ(record->raw, text);
-        EXPECT_EQ(address(record.get()), "none");
         EXPECT_EQ(url_addr_ntop(record.get(), nullptr, 0), 0);
+        url_replace(&copy, record.get());
+        url_replace(&copy, copy);
+        EXPECT_STREQ(copy->raw, text);
+        EXPECT_EQ(shown(copy), want);
     }
+    url_replace(nullptr, copy);
+    url_replace(&copy, nullptr);
+    EXPECT_EQ(copy, nullptr);
+    url_destroy(nullptr);
     // What names no host is refused in silence.
-    std::istringstream refused(": / :// http: http:/h http:// http://@ http://h@ http://h@/ "
-                               "http:///p http://:x/ http://[]/ http://[::1 http://h/a@b "
-                               "http://h?a@ ftp://h/ httpx://h h:8080/x a:b://h u:p@http://h");
+    std::istringstream refused(": / :// http: http:/h http:// http://@ http://h@/ http://:x/ "
+                               "http://[]/ http://[::1 http://h/a@b ftp://h/ httpx://h h:8080/x");
     for (std::string text; refused >> text;)
         EXPECT_FALSE(parsed(text)) << text;
-    EXPECT_FALSE(parsed(" http://h"));
     EXPECT_FALSE(parsed(""));
     EXPECT_EQ(url_parse(nullptr), nullptr);
-
-    const std::string longest = "s" + std::string(1023, 'h');
-    EXPECT_THAT(shown(parsed(longest).get()), StartsWith("http://" + longest + "/ = "));
+    EXPECT_EQ(url_copy(nullptr), nullptr);
     EXPECT_TRUE(parsed(std::string(1024, 'a'))); // the form that grows most: [], http:// and /
-    EXPECT_FALSE(parsed(longest + "h"));
-    EXPECT_FALSE(parsed(std::string(1 << 20, 'h')));
+    EXPECT_FALSE(parsed(std::string(1025, 'h')));
     EXPECT_EQ(said(), "");
 }
 
 TEST_F(Urls, OnlyAPortFrom1To65534Counts)
 {
     const std::pair<const char *, int> rows[] = {
-        {"1", 1},       {"65534", 65534}, {"65535", 443}, {"65536", 443},  {"0", 443},
-        {"99999", 443}, {"", 443},        {"00080", 80},  {"000080", 443}, {"+80", 443},
-        {" 80", 443},   {"8 ", 443},      {"0x50", 443},  {"-1", 443},
+        {"1", 1},  {"65534", 65534}, {"65535", 443},  {"0", 443},   {"99999", 443},
+        {"", 443}, {"00080", 80},    {"000080", 443}, {"+80", 443}, {"8:", 443},
     };
     for (const std::string host : {"host", "10.0.0.1", "[::1]"})
         for (const auto &[port, number] : rows)
             EXPECT_EQ(parsed("https://" + host + ":" + port + "/")->port, number) << host << port;
-
-    const std::pair<const char *, int> schemes[] = {
-        {"http", 80}, {"HTTPS", 443}, {"stun", 3478}, {"ws", 80},  {"Wss", 443},
-        {"", -1},     {"h", -1},      {"http:", -1},  {"ftp", -1}, {"https ", -1},
-    };
-    for (const auto &[scheme, want] : schemes) {
-        uint16_t port = 7;
-        EXPECT_EQ(url_scheme2port(scheme, nullptr), want > 0 ? 0 : -1) << scheme;
-        EXPECT_EQ(url_scheme2port(scheme, &port), want > 0 ? 0 : -1) << scheme;
-        EXPECT_EQ(port, want > 0 ? want : 7) << scheme;
-    }
+    uint16_t port = 7;
+    EXPECT_EQ(url_scheme2port("https ", &port), -1);
+    EXPECT_EQ(port, 7);
+    EXPECT_EQ(url_scheme2port("Stun", &port), 0);
+    EXPECT_EQ(port, 3478);
+    EXPECT_EQ(url_scheme2port("ws", nullptr), 0);
     EXPECT_EQ(url_scheme2port(nullptr, nullptr), -1);
-}
 
-// Whatever was parsed, its normalised text is the same URL again, and so is a copy.
-TEST_F(Urls, TheNormalisedTextParsesToTheSameRecord)
-{
-    const std::vector<std::string> parts[] = {
-        {"", "http://", "hTTps://", "STUN://", "ws://", "wSs://"},
-        {"", "u@", "u:p@", "\x80\xff %@"},
-        {"h", "My-Host.example", "10.0.0.1", "[::1]", "[1.2.3.4]", "a.bad", "cafe", "xn--caf"},
-        {"", ":", ":1", ":80", ":443", ":65535", ":8a", ":9999999"},
-        {"", "/", "/a/b", "?q=[a:b]", ";p:80", "/\x01\xfe?#/"},
-    };
-    std::mt19937 random(1); // NOLINT(cert-msc51-cpp,cert-msc32-c): a failure is to come again
-    url *copy = url_parse("http://old");
-    int count = 0;
-    for (int i = 0; i < 4000; ++i) {
-        std::string text;
-        for (const auto &choices : parts)
-            text += choices[random() % choices.size()];
-        const UrlPtr record = parsed(text);
-        if (!record)
-            continue;
-        ASSERT_EQ(shown(parsed(record->url).get()), shown(record.get())) << text;
-        url_replace(&copy, record.get());
-        url_replace(&copy, copy);
-        ASSERT_EQ(shown(copy), shown(record.get()));
-        ASSERT_STREQ(copy->raw, text.c_str());
-        ++count;
-    }
-    EXPECT_GT(count, 2000);
-    url_replace(&copy, nullptr);
-    EXPECT_EQ(copy, nullptr);
-    url_replace(&copy, parsed("ws://h").get());
-    EXPECT_EQ(shown(copy), "ws://h/ = ws - h 80 /");
-    url_replace(nullptr, copy);
-    url_destroy(copy);
-    url_destroy(nullptr);
-    url empty = {};
-    EXPECT_EQ(url_copy(nullptr), nullptr);
-    EXPECT_EQ(url_copy(&empty), nullptr);
+    // Beside letters and digits, too.
+    char *const query = url_encode("a z&AZ09-._~+%\xff\x01\n@[`{/:");
+    EXPECT_STREQ(query, "a+z%26AZ09-._~%2b%25%ff%01%0a%40%5b%60%7b%2f%3a");
+    free(query);
+    EXPECT_EQ(url_encode(nullptr), nullptr);
 }
 
 TEST_F(Urls, TheLastAddressOfAnAnswerIsTaken)
 {
+    file("/etc/nsswitch.conf", "hosts: files\nprotocols: files\n");
+    file("/etc/host.conf", "multi on\n");
+    remove("/etc/protocols"); // a link to the build machine's
+    file("/etc/protocols", "tcp 6 TCP\n");
+    file("/etc/hosts", "127.0.0.1 inform\n127.0.0.2 inform\n127.0.0.3 inform\n"
+                       "2001:db8::1 both\n127.0.0.4 both\n2001:db8::6 six\n");
     addrinfo any = {}, six = {};
     any.ai_socktype = SOCK_DGRAM;
     any.ai_flags = AI_CANONNAME; // a name that belongs to the answer
     six.ai_family = AF_INET6;
     six.ai_socktype = SOCK_STREAM;
     const std::string asked = "[debug] libzorv.url_resolve(): url: http://10.0.0.1:81/\n";
-    const std::string failed =
-        "-2 none 81 0\n" + asked +
-        "[debug] libzorv.url_resolve(): failed to resolve URL : " + "Name or service not known\n";
-    const struct {
-        int level;
-        const char *host;
-        const addrinfo *hints;
-        std::string got;
-    } rows[] = {
-        {1, "inform", nullptr, "0 127.0.0.3 81 1\n"},
+    const std::tuple<int, const char *, const addrinfo *, std::string> rows[] = {
         {1, "inform", &any, "0 127.0.0.3 81 2\n"},
         {1, "both", nullptr, "0 127.0.0.4 81 1\n"},
-        {1, "both", &six, "0 2001:db8::1 81 1\n"},
-        {8, "nowhere", nullptr, failed},
-        {8, "six", nullptr, failed},
+        {8, "six", nullptr,
+         "-2 none 81 0\n" + asked +
+             "[debug] libzorv.url_resolve(): failed to resolve URL : Name or service not known\n"},
         {17, "six", &six, "0 2001:db8::6 81 1\n" + asked}, // the whole answer at level 16 alone
         {16, "six", &six,
          "0 2001:db8::6 81 1\n" + asked +
              "Protocol:\t6 (tcp)\n"
              "Socket Address (len=28):\n  Port:\t\t81\n  IPv6 Address:\t2001:db8::6\n"},
     };
-    for (const auto &row : rows) {
-        libzorv_log_level = row.level;
-        EXPECT_EQ(resolved(row.host, row.hints), row.got);
+    for (const auto &[level, host, hints, want] : rows) {
+        libzorv_log_level = level;
+        EXPECT_EQ(resolved(host, hints), want);
     }
     EXPECT_EQ(url_resolve(nullptr, nullptr), -1);
-    libzorv_log_level = 1;
 
-    const UrlPtr source = parsed("http://inform");
+    const UrlPtr source = parsed("http://127.0.0.3");
     ASSERT_EQ(url_resolve(source.get(), nullptr), 0);
     char little[4] = "abc";
     EXPECT_EQ(url_addr_ntop(source.get(), little, sizeof little), ENOSPC);
     EXPECT_EQ(url_addr_ntop(source.get(), nullptr, 0), EINVAL);
     EXPECT_EQ(url_addr_ntop(nullptr, little, sizeof little), EINVAL);
-
     // A copy owns its texts, but not its address.
     source->reserved = 5;
-    const UrlPtr copy(url_copy(source.get()));
+    const UrlPtr copy(url_copy(source.get()), url_destroy);
     EXPECT_NE(copy->host, source->host);
     EXPECT_EQ(copy->reserved, 5);
     EXPECT_EQ(copy->addr.ai_addr, reinterpret_cast<sockaddr *>(&source->storage));
     ASSERT_EQ(url_resolve(copy.get(), nullptr), 0);
-    EXPECT_EQ(copy->addr.ai_addr, reinterpret_cast<sockaddr *>(&copy->storage));
     EXPECT_EQ(copy->reserved, 0);
-}
+    logged();
 
-TEST_F(Urls, AnswersAreShownInDebug)
-{
     libzorv_log_level = 8;
     sockaddr_in v4 = {AF_INET, htons(53), {htonl(0xC0000207)}, {}};
     sockaddr other = {AF_UNIX, {}};
@@ -266,25 +190,6 @@ TEST_F(Urls, AnswersAreShownInDebug)
                       "  IPv4 Address:\t192.0.2.7\nProtocol:\t99 (Unknown)\n"
                       "Socket Address (len=16):\n  Unknown address family\n"
                       "Protocol:\t0 (Unknown)\n");
-
-    // Below debug nothing is looked up: the C library's record of the last protocol stays.
-    libzorv_log_level = 7;
-    const protoent *const last = getprotobynumber(6);
-    list[0].ai_protocol = 17;
-    dump_addrinfo(list);
-    EXPECT_EQ(last->p_proto, 6);
-    EXPECT_EQ(said(), "");
 }
 
-TEST_F(Urls, TextsAreEncodedForAQuery)
-{
-    const std::pair<const char *, const char *> rows[] = {
-        {"", ""},
-        {"a b&c", "a+b%26c"},
-        {"AZaz09-._~", "AZaz09-._~"},
-        {"+%\xff\x01\n@[`{/:", "%2b%25%ff%01%0a%40%5b%60%7b%2f%3a"}, // beside letters and digits
-    };
-    for (const auto &[text, want] : rows)
-        EXPECT_EQ(std::string(Text(url_encode(text)).get()), want);
-    EXPECT_EQ(url_encode(nullptr), nullptr);
-}
+} // namespace
