@@ -75,7 +75,6 @@ TEST_F(Bridge, RecordsStatesAndPortsOfWrittenFiles)
     const std::string longer(5000, 'b');
     EXPECT_EQ(learned("br0", "02:a0:f1:00:00:07"), "1 123 3");
     EXPECT_EQ(learned("br0", "02:a0:f1:00:00:01"), "1 0 2");
-    EXPECT_EQ(get_mac_brinfo("br0", "02:a0:f1:00:00:07", nullptr, nullptr), 1);
     for (const char *mac : {"02:a0:f1:00:00:08", "02:a0:f1:00:00:07:", kNothing})
         EXPECT_EQ(learned("br0", mac), "0 77 77");
     for (const char *bridge : {"br1", longer.c_str(), kNothing})
@@ -86,8 +85,6 @@ TEST_F(Bridge, RecordsStatesAndPortsOfWrittenFiles)
     };
     expect_rows("/sys/class/net/br0/brif/eth0/state", states,
                 {"3\n => 3 0 1", "0\n => 0 1 0", "1 => 1 0 0", " => -1 1 0", "(none) => -1 1 0"});
-    EXPECT_EQ(shown(get_br_port_state(nullptr, "eth0"), get_br_port_state("br0", nullptr)),
-              "-1 -1");
     // The ports of a bridge are links to the interfaces.
     write_port("br0", "folder", "0x1\n");
     write_port("br0", "../eth1", "0x11\n");

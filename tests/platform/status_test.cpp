@@ -27,7 +27,6 @@ TEST_F(Status, ServicesNeedBothOfTheirKeys)
          "#" + both + "ebtables.status=enabled\nebtables.50.status=enabled => 0 0 0 0 1",
          "\r" + both + "dhcpc.status=Enabled\nDHCPC.status=enabled\n => 0 0 0 0 0",
          "dhcpc.status==enabled\ndhcpc.1.status=enabled=\n=enabled\nenabled\n\r\n => 0 0 0 0 0",
-         "(none) => 0 0 0 0 0",
          "x=" + std::string(3000, 'x') + "\n" + both + std::string(1, '\0') + " => 1 0 0 0 0"});
     chmod("/tmp/system.cfg", 0777);
     EXPECT_EQ(services(), "0 0 0 0 0");
@@ -89,7 +88,6 @@ TEST_F(Status, BoardFilePublishedStatesAndTimes)
                  "(none) => -1 -1 zzzzzzzzz 0",
                  "serialno=0123\r\nboardrevisions = -3 => -3 0 0123\nzzzz 0"});
     EXPECT_EQ(board(4), "-3 -1 zzzzzzzzz 1"); // what does not fit leaves its file open
-    EXPECT_EQ(shown(get_boardrevision(nullptr), get_boardsn("/tmp/board", nullptr, 5)), "-1 -1");
     const auto facts = [] { return shown(get_main_mac_str(), get_manufid()); };
     expect_rows("/proc/zorvhal/system.info", facts,
                 {"(none) => 00:11:22:33:44:55 0",
@@ -133,7 +131,6 @@ TEST_F(Status, BoardFilePublishedStatesAndTimes)
         uptime2str(seconds, text, size);
         EXPECT_STREQ(text, words);
     }
-    uptime2str(90061, nullptr, 4);
     std::string joined;
     get_system_time(cells);
     for (const auto &cell : cells)
@@ -210,7 +207,6 @@ TEST_F(Status, InterfacesGatewayAndNeighboursAsTheKernelShowsThem)
     };
     must_run("ip link add wan0 type bridge && ip addr add 203.0.113.1/24 dev wan0 &&"
              "ip link set wan0 up && ip route add default via 203.0.113.254 dev wan0 metric 1 &&"
-             "ip route add 10.0.0.0/8 via 192.0.2.3 dev br0 &&"
              "ip route add default dev br0 metric 2");
     EXPECT_EQ(gateway(), "0 kept 7000000 0 kept");
     must_run("ip route add default via 192.0.2.254 dev br0 metric 50");
