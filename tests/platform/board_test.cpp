@@ -1,7 +1,5 @@
 #include <zorv/board.h>
 
-#include <cerrno>
-
 #include "platform/rows.h"
 #include "support/json.h"
 
