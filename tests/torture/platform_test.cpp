@@ -59,8 +59,7 @@ TEST_F(Torture, PlatformNetwork)
          [] {
              dev_status s = {};
              const int rc = fill_dev_status("br0", &s);
-             return shown(rc, int{s.hwaddr[0]}, s.ipaddr != 0, s.netmask != 0, s.flags & 1,
-                          s.speed);
+             return shown(rc, +s.hwaddr[0], s.ipaddr != 0, s.netmask != 0, s.flags & 1, s.speed);
          },
          {"-* 0 0 0 0 0", "0 0 1 1 1 10000", "0 2 0 1 1 10000", "0 2 1 0 1 10000",
           "0 2 1 1 0 10000", "0 2 1 1 1 0"}},
