@@ -2,7 +2,6 @@
 #ifndef ZORV_TESTS_PLATFORM_ROWS_H
 #define ZORV_TESTS_PLATFORM_ROWS_H
 
-#include <functional>
 #include <sstream>
 
 #include <netinet/ether.h>
@@ -32,24 +31,27 @@ inline std::string shown_mac(const uint8_t *mac)
     return ether_ntoa(reinterpret_cast<const ether_addr *>(mac));
 }
 
-// Puts a text into a file; "(none)" removes it, "(folder)" makes a folder of it.
-inline void put(const std::string &path, const std::string &content)
+// A text and the lines logged since, a blank before each.
+inline std::string with_log(std::string text)
 {
-    Device::remove(path);
-    if (content == "(folder)")
-        Device::must_run("mkdir -p " + path);
-    else if (content != "(none)")
-        Device::file(path, content);
+    for (const std::string &line : Device::logged())
+        text += " " + line;
+    return text;
 }
 
-// Each row is "content => answer": what is in the file, and what comes of it.
-inline void expect_rows(const char *path, const std::function<std::string()> &ask,
-                        const std::vector<std::string> &rows)
+// Each row is "content => answer": what is in the file, and what comes of it. "(none)" stands for
+// no file, "(folder)" for a folder in its place.
+template <class Ask>
+void expect_rows(const std::string &path, const Ask &ask, const std::vector<std::string> &rows)
 {
     for (const std::string &row : rows) {
         const std::string content = row.substr(0, row.rfind(" => "));
-        put(path, content);
-        EXPECT_EQ(content + " => " + ask(), row) << path;
+        Device::remove(path);
+        if (content == "(folder)")
+            Device::must_run("mkdir -p " + path);
+        else if (content != "(none)")
+            Device::file(path, content);
+        EXPECT_EQ(content + " => " + shown(ask()), row) << path;
     }
 }
 
