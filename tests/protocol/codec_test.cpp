@@ -118,9 +118,8 @@ TEST_F(Codec, Padding)
 
 TEST_F(Codec, WhatOneMakesTheOtherTakes)
 {
-    Random random;
     for (const size_t length : {1, 15, 16, 17, 463, 464, 65519}) {
-        const Bytes bytes = random.bytes(length);
+        const Bytes bytes = random_bytes(length);
         const std::string message(bytes.begin(), bytes.end());
         const auto sequence = static_cast<uint16_t>(0xF100 + length);
         const std::string got = taken(generate(message, 9, 0x0304, 1, make_ctrl(7, sequence)));
@@ -146,9 +145,8 @@ TEST_F(Codec, WhatOneMakesTheOtherTakes)
 // Whatever arrives is answered and touches nothing beside its own bytes.
 TEST_F(Codec, EveryLengthAndEveryFlippedBit)
 {
-    Random random;
     for (size_t length = 0; length <= 2000; ++length) {
-        const Bytes noise = random.bytes(length);
+        const Bytes noise = random_bytes(length);
         EXPECT_EQ(taken(noise)[0], '1');
         Bytes datagram = seal(std::string(noise.begin(), noise.end()));
         datagram[36] ^= 1; // past the first checks
