@@ -7,10 +7,9 @@ $ zorvctl cfg apply --set A=4 --set 'n= x=y ' --set a=5 a.cfg | tail -2; zorvctl
 added    n    -     x=y
 2 comment lines dropped
 nothing to change
-$ xargs <a.cfg; ls -A; stat -c %A real.cfg
+$ xargs <a.cfg; echo *; stat -c %A real.cfg
 # CFG Start b=3 a=5 a=2 n= x=y
-a.cfg
-real.cfg
+a.cfg real.cfg
 -rwSr-----
 $ for text in a =1 ' a=1' '#a=1' '\ra=1' 'a=1\nb=1'; do # what could not be read back
 >   zorvctl cfg apply --set "$(printf "$text")" a.cfg; done

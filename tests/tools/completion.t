@@ -6,14 +6,14 @@ $ cat >offer.zsh <<'END' # _describe would match the word itself; here it prints
 > _describe() { local -a names=(${${(P)2}%%:*}); print -r -- ${(M)names:#$words[CURRENT]*}; }
 > _files() { print }; words=("$@") CURRENT=$#; . ./_zorvctl
 > END
-$ while read -r words; do echo $words: $(bash offer.bash zorvctl $words | tee offered)
->   ! command -v zsh >/dev/null || zsh -f offer.zsh zorvctl $words | diff offered -; done <<'END'
-> cf
-> --json -v cfg co
-> cfg list a.cfg dev. --ex
-> hash cf
-> exec run -- --he
-> no-such-family ge
+$ while IFS=: read -r words offered; do
+>   [ "$(bash offer.bash zorvctl $words | tee said)" = "$offered" ] || echo "$words: $(cat said)"
+>   ! command -v zsh >/dev/null || zsh -f offer.zsh zorvctl $words | diff said -; done <<'END'
+> cf:cfg
+> cfg li:list lint
+> --json -v cfg co:count
+> cfg list a.cfg dev. --ex:--exact
+> hash cf:
+> exec run -- --he:
+> no-such-family ge:
 > END
-cf: cfg --json -v cfg co: count cfg list a.cfg dev. --ex: --exact hash cf:
-exec run -- --he: no-such-family ge:

@@ -10,11 +10,8 @@ kernel crash: to be reported
 logs: none
 $ add_log a.tgz 0 '"send_attempts":2'; zorvctl crash status --json
 {"gates":[{"gate":"clock","open":true,"file":"/var/run/ntp.ready","detail":"ready"},{"gate":"address","open":true,"file":"/var/run/ipready.br0","detail":"ready"},{"gate":"mode","open":true,"file":"/var/run/system.analytics.mode","detail":"on, anonymous"}],"environment":"production","service":"https://crash.zorv.example","oops":true,"oops_reported":false,"oops_marker":"/var/run/last-crashlog.sent","dump_upload":false,"store":"/etc/persistent/isolation_logs/","store_logs":1,"store_size":10,"logs":[{"name":"a.tgz","size":10,"state":"prepared","attempts":2,"sent_to_net":false,"marker":false}],"reasons":["kernel crash: to be reported","1 log: to be delivered"]}
-$ cloud <<END
-> site crash.zorv.example
-> answer POST /v1/crash holding "upload":true 200 {"upload_url":"https://crash.zorv.example/up"}
-> answer * * 200 {}
-> END
+$ url=https://crash.zorv.example/up; printf '%s\n' 'site crash.zorv.example' \
+>   'answer POST /v1/crash holding "upload":true 200 {"upload_url":"'$url'"}' 'answer * * 200 {}' | cloud
 $ zorvctl crash report --dry-run >shown; grep passphrase shown; requests; ls /run | grep sent
   "crash_log": "BUG passphrase=*\n",
   "system_cfg": "wireless.1.passphrase=*\n",

@@ -5,13 +5,9 @@ traces go to https://trace.zorv.example
 
 WHAT          STATE       WHERE                               DETAIL
 ...
-mode          open        /var/run/system.analytics.mode      on, anonymous
-...
 
 THING                                    STATE    DETAIL              WITHOUT
 /proc/zorvhal/system.info systemid       ok       Tarn Console        -
-...
-/etc/persistent/cfg/mgmt                 absent   not there           management keys are those of ...
 ...
 
 Off:
@@ -46,18 +42,14 @@ $ while IFS='|' read -r command findings; do # each command on a whole unit: wha
 > sed -i s/addr=.*/addr=02-a0/ $info|/proc/zorvhal/system.info eth0.macaddr: unfit (02-a0: not a MAC address) 1
 > echo garbage >/proc/zorvhal/board|/proc/zorvhal/board bomrev: unfit (no bomrev in it) 1
 > printf 'half a li' >/tmp/system.cfg|/tmp/system.cfg: unfit (no entries) 1
-> echo $group >$site|/var/run/zorv_protocol.info pluvo.key: missing (no such key) 1
 > printf "pluvo.key=0001\n$group\n" >$site|/var/run/zorv_protocol.info pluvo.key: unfit (4 digits in place of 32) 1
 > printf "${key%?}z\n$group\n" >$site|/var/run/zorv_protocol.info pluvo.key: unfit (not hexadecimal) 1
 > printf "$key\npluvo.mcip=192.0.2.9\n" >$site|/var/run/zorv_protocol.info pluvo.mcip: unfit (192.0.2.9: not a multicast address) 1
 > echo 0.0.0.0 >/run/ipready.br0|/var/run/ipready.br0: unfit (0.0.0.0: no address yet) 1
 > echo off >/run/system.analytics.mode|/var/run/system.analytics.mode: unfit (no number) 1
 > echo eth9 >/run/system.uplink_ifname|/var/run/system.uplink_ifname: unfit (eth9: no such interface) 1
-> echo bind >/run/dhcpc.last_state|/var/run/dhcpc.last_state: unfit (bind: no state of the DHCP client) 1
 > rmdir /run/report|/var/run/report: missing (not there) 1
 > printf '\001\n' >/usr/etc/.version|/usr/etc/.version: unfit (\u0001: not a version) 1
 > : >/usr/lib/build.properties|service: dev (the build is no release) /usr/lib/build.properties scm_reftype: unfit (no such key) 1
-> rm /etc/syswrapper.sh|/etc/syswrapper.sh: missing (nor in /usr/etc) 1
-> rm /usr/local/bin/syswrapper.sh|syswrapper.sh: missing (not on PATH) 1
 > echo garbage >/proc/net/tcp|/proc/net/tcp: unfit (its first line lacks \"local_address\") 1
 > END

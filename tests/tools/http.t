@@ -1,11 +1,6 @@
 # http: one request, and what became of it.
-$ cloud <<END
-> site cloud.test
-> site expired.test expired
-> hidden-site hidden.test
-> name hidden.test 127.0.0.1
-> answer * /a 201 0123456789
-> END
+$ printf '%s\n' 'site cloud.test' 'site expired.test expired' 'hidden-site hidden.test' 'name hidden.test 127.0.0.1' \
+>   'answer * /a 201 0123456789' | cloud
 $ request() { zorvctl http --json "$@"; }; request get https://hidden.test/a --doh --max 4; request get https://cloud.test/none
 {"method":"GET","url":"https://hidden.test/a","status":201,"result":0,"name":"CURLE_OK","meaning":"No error","received":10,"kept":4,"resolver":"doh","body":"0123"}
 {"method":"GET","url":"https://cloud.test/none","status":404,"result":0,"name":"CURLE_OK","meaning":"No error","received":0,"kept":0,"resolver":"system","body":""}

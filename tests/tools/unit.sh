@@ -11,8 +11,7 @@ cloud() {
     cat >cloud/script
     mkfifo cloud/ready
     "$build/sim/libexec/zorv-sim/zorv-cloud" cloud/script cloud >cloud/ready 2>&1 &
-    read -r word <cloud/ready
-    [ "$word" = ready ] || exit
+    read -r _ <cloud/ready # it says so
     cat cloud/ca.pem >/etc/ssl/certs/ca-certificates.crt
     cat cloud/hosts >>/etc/hosts
 }
@@ -70,11 +69,8 @@ hurry() {
 
 # requests: the requests that the cloud host received since the last call, without most headers.
 requests() {
-    for name in cloud/received/*; do
-        [ -e "$name" ] || return 0
-        tr -d '\r' <"$name" | grep -av '^\(Host\|User-Agent\|Accept\|Content-.*\|Expect\): '
-        rm "$name"
-    done
+    grep -ahsv '^\(Host\|User-Agent\|Accept\|Content-.*\|Expect\): ' cloud/received/* | tr -d '\r'
+    rm -f cloud/received/*
 }
 
 # add_log NAME DAYS [META [finished]]: a log of ten bytes as the library leaves it, an hour short of
@@ -94,9 +90,6 @@ crash_unit() {
     echo wireless.1.passphrase=very-private >/tmp/system.cfg
     program /usr/local/bin/syswrapper.sh '[ "$1" != save-config ] || echo saved >>/tmp/work/saves
         sed "s/passphrase=[^ ]*/passphrase=*/"'
-    program /usr/local/bin/oopsdump 'case $1 in
-        -e) test -s /run/oops ;;
-        -c) : >/run/oops ;;
-        *) cat /run/oops ;;
-        esac'
+    program /usr/local/bin/oopsdump 'case $1 in -e) test -s /run/oops ;; -c) : >/run/oops ;;
+        *) cat /run/oops ;; esac'
 }

@@ -8,6 +8,8 @@ $ while read -r verb; do
 >   [ "$(zorvctl $verb --json --no-such-option | cut -c -25)" = '{"error":{"code":"usage",' ] || echo "$verb: nonsense"
 >   grep -q "^[$>] .*zorvctl \(--json \|-v \)*$verb\>" $source/tests/tools/*.t || echo "$verb: in no transcript"
 > done <verbs
-$ zorvctl --json file get --help; zorvctl --json --version; zorvctl --version | head -1
+$ grep -oEh '`zorvctl( [a-z][a-z0-9-]*){1,2}' $source/README.md $source/docs/*.md | tr -d '`' | sort -u |
+>   while read -r verb; do $verb --no-such-option 2>&1 | grep -q "(see: $verb --help)" || echo "$verb: no verb"; done
+$ zorvctl --json model --help; zorvctl --json --version
+{"help":"..."}
 {"version":"1.0.0","git_hash":"...","git_tag":"..."}
-zorvctl 1.0.0
