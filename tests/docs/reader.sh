@@ -8,6 +8,5 @@ for path in /run/kernel-proc/[a-z]*; do
     ln -s "$path" /proc/
 done
 cmake -DCMAKE_INSTALL_PREFIX=/usr/local -P "$build/src/cmake_install.cmake" >/dev/null
-cp "$source/examples/system.cfg" /tmp
-cp "$source/examples/system.cfg" .
+tee system.cfg <"$source/examples/system.cfg" >/tmp/system.cfg
 export PKG_CONFIG_PATH=/usr/local/lib/pkgconfig LD_LIBRARY_PATH=/usr/local/lib

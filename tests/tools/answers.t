@@ -19,12 +19,10 @@ $ while read -r status code arguments; do # a failure is told alike in text and 
 > 1 invalid url parse ftp://myhost
 > 2 usage http get https://cloud.test/ --doh-fallback
 > 5 io http post https://cloud.test/ --data @none
-> 5 json json get a.cfg a
 > 2 usage trace send a b --meta "$(printf 'k=\377')"
 > 3 unavailable crash report
 > 2 usage crash dump --signal 11 --pid 812 --name 'a"b'
 > 1 not-found iface up eth9
-> 5 not-base64 base64 decode a.cfg
 > END
 $ zorvctl file get cfg; zorvctl --json # a file that is named like a family
 5

@@ -40,7 +40,6 @@ $ while IFS='|' read -r command findings; do # each command on a whole unit: wha
 > sed -i /systemid/d $info|/proc/zorvhal/system.info systemid: missing (vendorid or systemid is not in it) 1
 > sed -i s/7e8b/0bad/ $info|/proc/zorvhal/system.info systemid: unfit (vendor 0x1f3d, system id 0x0bad: no board of the table) 1
 > sed -i s/addr=.*/addr=02-a0/ $info|/proc/zorvhal/system.info eth0.macaddr: unfit (02-a0: not a MAC address) 1
-> echo garbage >/proc/zorvhal/board|/proc/zorvhal/board bomrev: unfit (no bomrev in it) 1
 > printf 'half a li' >/tmp/system.cfg|/tmp/system.cfg: unfit (no entries) 1
 > printf "pluvo.key=0001\n$group\n" >$site|/var/run/zorv_protocol.info pluvo.key: unfit (4 digits in place of 32) 1
 > printf "${key%?}z\n$group\n" >$site|/var/run/zorv_protocol.info pluvo.key: unfit (not hexadecimal) 1

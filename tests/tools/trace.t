@@ -1,8 +1,7 @@
 # trace and analytics: what leaves the unit, and what keeps it from leaving.
 $ whole_unit; printf '{"b": [2, 3]}\n' >data
 $ send() { zorvctl trace send radio 'café' --data '{"a":1}' --data @data \
->   --source port=eth0 --meta 'k=v=w' --meta e= --timestamp 7 "$@"; }
-$ send --dry-run
+>   --source port=eth0 --meta 'k=v=w' --meta e= --timestamp 7 "$@"; }; send --dry-run
 PUT https://trace.zorv.example/traces
 {"meta":{"timestamp":...,"type":"event","meta":{"model":"TARN-Console","version":"6.6.55.15189","board_rev":"3","manufacturer_id":"0","controller.version":"unknown","is_default":"false","mfg_week":"2005","anonymous_device_id":"0000000000000000"},"source":{}},"traces":[{"payload":{"contentType":"application/json","data":"{\"a\":1}"},"timestamp":7,"type":"café","namespace":"radio","source":{"port":"eth0"},"meta":{"k":"v=w","e":""}},{"payload":{"contentType":"application/json","data":"{\"b\":[2,3]}"},"timestamp":7,"type":"café","namespace":"radio","source":{"port":"eth0"},"meta":{"k":"v=w","e":""}}]}
 $ printf 'site trace.zorv.example\nanswer PUT /traces 202\n' | cloud; send --json

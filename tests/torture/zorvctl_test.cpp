@@ -20,12 +20,11 @@ void torture_verbs(const std::string &verbs)
     Device::make_bridge();
     Device::must_run(R"(build=; . )" ZORV_SOURCE_DIR R"(/tests/tools/unit.sh; whole_unit
         printf 'a=1\nvlan.1.id=2\n' >a; echo a=2 >b; echo '{"c":[1]}' >c; echo 5 >n
-        add_log a.tgz 0; : >$store/a.tgz; mkdir -p /run/guest/portal/hotel
+        add_log a.tgz 0; mkdir -p /run/guest/portal/hotel
         echo aa:bb >/run/guest/portal/hotel/authorized; head -c 65536 /dev/zero >EEPROM
         echo 'ipv4 2 tcp src=192.0.2.1 dst=192.0.2.9 x' >/proc/net/nf_conntrack
         touch /proc/net/tcp6 /proc/net/udp6 /proc/locks; ip route add 239.0.0.0/8 dev br0
-        for name in /etc/syswrapper.sh /usr/local/bin/*; do
-            program $name '[ "$1" != a ] || echo done'; done)");
+        for i in /etc/sys* /usr/local/bin/*; do program $i '[ "$1" != a ] || echo done'; done)");
     check(chdir("/tmp/work"), "/tmp/work");
     const CloudHost host({.sites = {{"crash.zorv.example"}, {"trace.zorv.example"}},
                           .answers = {{.path = "/traces", .status = 202}, {.path = "*"}}});
@@ -55,7 +54,7 @@ void torture_verbs(const std::string &verbs)
 TEST_F(Torture, VerbsForScripts)
 {
     torture_verbs(R"(cfg get a a; cfg diff a b; cfg lint a; cfg apply --set a=1 a; hash a;
-        file add n 0|[0] 0*; json get c c 0; avg <n; url resolve localhost; lock inform true;
+        file add n 0|[0] 0*; json get c c 0; url resolve localhost; lock inform true;
         capture 'echo 1'|[0]: popen_alloc_output: Failed*; exec run a|[0]|[0]: Fork Failed*)");
 }
 
