@@ -1,20 +1,10 @@
 // The daemon of the guide, beside another unit of the site.
-#include <fstream>
-
 #include "protocol/peer.h"
 #include "support/device.h"
 
 namespace {
 
 using testing::MatchesRegex;
-
-std::string first_line(const std::string &path)
-{
-    std::ifstream file(path);
-    std::string line;
-    std::getline(file, line);
-    return line;
-}
 
 using FirstDaemon = Device;
 
@@ -29,7 +19,7 @@ TEST_F(FirstDaemon, AsksAnswersFollowsItsNameAndEnds)
     kernel_processes(); // a leak would be found there
     must_run("(" FIRST_DAEMON " 2>/tmp/log & echo $! >/tmp/pid; wait $!; echo $? >/tmp/status)"
              " >/dev/null 2>&1 &");
-    const std::string pid = first_line("/tmp/pid");
+    const std::string pid = read("/tmp/pid");
     EXPECT_THAT(next_message(), MatchesRegex("6 0 [0-9]+ 02a0f1000007 who is there"));
 
     send_to_site(peer_message("nobody asks", 6, 7));
@@ -42,6 +32,6 @@ TEST_F(FirstDaemon, AsksAnswersFollowsItsNameAndEnds)
     EXPECT_EQ(read("/tmp/script"), "set-hostname loft $(reboot)\n");
 
     must_run("kill -TERM " + pid);
-    EXPECT_EQ(first_line("/tmp/status"), "0") << read("/tmp/log");
+    EXPECT_EQ(read("/tmp/status"), "0\n") << read("/tmp/log");
     EXPECT_THAT(read("/tmp/log"), testing::HasSubstr("[info ] greeter.on_greeting(): 12 bytes"));
 }

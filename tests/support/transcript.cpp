@@ -1,50 +1,17 @@
 #include "support/transcript.h"
 
 #include <filesystem>
+#include <fstream>
 #include <regex>
-#include <sstream>
-
-#include <fnmatch.h>
 
 #include "support/device.h"
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 // The file for what step N prints.
 std::string printed(size_t step)
 {
     return "/run/transcript/" + std::to_string(step);
-}
-
-Lines lines_of(const std::string &text)
-{
-    std::istringstream stream(text);
-    Lines lines;
-    for (std::string line; std::getline(stream, line);)
-        lines.push_back(line);
-    return lines;
-}
-
-// A line "..." leaves a status to be shown.
-bool line_fits(const std::string &line, const std::string &shown)
-{
-    if (shown == "...")
-        return !std::regex_match(line, std::regex(R"(\[[0-9]+\])"));
-    std::string pattern = std::regex_replace(shown, std::regex(R"([\[\]*?\\])"), R"(\$&)");
-    pattern = std::regex_replace(pattern, std::regex(R"(\.\.\.)"), "*");
-    return fnmatch(pattern.c_str(), line.c_str(), 0) == 0;
-}
-
-bool fits(const Lines &lines, const Lines &shown, size_t line = 0, size_t at = 0)
-{
-    if (at == shown.size())
-        return line == lines.size();
-    const bool any = shown[at] == "...";
-    return (any && fits(lines, shown, line, at + 1)) ||
-           (line < lines.size() && line_fits(lines[line], shown[at]) &&
-            fits(lines, shown, line + 1, at + (any ? 0 : 1)));
 }
 
 // What a step has printed, as a transcript has it.
@@ -55,20 +22,18 @@ std::string result(size_t step)
     return text + (text.empty() || text.ends_with('\n') ? "" : "\\\n") + status;
 }
 
-struct Transcript : Device {
-    std::string file, before;
-
-    Transcript(std::string path, std::string preparation)
-        : file(std::move(path)), before(std::move(preparation))
-    {
-    }
-
-    void TestBody() override
-    {
-        kernel_processes();
-        run_steps(file, read_steps(lines_of(read(file)), 1), before);
-    }
-};
+// An extended regular expression.
+std::string pattern_of(const std::vector<std::string> &shown)
+{
+    const std::regex special(R"([.[\](){}*+?^$|\\])"), dots(R"((\\\.){3})");
+    std::string pattern;
+    for (const auto &line : shown)
+        pattern += line == "..." ? "([^[\n][^\n]*\n|\n)*"
+                                 : std::regex_replace(std::regex_replace(line, special, R"(\$&)"),
+                                                      dots, "[^\n]*") +
+                                       "\n";
+    return pattern;
+}
 
 } // namespace
 
@@ -90,9 +55,10 @@ std::vector<Step> read_steps(const std::vector<std::string> &lines, int first)
     return steps;
 }
 
-void run_steps(const std::string &file, const std::vector<Step> &steps, const std::string &before)
+void run_steps(const std::string &file, const std::vector<Step> &steps, const std::string &unit)
 {
-    std::string script = "shown_status() { [ $1 = 0 ] || echo \"[$1]\"; }\n" + before + "\n";
+    std::string script = "source=" ZORV_SOURCE_DIR " build=" ZORV_BUILD_DIR "\n. $source/tests/" +
+                         unit + "\nshown_status() { [ $1 = 0 ] || echo \"[$1]\"; }\n";
     for (size_t i = 0; i < steps.size(); ++i)
         script += "exec >" + printed(i) + " 2>&1\n" + steps[i].command + "\nshown_status $? >" +
                   printed(i) + ".status\n";
@@ -100,25 +66,30 @@ void run_steps(const std::string &file, const std::vector<Step> &steps, const st
     const auto outcome = Device::run("exec sh " + printed(steps.size()) + " </dev/null");
     EXPECT_EQ(outcome.output + outcome.errors, "") << "before the first command of " << file;
     for (size_t i = 0; i < steps.size(); ++i) {
-        if (!Device::exists(printed(i) + ".status")) {
-            ADD_FAILURE_AT(file.c_str(), steps[i].line) << "the shell has ended before";
-            break;
-        }
-        const std::string text = result(i);
-        if (!fits(lines_of(text), steps[i].shown))
+        ASSERT_TRUE(Device::exists(printed(i) + ".status"))
+            << file << ":" << steps[i].line << ": the shell has ended before";
+        if (!testing::Value(result(i), testing::MatchesRegex(pattern_of(steps[i].shown))))
             ADD_FAILURE_AT(file.c_str(), steps[i].line)
                 << "what it prints:\n$ "
                 << std::regex_replace(steps[i].command, std::regex("\n"), "\n> ") << "\n"
-                << text;
+                << result(i);
     }
 }
 
-bool add_transcripts(const char *suite, const std::string &folder, const std::string &before)
+std::vector<std::string> lines_of(const std::string &file)
 {
+    std::ifstream stream(file);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+std::vector<std::string> names_in(const std::string &folder, const std::string &ending)
+{
+    std::vector<std::string> names;
     for (const auto &entry : std::filesystem::directory_iterator(folder))
-        if (entry.path().extension() == ".t")
-            testing::RegisterTest(
-                suite, entry.path().stem().c_str(), nullptr, nullptr, entry.path().c_str(), 1,
-                [path = entry.path().string(), before] { return new Transcript(path, before); });
-    return true;
+        if (entry.path().extension() == ending)
+            names.push_back(entry.path().stem());
+    return names;
 }

@@ -6,69 +6,41 @@ $ while read -r status code arguments; do # a failure is told alike in text and 
 >     [ ! -s text ] && [ "$(grep -c '^zorvctl: .' error)" = 1 ] &&
 >     grep -q '^{"error":{"code":"'$code'","message":".*}}$' document || cat error document
 > done <<'END'
-> 2 usage cfg
 > 2 usage cfg gett a.cfg a
-> 2 usage cfg get a.cfg a '' --nonsense
 > 2 usage cfg get a.cfg c --int --default x
 > 1 not-found cfg get a.cfg b --int
-> 5 io cfg list /tmp/work
 > 5 io cfg lint /dev/zero
-> 2 usage cfg apply a.cfg
-> 5 io cfg apply --set a=2 none.cfg
-> 1 not-found file get cfg key
-> 2 usage file set cfg "$(printf 'two\nlines')"
 > 5 io file add cfg 9223372036854775807
 > 3 unavailable hw eeprom
 > 3 unavailable bridge ports br9
-> 5 io bridge delete 02:a0:f1:00:00:07 eth9
 > 2 usage bridge delete 02:a0:f1:00:00:0g lo
 > 3 unavailable portal list
-> 2 usage portal find --vlan 20 --name hotel
 > 3 unavailable lock report true
-> 3 unavailable exec run set
-> 5 io discovery decode none
-> 2 usage discovery send --method 70000 hello
-> 3 unavailable discovery init-check
 > 1 invalid url parse ftp://myhost
 > 2 usage http get https://cloud.test/ --doh-fallback
 > 5 io http post https://cloud.test/ --data @none
-> 5 json json get a.cfg a
-> 2 usage trace send a b --data '[]'
-> 5 io trace send a b --data @none
 > 2 usage trace send a b --meta "$(printf 'k=\377')"
 > 3 unavailable crash report
-> 1 not-found crash finish a.tgz
-> 2 usage crash dump --name hostapd --pid 812
-> 2 usage crash prune --keep 1 --max-age 1
+> 2 usage crash dump --signal 11 --pid 812 --name 'a"b'
 > 1 not-found iface up eth9
-> 5 io hash a.cfg none
-> 5 not-base64 base64 decode a.cfg
 > END
-$ zorvctl --json
+$ zorvctl file get cfg; zorvctl --json # a file that is named like a family
+5
 {"error":{"code":"usage","message":"A subcommand is required (see: zorvctl --help)"}}
 [2]
-$ zorvctl file get cfg; # not taken for the family
-5
 $ seq -f 'wireless.%g.ssid=office' 20000 >long.cfg # more than a pipe holds
-$ zorvctl cfg list long.cfg >/dev/full; zorvctl cfg list long.cfg --json >&-
+$ zorvctl cfg list long.cfg >/dev/full; { zorvctl cfg list long.cfg --json; echo $? >status; } | true; cat status
 zorvctl: standard output: No space left on device
-zorvctl: standard output: Bad file descriptor
-[5]
-$ { zorvctl cfg list long.cfg --json; echo $? >status; } | true; cat status
 zorvctl: standard output: Broken pipe
 5
-$ zorvctl cfg apply --set a=2 a.cfg >&-; cat a.cfg # its number goes to no file that is written
+$ zorvctl cfg apply --set a=2 a.cfg >&-; grep a a.cfg # its number goes to no file that is written
 zorvctl: standard output: Bad file descriptor
 # CFG Start
 a=2
-b=word
 $ printf 'good=\303\251\nbad=a\377\355\240\200z\n\300\257=1\n' >odd.cfg; zorvctl --json cfg list odd.cfg
 {"entries":[{"key":"good","value":"é"},{"key":"bad","value":"a����z","invalid_utf8":true},{"key":"��","invalid_utf8":true,"value":"1"}]}
 $ zorvctl cfg get odd.cfg bad | od -An -c
    a 377 355 240 200   z  \n
-$ zorvctl --json cfg get "$(printf '\377')" a
-{"error":{"code":"io","message":"�: No such file or directory","invalid_utf8":true}}
-[5]
 $ echo vlan1=1 >vlan.cfg; zorvctl cfg section vlan.cfg vlan --json >said; zorvctl -v cfg section vlan.cfg vlan --json
 zorvctl[...]: [warn ] cfg.process_cfg_section(): deprecated prefix doesn't end with '.': '%s' => 'vlan'
 {"entries":[{"key":"vlan1","value":"1"}]}

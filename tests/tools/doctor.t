@@ -1,51 +1,54 @@
 # doctor: a whole unit, and what becomes of each fault of one.
-$ whole_unit; zorvctl doctor
+$ whole_unit; rm /usr/local/bin/oopsdump; zorvctl doctor
 crash reports go to https://crash.zorv.example
 traces go to https://trace.zorv.example
 
 WHAT          STATE       WHERE                               DETAIL
 ...
-mode          open        /var/run/system.analytics.mode      on, anonymous
-...
-crash logs    none        /etc/persistent/isolation_logs/     none in the store
 
-THING                                    STATE   DETAIL              WITHOUT
-/proc/zorvhal/system.info systemid       ok      Tarn Console        -
-...
-/etc/persistent/cfg/mgmt                 absent  not there           management keys are those of ...
+THING                                    STATE    DETAIL              WITHOUT
+/proc/zorvhal/system.info systemid       ok       Tarn Console        -
 ...
 
-healthy
-$ zorvctl doctor --json | grep -o '^.*"clock"[^}]*\|{"thing":"oops[^}]*\|{"thing":"/proc/mtd[^}]*\|}],"hea.*'
-{"reports":{"sent":true,"service":"https://crash.zorv.example","reason":null},"traces":{"sent":true,"service":"https://trace.zorv.example","reason":null},"sending":[{"what":"clock","state":"open","where":"/var/run/ntp.ready","detail":"ready","fault":false
-{"thing":"oopsdump","path":"oopsdump","key":null,"required":true,"state":"ok","detail":"","readers":"crash status, crash report","without":null
-{"thing":"/proc/mtd","path":"/proc/mtd","key":null,"required":false,"state":"absent","detail":"not there","readers":"hw eeprom","without":"no EEPROM (CONFIG_MTD)"
-}],"healthy":true}
-$ sending() { zorvctl doctor --json >page; echo $? $(grep -o "\"what\":\"$1\".[^}]*" page); }
-$ rm /run/ntp.ready; sending clock; : >/run/ntp.ready
-1 "what":"clock","state":"shut","where":"/var/run/ntp.ready","detail":"the clock is not set: No such file or directory","fault":true
-$ echo 0 >/run/system.analytics.mode; zorvctl doctor | sed '/^[WT]/,/^$/d'; rm /run/system.analytics.mode # a choice
-crash reports: nothing is sent: reporting is off
-traces: nothing is sent: reporting is off
-
-something is off
-$ echo mgmt.kelo.env=stage >/tmp/system.cfg; sending service; : >/etc/ssl/certs/ca-certificates.crt
-0 "what":"service","state":"stage","where":"https://crash.stage.zorv.example","detail":"as configured","fault":false
-$ sending certificates; echo -----BEGIN CERTIFICATE----- >/etc/ssl/certs/ca-certificates.crt; : >/tmp/oops
-1 "what":"certificates","state":"unfit","where":"/etc/ssl/certs/ca-certificates.crt","detail":"none in it: no service is trusted","fault":true
-$ sending kernel.crash; : >/run/last-crashlog.sent; sending kernel.crash; rm /usr/local/bin/oopsdump
-0 "what":"kernel crash","state":"pending","where":"/var/run/last-crashlog.sent","detail":"to be reported","fault":false
-0 "what":"kernel crash","state":"reported","where":"/var/run/last-crashlog.sent","detail":"marked as reported: not again before the next reboot","fault":false
-$ sending kernel.crash; zorvctl doctor | sed '1,/^Off/d'; program /usr/local/bin/oopsdump 'exit 1'
-1 "what":"kernel crash","state":"unknown","where":"oopsdump","detail":"no oopsdump to tell","fault":true
+Off:
   oopsdump: missing (not on PATH): a crash of the kernel is not found; see: crash status, crash report
 something is off
-$ add_log a.tgz 0; sending crash.logs
-0 "what":"crash logs","state":"ok","where":"/etc/persistent/isolation_logs/","detail":"1 to be delivered","fault":false
-$ for meta in '"sent_to_analytics":true,"send_attempts":4' '"send_attempts":4' '"sent_to_analytics":true,"send_attempts":5'; do
->   add_log a.tgz 0 "$meta"; echo $(sending crash.logs | grep -o '^.\|"detail.*'); done
-0 "detail":"1 delivered","fault":false
-1 "detail":"1 failed, to be tried again","fault":true
-1 "detail":"1 given up after five failed attempts","fault":true
-$ add_log a.tgz 0 '"send_attempts":1' finished; sending crash.logs | grep -o '"detail.*'
-"detail":"1 finished before the service had it","fault":true
+[1]
+$ whole_unit; zorvctl doctor --json | grep -o '^.*"clock"[^}]*\|{"thing":"/proc/mtd[^}]*\|}],"hea.*'
+{"reports":{"sent":true,"service":"https://crash.zorv.example","reason":null},"traces":{"sent":true,"service":"https://trace.zorv.example","reason":null},"sending":[{"what":"clock","state":"open","where":"/var/run/ntp.ready","detail":"ready","fault":false
+{"thing":"/proc/mtd","path":"/proc/mtd","key":null,"required":false,"state":"absent","detail":"not there","readers":"hw eeprom","without":"no EEPROM (CONFIG_MTD)"
+}],"healthy":true}
+$ info=/proc/zorvhal/system.info site=/run/zorv_protocol.info log='add_log a.tgz 0' sent='"sent_to_analytics":true'
+$ key=pluvo.key=000102030405060708090a0b0c0d0e0f group=pluvo.mcip=239.255.90.90
+$ while IFS='|' read -r command findings; do # each command on a whole unit: what is not as it was, and the status
+>   rm -rf /run/system.* /run/dhcpc* /run/last* /etc/persistent/iso* /tmp/oops; whole_unit; eval "$command"
+>   zorvctl doctor --json >page; echo $? >status; found=$(grep -o '{"\(what\|thing\)":[^}]*}' page | sed '
+>     /"state":"\(ok\|open\|none\|absent\|production\)"/d
+>     s/{"[a-z]*":"\([^"]*\)".*"state":"\([^"]*\)".*"detail":"\(.*\)","\(fault\|readers\)".*/\1: \2 (\3)/' |
+>     cat - status | xargs -d '\n'); [ "$found" = "$findings" ] || printf '%s\n' "$command|$found"; done <<'END'
+> :|0
+> rm /run/ntp.ready|clock: shut (the clock is not set: No such file or directory) /var/run/ntp.ready: missing (not there) 1
+> echo 0 >/run/system.analytics.mode|mode: shut (reporting is off) 1
+> echo mgmt.kelo.env=stage >/tmp/system.cfg|service: stage (as configured) 0
+> : >/etc/ssl/certs/ca-certificates.crt|certificates: unfit (none in it: no service is trusted) 1
+> : >/tmp/oops|kernel crash: pending (to be reported) 0
+> : >/tmp/oops; : >/run/last-crashlog.sent|kernel crash: reported (marked as reported: not again before the next reboot) 0
+> $log $sent',"send_attempts":4'|0
+> $log '"send_attempts":4'|crash logs: failed (1 failed, to be tried again) 1
+> $log $sent',"send_attempts":5'|crash logs: failed (1 given up after five failed attempts) 1
+> $log '"send_attempts":1' finished|crash logs: failed (1 finished before the service had it) 1
+> sed -i /systemid/d $info|/proc/zorvhal/system.info systemid: missing (vendorid or systemid is not in it) 1
+> sed -i s/7e8b/0bad/ $info|/proc/zorvhal/system.info systemid: unfit (vendor 0x1f3d, system id 0x0bad: no board of the table) 1
+> sed -i s/addr=.*/addr=02-a0/ $info|/proc/zorvhal/system.info eth0.macaddr: unfit (02-a0: not a MAC address) 1
+> printf 'half a li' >/tmp/system.cfg|/tmp/system.cfg: unfit (no entries) 1
+> printf "pluvo.key=0001\n$group\n" >$site|/var/run/zorv_protocol.info pluvo.key: unfit (4 digits in place of 32) 1
+> printf "${key%?}z\n$group\n" >$site|/var/run/zorv_protocol.info pluvo.key: unfit (not hexadecimal) 1
+> printf "$key\npluvo.mcip=192.0.2.9\n" >$site|/var/run/zorv_protocol.info pluvo.mcip: unfit (192.0.2.9: not a multicast address) 1
+> echo 0.0.0.0 >/run/ipready.br0|/var/run/ipready.br0: unfit (0.0.0.0: no address yet) 1
+> echo off >/run/system.analytics.mode|/var/run/system.analytics.mode: unfit (no number) 1
+> echo eth9 >/run/system.uplink_ifname|/var/run/system.uplink_ifname: unfit (eth9: no such interface) 1
+> rmdir /run/report|/var/run/report: missing (not there) 1
+> printf '\001\n' >/usr/etc/.version|/usr/etc/.version: unfit (\u0001: not a version) 1
+> : >/usr/lib/build.properties|service: dev (the build is no release) /usr/lib/build.properties scm_reftype: unfit (no such key) 1
+> echo garbage >/proc/net/tcp|/proc/net/tcp: unfit (its first line lacks \"local_address\") 1
+> END

@@ -1,31 +1,20 @@
 # http: one request, and what became of it.
-$ cloud <<END
-> site cloud.test
-> site expired.test expired
-> hidden-site hidden.test
-> name hidden.test 127.0.0.1
-> answer * /a 201 0123456789
-> END
-$ zorvctl http get https://cloud.test/a
-method    GET
-...
-resolver  system
-
-0123456789
-$ request() { zorvctl http --json "$@"; }; request get https://cloud.test/a --max 4
-{"method":"GET","url":"https://cloud.test/a","status":201,"result":0,"name":"CURLE_OK","meaning":"No error","received":10,"kept":4,"resolver":"system","body":"0123"}
-$ request get https://hidden.test/a --doh; request get https://cloud.test/none
-{"method":"GET","url":"https://hidden.test/a","status":201,"result":0,"name":"CURLE_OK","meaning":"No error","received":10,"kept":10,"resolver":"doh","body":"0123456789"}
+$ printf '%s\n' 'site cloud.test' 'site expired.test expired' 'hidden-site hidden.test' 'name hidden.test 127.0.0.1' \
+>   'answer * /a 201 0123456789' | cloud
+$ request() { zorvctl http --json "$@"; }; request get https://hidden.test/a --doh --max 4; request get https://cloud.test/none
+{"method":"GET","url":"https://hidden.test/a","status":201,"result":0,"name":"CURLE_OK","meaning":"No error","received":10,"kept":4,"resolver":"doh","body":"0123"}
 {"method":"GET","url":"https://cloud.test/none","status":404,"result":0,"name":"CURLE_OK","meaning":"No error","received":0,"kept":0,"resolver":"system","body":""}
 [1]
 $ request get https://cloud.test/a --doh --doh-fallback --trace | grep -o '"resolver.*'
 zorvctl[...]: [debug] curl_simple.curl_simple(): GET 'https://cloud.test/a' failed: [6] 
 "resolver":"doh","result":6,"name":"CURLE_COULDNT_RESOLVE_HOST","ms":...},{"resolver":"system","result":0,"name":"CURLE_OK","ms":...}],"method":"GET","url":"https://cloud.test/a","status":201,"result":0,"name":"CURLE_OK","meaning":"No error","received":10,"kept":10,"resolver":"system","body":"0123456789"}
-$ request get https://cloud.test/a --doh; request get https://expired.test/
-{"method":"GET","url":"https://cloud.test/a","status":0,"result":6,"name":"CURLE_COULDNT_RESOLVE_HOST","meaning":"Couldn't resolve host name","received":0,"kept":0,"resolver":null,"body":""}
+$ zorvctl http get https://expired.test/ --json
 {"method":"GET","url":"https://expired.test/","status":0,"result":60,"name":"CURLE_PEER_FAILED_VERIFICATION","meaning":"SSL peer certificate or SSH remote key was not OK","received":0,"kept":0,"resolver":"system","body":""}
 [5]
-$ rm cloud/received/*; printf 'a\0b' >body; zorvctl http post https://cloud.test/a --data @body >said
+$ rm cloud/received/*; printf 'a\0b' >body; zorvctl http post https://cloud.test/a --data @body | tail -3
+resolver  system
+
+0123456789
 $ zorvctl http put https://cloud.test/a --data text --header 'X-A: 1' --header 'X-B: 2' >said; requests | tr '\0' 0
 POST /a HTTP/1.1
 

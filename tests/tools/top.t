@@ -1,23 +1,16 @@
 # top: once where there is no terminal, live on one.
 $ program on-terminal 'stty rows 24 cols 80; tty >tty; TERM=linux exec zorvctl top -d 0.1'
 $ program shows 'until [ $(grep -aos "$1" seen | wc -l) -ge $2 ]; do :; done'
-$ mount -t tmpfs proc /proc; mkdir -p /proc/7/fd /proc/net; terminal
+$ mount -t tmpfs proc /proc; mkdir -p /proc/7/fd /proc/net /dev/pts
+$ mount -t devpts -o newinstance,ptmxmode=0666 devpts /dev/pts; ln -sf pts/ptmx /dev/ptmx
 $ echo '7 (init) S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 4096 1 0' >/proc/7/stat
 $ printf 'MemTotal: 3000 kB\nMemAvailable: 1000 kB\n' >/proc/meminfo; printf '/sbin/init ' >/proc/7/cmdline
-$ echo 'ipv4 2 tcp src=192.0.2.1 dst=192.0.2.9 x' >/proc/net/nf_conntrack; zorvctl top
-memory  66.7 % of 3000 kB used, 1000 kB available
-
-HOST       COUNT
-192.0.2.1      1
-192.0.2.9      1
-
-PID  PPID  STAT  RSS  VSZ  FD COUNT  COMM  CMDLINE
-  7     1  S       4    4         0  init  /sbin/init
-$ rm /proc/net/nf_conntrack; zorvctl top --json
+$ zorvctl top --json
 zorvctl[...]: [error] libzorv_proc.get_top_conntrack_hosts(): Failed to open '/proc/net/nf_conntrack': No such file or directory
 {"memory":{"MemTotal":3000,"MemFree":0,"MemAvailable":1000,"Buffers":0,"Cached":0,"Active":0,"Inactive":0,"Active(anon)":0,"Inactive(anon)":0,"Active(file)":0,"Inactive(file)":0,"Unevictable":0,"Mlocked":0,"Dirty":0,"Writeback":0,"AnonPages":0,"Mapped":0,"Shmem":0,"Slab":0,"SReclaimable":0,"SUnreclaim":0,"KernelStack":0,"PageTables":0,"CommitLimit":0,"Committed_AS":0,"used_percent":66.67},"hosts":null,"processes":[{"pid":7,"ppid":1,"stat":"S","rss":4,"vsz":4,"fd_count":0,"comm":"init","cmdline":"/sbin/init"}]}
-$ mkfifo keys; script -qefc ./on-terminal seen <keys >drawn & exec 3>keys
-$ ./shows '66.7 %' 1
+
+$ echo 'ipv4 2 tcp src=192.0.2.1 dst=192.0.2.9 x' >/proc/net/nf_conntrack; mkfifo keys
+$ script -qefc ./on-terminal seen <keys >drawn & exec 3>keys; ./shows '66.7 %' 1
 $ sed 's/7 (init)/3001 (newcomer)/' /proc/7/stat >stat; mkdir /proc/3001; mv stat /proc/3001; ./shows newcomer 1
 $ stty -F $(cat tty) rows 10 cols 40; ./shows 'FD COUNT' 2
 $ printf xq >&3; wait $!

@@ -1,8 +1,5 @@
 # board, model, hw, status, mem, conntrack: what the unit is and how it does.
-$ zorvctl board
-name              Unknown
-reason            no /proc/zorvhal/system.info: the default record
-...
+
 $ whole_unit; zorvctl board | grep 'newest\|Main'; zorvctl board --json
 newest address block  2.3.6    yes     the unit's is 02:a0:f3
     1    9        9  Main    alone in its group
@@ -16,35 +13,25 @@ $ zorvctl model | grep mesh; zorvctl model is_gen2 --json
 is_router_to_mesh     no
 {"class":"is_gen2","holds":false}
 [1]
-$ { printf '\002\240'; head -c 65534 /dev/zero | tr '\0' '\377'; } >EEPROM; zorvctl hw eeprom
+$ { printf '\002\240'; head -c 65534 /dev/zero | tr '\0' '\377'; } >EEPROM; zorvctl hw eeprom | head -1
 00000000: 02 a0 ff ff ff ff ff ff ff ff ff ff ff ff ff ff
-00000010: ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff
-*
 $ zorvctl hw eeprom --json --output saved; cmp EEPROM saved; zorvctl hw eeprom --output /dev/full
 {"size":65536,"file":"saved"}
 zorvctl: /dev/full: No space left on device
 [5]
-$ mkdir -p /proc/bus/pci; printf '01fd\t8086abcd\t10\n' >/proc/bus/pci/devices
-$ zorvctl hw pci --vendor 8086 --json; zorvctl hw pci
+$ mkdir -p /proc/bus/pci; printf '01fd\t8086abcd\t10\n' >/proc/bus/pci/devices; zorvctl hw pci --vendor 8086 --json
 {"devices":[{"place":"01:1f.5","vendor":"8086","device":"abcd","subsystem_vendor":"0000","subsystem_device":"0000","revision":0,"irq":16}]}
-[1]
-$ make_bridge; ip route add default via 192.0.2.254 dev br0; chmod 777 /tmp/system.cfg
-$ zorvctl status | grep 'FACT\|services\|gateway'; zorvctl status br9 --json
-FACT                VALUE              SOURCE                         STATE
+$ ip route add default via 192.0.2.254 dev br0; chmod 777 /tmp/system.cfg; zorvctl status | grep 'services\|gateway'
 services            -                  /tmp/system.cfg                permissions 0777: taken for none
 gateway             192.0.2.254        route netlink                  ok
 gateway_mac         -                  /proc/net/arp                  no complete entry
-{"sources":[{"fact":"version","value":"6.6.55.15189","source":"/usr/etc/.version, .build","state":"ok"},{"fact":"uptime","value":"1h18m31s","source":"/proc/uptime","state":"ok"},{"fact":"main_mac","value":"00:11:22:33:44:55","source":"/proc/zorvhal/system.info","state":"ok"},{"fact":"manufacturer","value":"0x0000","source":"/proc/zorvhal/system.info","state":"ok"},{"fact":"services","value":null,"source":"/tmp/system.cfg","state":"permissions 0777: taken for none"},{"fact":"environment","value":"production","source":"mgmt.kelo.env","state":"ok"},{"fact":"environment_in_use","value":"production","source":"build and mgmt.kelo.env.force","state":"ok"},{"fact":"internet","value":null,"source":"/var/run/system.internet","state":"No such file or directory"},{"fact":"dhcp_client","value":null,"source":"/var/run/dhcpc.last_state","state":"No such file or directory"},{"fact":"ssh","value":"does not listen","source":"/proc/net/tcp","state":"ok"},{"fact":"gateway","value":"192.0.2.254","source":"route netlink","state":"ok"},{"fact":"gateway_mac","value":null,"source":"/proc/net/arp","state":"no complete entry"},{"fact":"interface","value":null,"source":"/proc/net/dev","state":"No such file or directory"}]}
-$ kernel=/run/kernel-proc/$$/net; cp $kernel/dev /proc/net; zorvctl status br0 | tail -3 | cut -d ' ' -f 1 | xargs
-speed received sent
-$ printf 'MemTotal: 3000 kB\nMemAvailable: 1000 kB\n' >/proc/meminfo; zorvctl mem | sed 3,25d; zorvctl mem --json
-MemTotal        3000
-MemFree         0
-used_percent    66.67
+$ cp /run/kernel-proc/$$/net/dev /proc/net; zorvctl status br0 --json
+{"sources":[{"fact":"version","value":"6.6.55.15189","source":"/usr/etc/.version, .build","state":"ok"},{"fact":"uptime","value":"1h18m31s","source":"/proc/uptime","state":"ok"},{"fact":"main_mac","value":"00:11:22:33:44:55","source":"/proc/zorvhal/system.info","state":"ok"},{"fact":"manufacturer","value":"0x0000","source":"/proc/zorvhal/system.info","state":"ok"},{"fact":"services","value":null,"source":"/tmp/system.cfg","state":"permissions 0777: taken for none"},{"fact":"environment","value":"production","source":"mgmt.kelo.env","state":"ok"},{"fact":"environment_in_use","value":"production","source":"build and mgmt.kelo.env.force","state":"ok"},{"fact":"internet","value":null,"source":"/var/run/system.internet","state":"No such file or directory"},{"fact":"dhcp_client","value":null,"source":"/var/run/dhcpc.last_state","state":"No such file or directory"},{"fact":"ssh","value":"does not listen","source":"/proc/net/tcp","state":"ok"},{"fact":"gateway","value":"192.0.2.254","source":"route netlink","state":"ok"},{"fact":"gateway_mac","value":null,"source":"/proc/net/arp","state":"no complete entry"},{"fact":"interface","value":"br0","source":"/proc/net/dev","state":"ok"},{"fact":"mac","value":"02:a0:f1:00:00:01","source":"SIOCGIFHWADDR","state":"ok"},{"fact":"address","value":"192.0.2.1","source":"SIOCGIFADDR","state":"ok"},{"fact":"netmask","value":"255.255.255.0","source":"SIOCGIFNETMASK","state":"ok"},{"fact":"interface_up","value":"yes","source":"SIOCGIFFLAGS","state":"ok"},{"fact":"link","value":"up","source":"ethtool","state":"ok"},{"fact":"speed","value":null,"source":"ethtool","state":"..."},{"fact":"received","value":"... bytes","source":"/proc/net/dev","state":"ok"},{"fact":"sent","value":"... bytes","source":"/proc/net/dev","state":"ok"}]}
+
+$ printf 'MemTotal: 3000 kB\nMemAvailable: 1000 kB\n' >/proc/meminfo; zorvctl mem --json
 {"MemTotal":3000,"MemFree":0,"MemAvailable":1000,"Buffers":0,"Cached":0,"Active":0,"Inactive":0,"Active(anon)":0,"Inactive(anon)":0,"Active(file)":0,"Inactive(file)":0,"Unevictable":0,"Mlocked":0,"Dirty":0,"Writeback":0,"AnonPages":0,"Mapped":0,"Shmem":0,"Slab":0,"SReclaimable":0,"SUnreclaim":0,"KernelStack":0,"PageTables":0,"CommitLimit":0,"Committed_AS":0,"used_percent":66.67}
-$ printf 'ipv4 2 tcp src=192.0.2.1 dst=192.0.2.9 x\nipv4 2 udp src=192.0.2.2 dst=192.0.2.9 x\n' >table
-$ cp table /proc/net/nf_conntrack; zorvctl conntrack -n 2; zorvctl conntrack -n 1 --json
+$ printf 'ipv4 2 tcp src=192.0.2.1 dst=192.0.2.9 x\nipv4 2 udp src=192.0.2.2 dst=192.0.2.9 x\n' >/proc/net/nf_conntrack
+$ zorvctl conntrack -n 1; zorvctl conntrack -n 1 --json
 HOST       COUNT
 192.0.2.9      2
-192.0.2.1      1
 {"hosts":[{"host":"192.0.2.9","count":2}],"total":3}
