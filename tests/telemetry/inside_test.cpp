@@ -1,13 +1,8 @@
-// What no unit of the default build shows: URLs at the limit, a report's two texts, tables in
-// parts.
+// What no unit of the default build shows: URLs at the limit and a report's two texts.
 #include <cstring>
 
-#include <unistd.h>
-
 #include "support/device.h"
-#include "support/enter.h"
 #include "telemetry/crash_report.h"
-#include "telemetry/proc_table.h"
 
 using namespace zorv;
 
@@ -36,27 +31,6 @@ TEST_F(CrashInside, BothTextsOfAReportAreThoseOfJansson)
         EXPECT_STREQ(text.posted.get(), Text(json_dumps(report.get(), JSON_COMPACT)).get());
         EXPECT_STREQ(text.kept.get(), extra == 0 ? kept.get() : nullptr);
         EXPECT_EQ(text.length, strlen(kept.get()));
-    }
-}
-
-// A pipe stands for the kernel: so many lines of 8 bytes, and one that comes when those are read.
-TEST_F(CrashInside, TablesAreNotAskedForLinesThatTheKernelDoesNotHave)
-{
-    // With 383 there was room for another in the smallest of the kernel's pages.
-    for (const auto &[first, want] : {std::pair<size_t, size_t>{383, 383}, {384, 385}}) {
-        int ends[2];
-        check(pipe2(ends, O_CLOEXEC), "pipe");
-        ProcTable<256> table((Fd(ends[0])));
-        size_t count = 0;
-        for (size_t n = 0; n < first; ++n)
-            check(write(ends[1], "abcdefg\n", 8), "write");
-        while (count < first && table.next())
-            ++count;
-        check(write(ends[1], "more\n", 5), "write");
-        close(ends[1]);
-        while (table.next())
-            ++count;
-        EXPECT_EQ(count, want);
     }
 }
 
