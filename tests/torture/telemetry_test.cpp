@@ -4,6 +4,8 @@
 #include <zorv/stats.h>
 #include <zorv/trace.h>
 
+#include <netdb.h>
+
 #include "support/torture.h"
 #include "telemetry/crash_unit.h"
 
@@ -44,13 +46,14 @@ void make_log()
     Device::file("/run/oops", "Oops");
 }
 
-void make_meta()
+void make_quiet_log()
 {
     make_log();
-    check_vwire_disconnect_logs(nullptr, 0);
+    libzorv_log_level = 1;
+    gethostbyname("crash.dev.zorv.example"); // or the C library aborts when it cannot load its own
 }
 
-std::string send()
+std::string send_batch()
 {
     return Torture::settled(std::to_string(send_traces(loaded("[{}]").get(), nullptr)));
 }
@@ -81,9 +84,73 @@ TEST_F(Torture, Processes)
          .known = {"[]", "[{*}]"}},
         {.name = "statistics",
          .scenario = statistics,
-         .outcomes = {"none*: *", "*-1: *", "*none: *", "*: add_conntrack_host: Failed to alloc host"},
+         .outcomes = {"none*: *", "*-1: *", "*none: *",
+                      "*: add_conntrack_host: Failed to alloc host"},
          .prepare = prepare,
          // EINTR ends a table; members without memory.
          .known = {"{*", "a1b1{\"MemTotal\":0,*", "a1b1{*}"}},
     });
+}
+
+TEST_F(Torture, CrashReports)
+{
+    const CloudHost host({.sites = {{"crash.dev.zorv.example"}, {"trace.dev.zorv.example"}},
+                          .answers = {{.path = "/v1/*"}, {.path = "/traces", .status = 202}}});
+    file("/var/run/system.analytics.mode", "1\n");
+    torture({
+        {.name = "send_kernel_crash",
+         .scenario = [] { return stored(send_kernel_crash()); },
+         .outcomes = {"-* none: *"},
+         .prepare = make_log,
+         .most = 2},
+        {.name = "send_traces",
+         .scenario = send_batch,
+         .outcomes = {"-1: *", "1: *"},
+         .prepare = [] { libzorv_log_level = 16; },
+         .most = 4},
+    });
+}
+
+// Nobody listens where the names lead to, and the warning of that is not shown.
+TEST_F(Torture, ReportsThatNobodyTakes)
+{
+    file("/etc/hosts", "127.0.0.1 crash.dev.zorv.example trace.dev.zorv.example\n");
+    torture({
+        {.name = "send_ram_dump",
+         .scenario = [] { return stored(send_ram_dump("wifi0", "bytes", 5)); },
+         .outcomes = {"-1 none: *"},
+         .prepare = make_quiet_log,
+         .most = 3},
+        {.name = "send_traces",
+         .scenario = send_batch,
+         .outcomes =
+             {"-1",
+              "-1: curl_simple_response_init: *; put_trace: Failed to allocate curl response"},
+         .prepare = make_quiet_log,
+         .most = 30},
+        {.name = "trace_object_set_payload_new",
+         .scenario =
+             [] {
+                 const Json trace(trace_object());
+                 return std::to_string(trace_object_set_payload_new(trace.get(), json_object()));
+             },
+         .outcomes = {"-1"}},
+    });
+}
+
+TEST_F(Torture, CrashStore)
+{
+    torture({{.name = "logs",
+              .scenario =
+                  [] {
+                      const int rc = check_vwire_disconnect_logs(nullptr, 0);
+                      const Json next(get_next_crash_log());
+                      const int marked = mark_crash_log_finished("a.tgz");
+                      return std::to_string(rc) + (next ? " next " : " none ") + stored(marked);
+                  },
+              .outcomes = {"0 *: *"},
+              .prepare = make_log,
+              .most = 10,
+              .known = {"0 none 0 none", "0 *}",
+                        "0 * marked"}}}); // a lock that fails; a report without members
 }
