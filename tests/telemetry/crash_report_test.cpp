@@ -220,7 +220,6 @@ TEST_F(Crash, AnswersToADumpAndItsUpload)
         {good, -1, failed, {.conduct = Conduct::hang_up}},
         {to("HTTP://127.0.0.1:1"), -1, put + "HTTP://127.0.0.1:1' failed: [7] ", {}},
         {to("file:///tmp/secret"), -1, put + "file:///tmp/secret" + unsupported, {}},
-        {to("dict://127.0.0.1:443/a"), -1, put + "dict://127.0.0.1:443/a" + unsupported, {}},
     };
     const std::string version = "[warn ] crash.generate_common_payload(): Couldn't obtain firmware "
                                 "version! error code = -2\n[warn ] crash.";
