@@ -154,7 +154,6 @@ TEST_F(CrashStore, MetasThatAreDamagedOrForeign)
         {"[1,2]", "[1,2]"},
         {R"({"payload":"text"})", R"({"payload":"text"})"}, // no report is made of it
         {R"({"payload":{},"sent_to_analytics":1})", sent},
-        {sent, sent},
         {R"({"payload":{},"send_attempts":"4"})",
          R"({"payload":{},"send_attempts":"4","sent_to_analytics":true})"},
     };
