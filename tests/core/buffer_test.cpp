@@ -61,13 +61,11 @@ TEST_F(Buffer, GrowsByWholeStepsAndKeepsItsOddities)
     const std::pair<const char *, const char *> rows[] = {
         {"a8 b4096 a1", "0 4105 8200 8a 4096b 1a"},
         {"f7 f3 f0", "0 10 4104 10f"}, // the NUL needs room
-        {"a3 r3 b1", "0 1 8 1b"},      // all was read: from the start again
         {"a3 r3 b0 w0", "0 3 8 3a"},
         {"a3 r3 z0 w0", "0 0 8"},
         {"a5 b3 r6 p1", "6 7 8 1b"},
         {"a5 p9 b1", "0 1 8 1b"},
         {"a3 b3 c0 a1 z2", "0 3 4104 1a 2. 3b 3."}, // a copy is written over
-        {"a3 r3 c0", "0 0 4096"},
         {"a5000 r2 e0 z8", "0 8 8 8."},
         {"a9 i3 b3", "0 3 3 3b"},
     };

@@ -10,15 +10,15 @@ namespace {
 using Texts = Device;
 using namespace std::literals;
 
-TEST_F(Texts, AreTrimmed)
+TEST_F(Texts, AreTrimmedAndHexDigitsBecomeBytes)
 {
     // The array, of which so much is trimmed, all bytes then, and the copy of 4 bytes at most.
-    const std::tuple<const char *, int, std::string, const char *> rows[] = {
+    const std::tuple<const char *, int, std::string, const char *> trimmed[] = {
         {" a \t\r\n\v\f", 8, " a\0\0\0\0\0\0"s, "a \t"},
         {"\t\n abcde", 8, "\t\n abcde", "abc"},
         {"        ", 3, "\0\0\0     "s, ""},
     };
-    for (const auto &[text, length, trailing, leading] : rows) {
+    for (const auto &[text, length, trailing, leading] : trimmed) {
         std::string copy = text;
         trim_trailing(copy.data(), length);
         EXPECT_EQ(copy, trailing);
@@ -29,10 +29,7 @@ TEST_F(Texts, AreTrimmed)
         strncpy_trim(out, 4, nullptr);
         EXPECT_STREQ(out, "");
     }
-}
 
-TEST_F(Texts, HexDigitsBecomeBytesAndBytesHexDigits)
-{
     // As scanf() reads it; an odd digit stands for itself.
     const std::pair<const char *, const char *> rows[] = {
         {"0a1B2c3d4e", "4 0a1b2c3d"}, {"abc", "4 ab0c0000"},   {"0axx0b", "4 0a000000"},

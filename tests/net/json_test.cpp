@@ -59,7 +59,6 @@ TEST_F(JsonHelpers, GettersTakeTheirTypeOrTheDefault)
         const auto lines = logged();
         EXPECT_EQ(lines.empty() ? "" : lines.back(), row.message.empty() ? "" : at + row.message);
     }
-    EXPECT_EQ(zorv_json_get_str(nullptr, nullptr, nullptr), nullptr);
     int value = 9;
     EXPECT_EQ(zorv_json_integer_value_from_obj(obj, "radio", "i", 0, &value), 0);
     EXPECT_EQ(zorv_json_integer_value_from_obj(obj, "radio", "i", 1, nullptr), 0);

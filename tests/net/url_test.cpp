@@ -98,16 +98,14 @@ TEST_F(Urls, ATextIsTakenApart)
     EXPECT_TRUE(parsed(std::string(1024, 'a'))); // the form that grows most: [], http:// and /
     EXPECT_FALSE(parsed(std::string(1025, 'h')));
     EXPECT_EQ(said(), "");
-}
 
-TEST_F(Urls, OnlyAPortFrom1To65534Counts)
-{
-    const std::pair<const char *, int> rows[] = {
+    // Only a port from 1 to 65534 counts.
+    const std::pair<const char *, int> ports[] = {
         {"1", 1},  {"65534", 65534}, {"65535", 443},  {"0", 443},   {"99999", 443},
         {"", 443}, {"00080", 80},    {"000080", 443}, {"+80", 443}, {"8:", 443},
     };
-    for (const auto &[port, number] : rows)
-        EXPECT_EQ(parsed(std::string("https://host:") + port + "/")->port, number) << port;
+    for (const auto &[digits, number] : ports)
+        EXPECT_EQ(parsed(std::string("https://host:") + digits + "/")->port, number) << digits;
     uint16_t port = 7;
     EXPECT_EQ(url_scheme2port("https ", &port), -1);
     EXPECT_EQ(port, 7);
