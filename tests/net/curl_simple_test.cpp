@@ -112,7 +112,6 @@ TEST_F(CurlSimple, KeepsOfTheBodyWhatTheLimitAllows)
         {"https://cloud.test/error", 7, "0 500 7 abcdeoh"},
         {"https://cloud.test/a", 9, "0 201 12 abcdeohab"},
         {"https://cloud.test/a", 3, "0 201 17 abcdeohab"}, // below what is there
-        {"https://none.test/", 3, "6 0 17 abcdeohab"},
     };
     for (const auto &[url, limit, want] : rows) {
         response->max_size = limit;
@@ -121,33 +120,31 @@ TEST_F(CurlSimple, KeepsOfTheBodyWhatTheLimitAllows)
             << response->received << ' ' << kept(response);
         EXPECT_EQ(got.str(), want);
     }
-    curl_simple_response_free(nullptr);
     testing::internal::CaptureStdout(); // without a response the body is printed
     EXPECT_EQ(curl_simple_get("https://cloud.test/a", 0, nullptr, nullptr), CURLE_OK);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "abcde");
 }
 
 // What a peer or a resolver gives, at once: the result, what had come before it, and who was asked.
-TEST_F(CurlSimple, EveryPeerHasItsResult)
+TEST_F(CurlSimple, EveryPeerHasItsResultAndASilentOneFiveSeconds)
 {
     const std::string first = cloud::kResolvers[0], second = cloud::kResolvers[1];
     const std::string here = "127.0.0.1";
-    CloudHost host(
-        {.sites = {{"cloud.test"},
-                   {"untrusted.test", Identity::untrusted},
-                   {"misnamed.test", Identity::misnamed},
-                   {"both.test", Identity::trusted, false},
-                   {"refused.test", Identity::trusted, false}},
-         .names = {{"both.test", here},
-                   {"refused.test", here, first, Lookup::refused},
-                   {"refused.test", here, second},
-                   {"closed.test", "127.0.0.2", first},
-                   {"closed.test", here, second}},
-         .answers = {
-             {.path = "/a", .body = "a"},
-             {.path = "/reset", .body = "0123456789", .conduct = Conduct::reset},
-             {.path = "/to-nowhere", .status = 302, .headers = "Location: https://none.test/\r\n"},
-         }});
+    CloudHost host({.sites = {{"cloud.test"},
+                              {"untrusted.test", Identity::untrusted},
+                              {"misnamed.test", Identity::misnamed},
+                              {"both.test", Identity::trusted, false},
+                              {"refused.test", Identity::trusted, false}},
+                    .names = {{"both.test", here},
+                              {"refused.test", here, first, Lookup::refused},
+                              {"refused.test", here, second},
+                              {"closed.test", "127.0.0.2", first},
+                              {"closed.test", here, second},
+                              {.name = "waiting.test", .lookup = Lookup::silent}},
+                    .answers = {
+                        {.path = "/a", .body = "a"},
+                        {.path = "/reset", .body = "0123456789", .conduct = Conduct::reset},
+                    }});
     const std::string asked = " <" + first + " <" + second;
     const std::string said = "[debug] curl_simple.curl_simple(): GET '";
     const std::tuple<const char *, unsigned, int, std::string> rows[] = {
@@ -156,7 +153,6 @@ TEST_F(CurlSimple, EveryPeerHasItsResult)
         {"https://untrusted.test/", 0, CURLE_PEER_FAILED_VERIFICATION, "0 "},
         {"https://misnamed.test/", 0, CURLE_PEER_FAILED_VERIFICATION, "0 "},
         {"https://cloud.test/reset", 0, CURLE_RECV_ERROR, "200 01234 <cloud.test"},
-        {"https://cloud.test/to-nowhere", 0, CURLE_COULDNT_RESOLVE_HOST, "302  <cloud.test"},
         // With flag 1 the resolvers are asked in their order, with 2 too then the system's.
         {"https://cloud.test/a", 1, CURLE_COULDNT_RESOLVE_HOST, "0 " + asked},
         {"https://cloud.test/a", 3, CURLE_OK, "200 a" + asked + " <cloud.test"},
@@ -179,15 +175,11 @@ TEST_F(CurlSimple, EveryPeerHasItsResult)
     EXPECT_EQ(fetched(host, nullptr), "3 0 ");
     EXPECT_THAT(logged(), IsEmpty());
     EXPECT_EQ(open_descriptors(), descriptors);
-}
 
-TEST_F(CurlSimple, ASilentPeerHasFiveSecondsWhicheverItIs)
-{
-    CloudHost host({.names = {{.name = "waiting.test", .lookup = Lookup::silent}}});
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(fetched(host, "https://waiting.test/", 3).substr(0, 5), "28 0 "); // a resolver here
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-    EXPECT_THAT(taken.count(), testing::AllOf(testing::Ge(4.9), testing::Le(7)));
+    EXPECT_NEAR(taken.count(), 6, 1.1);
 }
 
 // A SIGPIPE from inside a transfer does not reach the process; one that waits for it is left.
@@ -199,15 +191,14 @@ TEST_F(CurlSimple, BrokenPipesStayInside)
     curl_global_init_mem(CURL_GLOBAL_DEFAULT, raising_malloc, free, realloc, strdup, calloc);
     const char *const nobody = "http://127.0.0.1:1/"; // refused
     EXPECT_EQ(curl_simple_get(nobody, 0, nullptr, nullptr), CURLE_COULDNT_CONNECT);
-    constexpr timespec kAtOnce = {};
-    sigset_t pipe, old;
+    sigset_t pipe;
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
-    sigprocmask(SIG_BLOCK, &pipe, &old);
-    EXPECT_EQ(sigismember(&old, SIGPIPE), 0);
+    sigprocmask(SIG_BLOCK, &pipe, nullptr);
     raise(SIGPIPE);
     EXPECT_EQ(curl_simple_get(nobody, 0, nullptr, nullptr), CURLE_COULDNT_CONNECT);
-    EXPECT_EQ(sigtimedwait(&pipe, nullptr, &kAtOnce), SIGPIPE);
+    sigpending(&pipe);
+    EXPECT_EQ(sigismember(&pipe, SIGPIPE), 1);
 }
 
 } // namespace

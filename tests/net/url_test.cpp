@@ -1,6 +1,5 @@
 #include <zorv/url.h>
 
-#include <cstdlib>
 #include <memory>
 #include <sstream>
 
@@ -64,13 +63,10 @@ TEST_F(Urls, ATextIsTakenApart)
 {
     libzorv_log_level = 16;
     const std::pair<const char *, const char *> rows[] = {
-        {"myhost", "http://myhost/ = http - myhost 80 /"},
         {"HTTPS://MyHost", "https://MyHost/ = https - MyHost 443 / https"},
         {"Stun://u:p@host:3479", "stun://u:p@host:3479/ = stun u:p host 3479 /"},
-        {"ws://host:80/a:b/c", "ws://host/a:b/c = ws - host 80 /a:b/c"},
         {"wss://host:80;x=1", "wss://host:80;x=1 = wss - host 80 ;x=1"},
         {"host?q=/", "http://host?q=/ = http - host 80 ?q=/"},
-        {"http://a@host/b@c", "http://a@host/b@c = http a host 80 /b@c"},
         {"http://@host:8x:1/", "http://host/ = http - host 80 /"},
         {"http://[fe80::1]:8080/a?b", "http://[fe80::1]:8080/a?b = http - fe80::1 8080 /a?b v6"},
         {"http://[fe80::1]x:9/", "http://[fe80/ = http - [fe80 80 /"}, // x: a name
@@ -93,36 +89,29 @@ TEST_F(Urls, ATextIsTakenApart)
     url_replace(nullptr, copy);
     url_replace(&copy, nullptr);
     EXPECT_EQ(copy, nullptr);
-    url_destroy(nullptr);
     // What names no host is refused in silence.
     std::istringstream refused(": / :// http: http:/h http:// http://@ http://h@/ http://:x/ "
                                "http://[]/ http://[::1 http://h/a@b ftp://h/ httpx://h h:8080/x");
     for (std::string text; refused >> text;)
         EXPECT_FALSE(parsed(text)) << text;
-    EXPECT_FALSE(parsed(""));
-    EXPECT_EQ(url_parse(nullptr), nullptr);
-    EXPECT_EQ(url_copy(nullptr), nullptr);
+    EXPECT_FALSE(parsed("") || url_parse(nullptr) || url_copy(nullptr));
     EXPECT_TRUE(parsed(std::string(1024, 'a'))); // the form that grows most: [], http:// and /
     EXPECT_FALSE(parsed(std::string(1025, 'h')));
     EXPECT_EQ(said(), "");
-}
 
-TEST_F(Urls, OnlyAPortFrom1To65534Counts)
-{
-    const std::pair<const char *, int> rows[] = {
+    // Only a port from 1 to 65534 counts.
+    const std::pair<const char *, int> ports[] = {
         {"1", 1},  {"65534", 65534}, {"65535", 443},  {"0", 443},   {"99999", 443},
         {"", 443}, {"00080", 80},    {"000080", 443}, {"+80", 443}, {"8:", 443},
     };
-    for (const std::string host : {"host", "10.0.0.1", "[::1]"})
-        for (const auto &[port, number] : rows)
-            EXPECT_EQ(parsed("https://" + host + ":" + port + "/")->port, number) << host << port;
+    for (const auto &[digits, number] : ports)
+        EXPECT_EQ(parsed(std::string("https://host:") + digits + "/")->port, number) << digits;
     uint16_t port = 7;
     EXPECT_EQ(url_scheme2port("https ", &port), -1);
     EXPECT_EQ(port, 7);
     EXPECT_EQ(url_scheme2port("Stun", &port), 0);
     EXPECT_EQ(port, 3478);
-    EXPECT_EQ(url_scheme2port("ws", nullptr), 0);
-    EXPECT_EQ(url_scheme2port(nullptr, nullptr), -1);
+    EXPECT_EQ(url_scheme2port("ws", nullptr) + url_scheme2port(nullptr, nullptr), -1);
 
     // Beside letters and digits, too.
     char *const query = url_encode("a z&AZ09-._~+%\xff\x01\n@[`{/:");
@@ -167,8 +156,8 @@ TEST_F(Urls, TheLastAddressOfAnAnswerIsTaken)
     ASSERT_EQ(url_resolve(source.get(), nullptr), 0);
     char little[4] = "abc";
     EXPECT_EQ(url_addr_ntop(source.get(), little, sizeof little), ENOSPC);
-    EXPECT_EQ(url_addr_ntop(source.get(), nullptr, 0), EINVAL);
     EXPECT_EQ(url_addr_ntop(nullptr, little, sizeof little), EINVAL);
+    EXPECT_EQ(url_addr_ntop(source.get(), nullptr, 0), EINVAL);
     // A copy owns its texts, but not its address.
     source->reserved = 5;
     const UrlPtr copy(url_copy(source.get()), url_destroy);

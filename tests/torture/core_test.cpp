@@ -68,7 +68,6 @@ TEST_F(Torture, Core)
     int (*const files[])() = {
         [] { return fsreadline(kState, std::string(9, 0).data(), 9); },
         [] { return fwriteline(kState, "%d\n", 6); },
-        [] { return fwritelineat(AT_FDCWD, kState, "%d\n", 6); },
         [] { return faddlong(kState, 1); },
         [] { return faddi64at(AT_FDCWD, kState, 1); },
         commented_out,

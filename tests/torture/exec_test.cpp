@@ -1,7 +1,7 @@
 // Commands and scripts when memory runs out or the kernel refuses.
 #include <zorv/exec.h>
 
-#include <memory>
+#include <cstring>
 
 #include "support/torture.h"
 
@@ -22,11 +22,11 @@ std::string captured()
 {
     char text[100] = "kept";
     const int length = popen_get_output("cat /tmp/output", text, 6);
-    const std::unique_ptr<char, decltype(&free)> made(popen_alloc_output("cat /tmp/output", 5000),
-                                                      free);
+    char *const made = popen_alloc_output("cat /tmp/output", 5000);
     Torture::settle();
-    return std::to_string(length) + " " + text + " " +
-           (made ? std::to_string(std::string(made.get()).size()) : "none");
+    const std::string size = made ? std::to_string(strlen(made)) : "none";
+    free(made);
+    return std::to_string(length) + " " + text + " " + size;
 }
 
 std::string ran()
