@@ -368,8 +368,12 @@ private:
     int descriptors_ = 0;
 };
 
+// Damage is not among what "*" stands for.
 bool matches(std::string_view pattern, std::string_view text)
 {
+    for (const char *const damage : {" HANGS", " ENDS", " LEAVES"})
+        if (pattern.find(damage) == pattern.npos && text.find(damage) != text.npos)
+            return false;
     for (bool is_first = true;; is_first = false) {
         const auto star = pattern.find('*');
         const auto piece = pattern.substr(0, star);
