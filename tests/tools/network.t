@@ -27,10 +27,10 @@ zorvctl: no portal serves that
 $ echo 'site cloud.test' | cloud; zorvctl sockets --name zorv-cloud --json
 {"sockets":[{"socket_type":"tcp","state":"LISTEN","local_port":443,"remote_port":"*","pid":...,"comm":"zorv-cloud"}]}
 $ cat >named <<'END' # itself
-> name=$(printf 'caf\303\251 \033\377'); printf "$name" >/proc/$$/comm; exec 7>/tmp/log </dev/null 2>/dev/null
+> name=$(printf 'caf\303\251 \033\377'); printf "$name" >/proc/$$/comm; exec 7>/tmp/seven </dev/null 2>/dev/null
 > zorvctl ps --fds --name "$name"; zorvctl ps --json --name "$name"
 > END
-$ sh named | grep 'caf\|log'
+$ sh named | grep 'caf\|seven'
 ...  café \x1b\xff
-file     /tmp/log                   -      -           -            -     -
+file     /tmp/seven...-      -           -            -     -
 {"processes":[{"pid":...,"ppid":...,"stat":"S","rss":...,"vsz":...,"fd_count":...,"comm":"café \u001B�","invalid_utf8":true,"cmdline":"sh named"}]}
