@@ -1,12 +1,4 @@
 // What is odd stands in tables; everything else is asked at random, of the library and of a model.
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <random>
-#include <sstream>
-#include <tuple>
-
-#include <zorv/cfg.h>
 
 #include "cfg/natural.h"
 #include "core/own.h"

@@ -1,9 +1,4 @@
-#include <zorv/buffer.h>
 
-#include <memory>
-#include <sstream>
-
-#include <sys/socket.h>
 
 #include "support/device.h"
 

@@ -1,8 +1,4 @@
-#include <zorv/file.h>
 
-#include <climits>
-
-#include <fcntl.h>
 
 #include "support/device.h"
 

@@ -1,8 +1,4 @@
-#include <zorv/format.h>
 
-#include <memory>
-
-#include <unistd.h>
 
 #include "support/device.h"
 

@@ -1,9 +1,6 @@
-#include <zorv/log.h>
 
-#include <fcntl.h>
 #include <jansson.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include "support/device.h"
 

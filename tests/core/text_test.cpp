@@ -1,7 +1,4 @@
-#include <zorv/text.h>
 
-#include <cstring>
-#include <set>
 
 #include "support/device.h"
 

@@ -1,6 +1,4 @@
 // What the README and the manual show is so: each command runs, each piece of code is the file's.
-#include <map>
-#include <regex>
 
 #include "support/transcript.h"
 

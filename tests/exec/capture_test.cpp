@@ -1,8 +1,4 @@
-#include <zorv/exec.h>
 
-#include <csignal>
-#include <memory>
-#include <string>
 
 #include "support/device.h"
 

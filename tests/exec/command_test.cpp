@@ -1,7 +1,4 @@
-#include <zorv/exec.h>
 
-#include <memory>
-#include <string>
 
 #include "support/device.h"
 

@@ -1,9 +1,4 @@
-#include <zorv/exec.h>
 
-#include <string>
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "support/device.h"
 

@@ -1,11 +1,5 @@
-#include <zorv/curl_simple.h>
 
 #include <chrono>
-#include <csignal>
-#include <cstring>
-#include <memory>
-#include <sstream>
-#include <string>
 
 #include <curl/curl.h>
 

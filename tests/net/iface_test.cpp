@@ -1,9 +1,4 @@
-#include <zorv/iface.h>
 
-#include <climits>
-#include <cstring>
-
-#include <arpa/inet.h>
 
 #include "support/device.h"
 

@@ -1,9 +1,4 @@
-#include <zorv/json.h>
 
-#include <climits>
-#include <cstring>
-
-#include <unistd.h>
 
 #include "support/device.h"
 #include "support/json.h"

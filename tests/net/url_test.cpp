@@ -1,9 +1,4 @@
-#include <zorv/url.h>
 
-#include <memory>
-#include <sstream>
-
-#include <arpa/inet.h>
 
 #include "support/device.h"
 

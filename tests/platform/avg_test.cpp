@@ -1,7 +1,5 @@
-#include <zorv/avg.h>
 
 #include <cmath>
-#include <random>
 
 #include "platform/rows.h"
 

@@ -1,4 +1,3 @@
-#include <zorv/board.h>
 
 #include "platform/rows.h"
 #include "support/json.h"

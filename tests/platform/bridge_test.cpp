@@ -1,9 +1,4 @@
-#include <zorv/bridge.h>
 
-#include <cerrno>
-#include <set>
-
-#include <net/if.h>
 
 #include "platform/rows.h"
 

@@ -1,6 +1,4 @@
-#include <zorv/guest_portal.h>
 
-#include <climits>
 
 #include "platform/rows.h"
 

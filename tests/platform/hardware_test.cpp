@@ -1,6 +1,4 @@
-#include <zorv/hardware.h>
 
-#include <unistd.h>
 
 #include "platform/rows.h"
 

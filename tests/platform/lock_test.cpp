@@ -1,9 +1,6 @@
 // The locks with a sleep of their own that takes no time, so that waiting for one is counted.
-#include <zorv/lock.h>
 
-#include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include "platform/rows.h"
 

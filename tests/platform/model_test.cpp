@@ -1,8 +1,4 @@
-#include <zorv/model.h>
 
-#include <map>
-
-#include <zorv/board.h>
 
 #include "platform/rows.h"
 

@@ -2,8 +2,6 @@
 #ifndef ZORV_TESTS_PLATFORM_ROWS_H
 #define ZORV_TESTS_PLATFORM_ROWS_H
 
-#include <sstream>
-
 #include <netinet/ether.h>
 
 #include "support/device.h"

@@ -1,10 +1,4 @@
-#include <zorv/status.h>
 
-#include <cerrno>
-#include <cstring>
-
-#include <arpa/inet.h>
-#include <sys/stat.h>
 
 #include "platform/rows.h"
 

@@ -1,13 +1,6 @@
-#include <zorv/protocol.h>
 
-#include <algorithm>
-#include <climits>
-#include <memory>
-#include <sstream>
-#include <tuple>
 
 #include <zlib.h>
-#include <zorv/aes.h>
 
 #include "protocol/peer.h"
 

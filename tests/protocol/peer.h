@@ -6,17 +6,11 @@
 #ifndef ZORV_TESTS_PROTOCOL_PEER_H
 #define ZORV_TESTS_PROTOCOL_PEER_H
 
-#include <arpa/inet.h>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
-#include <net/if.h>
-#include <sys/socket.h>
-#include <unistd.h>
-#include <zorv/protocol.h>
 
 #include "crypto/samples.h"
 #include "support/device.h"
-#include "support/enter.h"
 
 inline constexpr char kKey[] = "000102030405060708090a0b0c0d0e0f";
 

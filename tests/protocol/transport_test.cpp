@@ -1,7 +1,4 @@
-#include <zorv/protocol.h>
 
-#include <csignal>
-#include <tuple>
 
 #include <event2/event.h>
 

@@ -1,14 +1,10 @@
 #include "support/cloud_host.h"
 
-#include <csignal>
 #include <utility>
 
 #include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "support/device.h"
-#include "support/enter.h"
 
 namespace {
 

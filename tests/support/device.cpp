@@ -1,25 +1,13 @@
 #include "support/device.h"
 
-#include "support/enter.h"
-
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iterator>
-#include <sstream>
 #include <stdexcept>
 
-#include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 

@@ -12,14 +12,41 @@
 #ifndef ZORV_TESTS_SUPPORT_DEVICE_H
 #define ZORV_TESTS_SUPPORT_DEVICE_H
 
+// What most tests use besides.
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <random>
+#include <regex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
+#include <arpa/inet.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <net/if.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/types.h>
-#include <zorv/log.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zorv/zorv.h>
+
+#include "support/enter.h"
 
 // What most tests compare with.
 using testing::Contains;

@@ -1,10 +1,4 @@
 // What other tests rely on; each of these would else fail far from its cause.
-#include <cerrno>
-#include <cstdio>
-
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "support/device.h"
 

@@ -1,17 +1,7 @@
 #include "support/torture.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <csignal>
 #include <cstddef>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <regex>
-#include <set>
-#include <sstream>
 
-#include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <poll.h>
@@ -19,13 +9,9 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include "support/enter.h"
 #include "support/faults.h"
 
 namespace {
@@ -273,7 +259,7 @@ int attend(pid_t child, const Fault &fault)
 // "[error] libzorv_url.url_parse(): 77: malloc(9) failed" is "url_parse: #: malloc(#) failed".
 std::string joined(const std::vector<std::string> &lines)
 {
-    static const std::regex place("^\\[[^.]*\\.(\\w+)\\(\\): "), number("[0-9]+");
+    static const std::regex place("^\\[error\\] [^.]*\\.(\\w+)\\(\\): "), number("[0-9]+");
     std::string text, last;
     for (const auto &line : lines) {
         const auto plain = std::regex_replace(std::regex_replace(line, place, "$1: "), number, "#");

@@ -3,8 +3,8 @@
 // A scenario runs again and again, each time in a process of its own: with the n-th allocation of
 // the library failing, with all from the n-th on, and with the n-th open, read, write and so on
 // failing with each of its errors (EINTR included). What it returns tells its outcome: the text,
-// and behind ": " the lines it logged, joined by "; ", without level and module and with "#" for
-// numbers:
+// and behind ": " the lines it logged, joined by "; ", with "#" for numbers; errors come without
+// level and module:
 //
 //     "none: url_parse: #: malloc(#) failed"
 //
@@ -13,11 +13,6 @@
 // what it needs is made by `prepare`, and behind settle() nothing fails any more.
 #ifndef ZORV_TESTS_SUPPORT_TORTURE_H
 #define ZORV_TESTS_SUPPORT_TORTURE_H
-
-#include <functional>
-#include <map>
-#include <string>
-#include <vector>
 
 #include "support/device.h"
 

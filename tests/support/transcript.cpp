@@ -1,9 +1,5 @@
 #include "support/transcript.h"
 
-#include <filesystem>
-#include <fstream>
-#include <regex>
-
 #include "support/device.h"
 
 namespace {

@@ -1,8 +1,5 @@
-#include <zorv/crash.h>
 
-#include <cstring>
 #include <ctime>
-#include <tuple>
 
 #include "telemetry/crash_unit.h"
 

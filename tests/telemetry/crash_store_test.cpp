@@ -1,13 +1,7 @@
-#include <zorv/crash.h>
 
-#include <functional>
-#include <set>
 
-#include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
-#include "support/enter.h"
 #include "telemetry/crash_unit.h"
 
 using testing::EndsWith;

@@ -3,7 +3,6 @@
 #define ZORV_TESTS_TELEMETRY_CRASH_UNIT_H
 
 #include <optional>
-#include <regex>
 
 #include "support/cloud_host.h"
 #include "support/device.h"

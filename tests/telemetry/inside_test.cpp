@@ -1,5 +1,4 @@
 // What no unit of the default build shows: a report's two texts, to the letter.
-#include <cstring>
 
 #include "support/device.h"
 #include "telemetry/crash_report.h"

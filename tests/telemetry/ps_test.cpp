@@ -1,24 +1,9 @@
 // What a kernel would not write, in a written /proc; and real processes under the kernel's own.
-#include <zorv/ps.h>
-
-#include <algorithm>
-#include <csignal>
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <memory>
-#include <regex>
-#include <tuple>
 
 #include <sys/eventfd.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "support/device.h"
-#include "support/enter.h"
 #include "support/json.h"
 
 using namespace std::string_literals;

@@ -1,9 +1,4 @@
-#include <zorv/stats.h>
 
-#include <algorithm>
-#include <cstring>
-#include <map>
-#include <memory>
 
 #include <sys/sysinfo.h>
 

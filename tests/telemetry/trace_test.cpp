@@ -1,4 +1,3 @@
-#include <zorv/trace.h>
 
 #include <ctime>
 

@@ -1,5 +1,4 @@
 // What comes of a configuration when memory or the kernel fails.
-#include <zorv/cfg.h>
 
 #include "support/torture.h"
 

@@ -1,13 +1,4 @@
 // The core when memory runs out or the kernel refuses.
-#include <zorv/buffer.h>
-#include <zorv/file.h>
-#include <zorv/format.h>
-#include <zorv/text.h>
-
-#include <algorithm>
-#include <memory>
-
-#include <fcntl.h>
 
 #include "support/torture.h"
 
@@ -60,7 +51,7 @@ TEST_F(Torture, Core)
          filled,
          {"none", "0 0 - - 0 2 -1", "0 4200 *", "3 0 zeros *", "3 4200 - copied 4203 2 0",
           "3 4200 zeros - 13203 2 0", "3 4200 zeros copied 13203 2 -1",
-          "3 *: buffer_reset: Failed to reallocate buffer"},
+          "3 *: [warn ] buffer.buffer_reset(): Failed to reallocate buffer"},
          [] { libzorv_log_level = 2; }},
         {"texts", texts, {"none *", "* none: vq_reduce_path: #: malloc(#) failed"}},
         {"libzorv_log", logged_line, {"", "x*", ": f: x*"}},

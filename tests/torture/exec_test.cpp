@@ -1,7 +1,4 @@
 // Commands and scripts when memory runs out or the kernel refuses.
-#include <zorv/exec.h>
-
-#include <cstring>
 
 #include "support/torture.h"
 
@@ -55,7 +52,8 @@ TEST_F(Torture, Exec)
         // An argument for which memory runs out is missing in what is made, without a message.
         {"exec_create and exec_copy",
          made_and_copied,
-         {"- - ", "x none ", "* none : make_command: #: calloc(#, #) failed"},
+         {"- - ", "x none ",
+          "* none : [debug] libzorv_exec.make_command(): #: calloc(#, #) failed"},
          install},
         {.name = "capture",
          .scenario = captured,
@@ -64,7 +62,7 @@ TEST_F(Torture, Exec)
          .prepare = install,
          // A read that fails, or that a signal cuts, counts as the end without a message of its
          // own.
-         .known = {"0  4000: popen_get_output: [cat /tmp/output] -> [#]"}},
+         .known = {"0  4000: [warn ] libzorv_exec.popen_get_output(): [cat /tmp/output] -> [#]"}},
         // A script that cannot be started looks like one that succeeded.
         {"scripts",
          ran,

@@ -1,10 +1,5 @@
 // What comes of it when the kernel or memory fails: mostly the neutral value, without a word, as
 // documented.
-#include <zorv/board.h>
-#include <zorv/bridge.h>
-#include <zorv/guest_portal.h>
-#include <zorv/hardware.h>
-#include <zorv/status.h>
 
 #include "platform/rows.h"
 #include "support/torture.h"

@@ -1,7 +1,5 @@
 // That the runner sees what goes wrong: each of these scenarios has a fault of its own.
-#include <fcntl.h>
 #include <jansson.h>
-#include <unistd.h>
 
 #include "support/torture.h"
 

@@ -1,8 +1,4 @@
 // What comes of processes, statistics, crash reports and traces when memory or the kernel fails.
-#include <zorv/crash.h>
-#include <zorv/ps.h>
-#include <zorv/stats.h>
-#include <zorv/trace.h>
 
 #include <netdb.h>
 

@@ -1,13 +1,9 @@
 // What comes of verbs of zorvctl when memory or the kernel fails: the answer, or a failure with a
 // message.
 #include <list>
-#include <sstream>
 #include <utility>
 
-#include <unistd.h>
-
 #include "support/cloud_host.h"
-#include "support/enter.h"
 #include "support/torture.h"
 
 namespace {
