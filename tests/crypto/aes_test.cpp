@@ -80,7 +80,7 @@ TEST(Aes, CbcMatchesThePublishedVectorAndTakesWholeBlocksOnly)
     EXPECT_EQ(aes_cbc_decrypt_128(key.data(), iv.data(), data.data(), data.size()), 0);
     EXPECT_EQ(to_hex(data), kPlain);
     // Any length, nothing aligned, and not a byte outside changes.
-    for (size_t length = 16; length <= 70 * 16; length += 16) {
+    for (size_t length = 16; length <= size_t{70} * 16; length += 16) {
         const size_t offset = 1 + length / 16 % 15;
         const Bytes text = random_bytes(offset + length + 5);
         Bytes expected = text;

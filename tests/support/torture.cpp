@@ -29,7 +29,6 @@ struct Kind {
 #define SYS_vfork SYS_clone
 #endif
 
-// NOLINTNEXTLINE(cert-err58-cpp): without memory for it the test is to end
 const std::vector<Kind> kKinds = {
     {"open", {SYS_open, SYS_openat}, {EINTR, EACCES, EMFILE, EIO, ENOMEM}},
     {"rename", {SYS_rename, SYS_renameat, SYS_renameat2}, {EIO, ENOSPC, EACCES}},
