@@ -20,22 +20,22 @@ TEST_F(Commands, AreMadeCopiedAndCompared)
 {
     const std::string text(5000, 'x');
     const char *const path = "/bin/a", *const none = nullptr;
-    exec_command *const holed = exec_create(path, "x", "y", none);
+    exec_command *const holed = exec_create(path, "x", "y", nullptr);
     free(std::exchange(holed->argv[1], nullptr)); // as when memory ran out for it
     const std::tuple<exec_command *, std::string, int> rows[] = {
         // The result of comparing with the fourth: by count, path, arguments.
-        {exec_create(none, none), "none", -1},
-        {exec_create("", none), "none", -1},
-        {exec_create(path, "x", "y", none), "[/bin/a][x][y]", 0},
-        {exec_create("/bin/b", none), "[/bin/b]", -2},
-        {exec_create("/bin/b", "z", "y", none), "[/bin/b][z][y]", -3},
+        {exec_create(none, nullptr), "none", -1},
+        {exec_create("", nullptr), "none", -1},
+        {exec_create(path, "x", "y", nullptr), "[/bin/a][x][y]", 0},
+        {exec_create("/bin/b", nullptr), "[/bin/b]", -2},
+        {exec_create("/bin/b", "z", "y", nullptr), "[/bin/b][z][y]", -3},
         {holed, "[/bin/a]-[y]", 1},
-        {exec_create(path, "x", "z", none), "[/bin/a][x][z]", 2},
-        {exec_create(text.c_str(), text.c_str(), "y", none),
+        {exec_create(path, "x", "z", nullptr), "[/bin/a][x][z]", 2},
+        {exec_create(text.c_str(), text.c_str(), "y", nullptr),
          "[" + text.substr(0, 4095) + "][" + text.substr(0, 4096) + "][y]", -3},
     };
     for (const auto &[made, want, result] : rows) {
-        const Command base(exec_create(path, "x", "y", none), exec_destroy);
+        const Command base(exec_create(path, "x", "y", nullptr), exec_destroy);
         const Command command(made, exec_destroy), copy(exec_copy(made), exec_destroy);
         EXPECT_EQ(shown(command), want);
         EXPECT_EQ(exec_cmp(base.get(), made), result) << want;

@@ -29,7 +29,7 @@ TEST_F(Syswrapper, RunsTheFirst48ArgumentsAndSaysSoFrom48On)
     for (const char *const last : {none, x}) {
         syswrapper_impl(1, "set", "* *", x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x,
                         x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x, x,
-                        "47", last, "49", none);
+                        "47", last, "49", nullptr);
         EXPECT_EQ(read("/tmp/run"), std::string("/usr/etc/syswrapper.sh ") +
                                         (last ? "49 set|* * x\n" : "48 set|* * 47\n"));
     }
