@@ -23,8 +23,8 @@ TEST_F(Hardware, TheEepromIsThePartitionOfThatNameAndPciDevicesAreOfOneVendor)
         {"dev:    size   erasesize  name\nmtd3: 00010000 00010000 \"eeprom\"\n => 3",
          "mtd4: 0 0 \"EEPROM\"\n => 4", // by the other device path
          // Longer names and rows in another form are passed over.
-         "mtd5: 0 0 \"EEPROM2\"\nmtd3: 0 0 \"EEPROMs\"\nmtdx: 0 0 \"EEPROM\"\nmtd4: 0 0 EEPROM\n"
-         "mtd7: 0 0 \"EEPROM => 7",
+         ("mtd5: 0 0 \"EEPROM2\"\nmtd3: 0 0 \"EEPROMs\"\nmtdx: 0 0 \"EEPROM\"\nmtd4: 0 0 EEPROM\n"
+          "mtd7: 0 0 \"EEPROM => 7"),
          "mtd0: 0 0 \"EEPROM\"\n => none", // named, so it must be there
          "mtd3: 0 0 \"u-boot\"\n => M"});  // in the current folder
     file("EEPROM", std::string(65535, 'e'));

@@ -16,8 +16,8 @@ TEST_F(Status, ServicesNeedBothOfTheirKeys)
     expect_rows(
         "/tmp/system.cfg", services,
         {" ppp.status = enabled \n\x01\tppp.1.status\xff=\x80 enabled\r\n => 0 0 1 0 0",
-         "dhcpd.status=enabled\ndhcpd.1.status=enabled\ndhcpd.1.status=disabled\n"
-         "iptables.50.status=enabled\niptables.status=enabled => 0 1 0 1 0",
+         ("dhcpd.status=enabled\ndhcpd.1.status=enabled\ndhcpd.1.status=disabled\n"
+          "iptables.50.status=enabled\niptables.status=enabled => 0 1 0 1 0"),
          "#" + both + "ebtables.status=enabled\nebtables.50.status=enabled => 0 0 0 0 1",
          "\r" + both + "dhcpc.status=Enabled\nDHCPC.status=enabled\n => 0 0 0 0 0",
          "dhcpc.status==enabled\ndhcpc.1.status=enabled=\n=enabled\nenabled\n\r\n => 0 0 0 0 0",
