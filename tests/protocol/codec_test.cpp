@@ -111,7 +111,7 @@ TEST_F(Codec, Padding)
 
 TEST_F(Codec, WhatOneMakesTheOtherTakes)
 {
-    for (const size_t length : {1, 15, 16, 17, 463, 464, 65519}) {
+    for (const size_t length : {1U, 15U, 16U, 17U, 463U, 464U, 65519U}) {
         const Bytes bytes = random_bytes(length);
         const std::string message(bytes.begin(), bytes.end());
         const auto sequence = static_cast<uint16_t>(0xF100 + length);

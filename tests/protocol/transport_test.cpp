@@ -155,6 +155,7 @@ protected:
         return said();
     }
 
+private:
     event_base *const base_ = event_base_new();
 };
 

@@ -46,7 +46,7 @@ TEST_F(Crash, AnalyticsModeOfTheConfiguration)
 TEST_F(Crash, KeepsACopyOfAReportAndItsCommand)
 {
     std::string copy;
-    for (const size_t length : {20, 102400, 102401}) {
+    for (const size_t length : {20U, 102400U, 102401U}) {
         const std::string text(length - strlen("{\n  \"a\": \"\"\n}"), 'x');
         const Json report(json_pack("{s:s}", "a", text.c_str()));
         save_crash_payload(report.get());

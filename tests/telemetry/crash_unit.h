@@ -81,6 +81,7 @@ protected:
         return text;
     }
 
+    // NOLINTNEXTLINE(misc-non-private-member-variables-in-classes): a test ends it
     std::optional<CloudHost> host_;
 };
 

@@ -14,7 +14,7 @@ TEST_F(CrashInside, BothTextsOfAReportAreThoseOfJansson)
     const Json report(json_pack("{s:s, s:s, s:{s:[i, f, b, n, []], s:{}}}", "crash_log",
                                 "a \"log\": 1,\n\ttwo\\ \\\" { \xc3\xa9 }\x01 ", "q\" \\", "  ",
                                 "nested", "array", -1, 0.5, 1, "object"));
-    for (const size_t extra : {0, 102400}) {
+    for (const size_t extra : {0U, 102400U}) {
         json_object_set_new(report.get(), " \\", json_string(std::string(extra, ' ').c_str()));
         const ReportText text = dump_report(report.get());
         const Text kept(json_dumps(report.get(), JSON_INDENT(2)));

@@ -1,5 +1,6 @@
 // Loaded before a command: its sleep() takes no time.
 unsigned sleep(unsigned seconds)
 {
-    return seconds - seconds;
+    (void)seconds;
+    return 0;
 }
