@@ -41,12 +41,12 @@ buffer *zorv_read_eeprom(void);
 /*
  * Lists the PCI devices of a vendor, in the order of /proc/bus/pci/devices.
  *
- *   entries  [out] room for max of them; an entry is zeroed before it is filled
+ *   entries  [out] room for max of them
  *
  * The subsystem ids and the revision come from the device's configuration space below
- * /proc/bus/pci. Where that is missing they are 0. The subsystem ids stand byte-swapped, on
- * purpose: board tables carry them so. Where the configuration space ends early, what it does hold
- * stands as the device has it, not swapped.
+ * /proc/bus/pci. Where that is missing they stay as the caller had them. The subsystem ids stand
+ * byte-swapped, on purpose: board tables carry them so. Where the configuration space ends early,
+ * what it does hold stands as the device has it, not swapped.
  *
  * Returns the number of entries filled, or -1 when the list cannot be opened or entries is NULL.
  */

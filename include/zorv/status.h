@@ -151,7 +151,7 @@ int get_mac_by_ip(const char *ip, char *mac, size_t size);
  *
  * On purpose, default routes through other interfaces do not count: the uplink of these units is
  * the bridge. Returns 1 when found, 0 when there is none, -1 when the kernel cannot be asked or its
- * answer is longer than 8192 bytes (more than a hundred routes).
+ * answer is broken.
  */
 int get_gateway(char *buf, uint32_t *addr, uint32_t len);
 

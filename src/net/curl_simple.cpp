@@ -9,6 +9,7 @@
 
 #include <curl/curl.h>
 #include <jansson.h>
+#include <strings.h>
 
 #include "core/log_gate.h"
 #include "core/own.h"
@@ -100,44 +101,90 @@ size_t collect_body(char *bytes, size_t size, size_t count, void *user)
     return n;
 }
 
-// Of what libcurl copies, only memory can be short; a request without it would be another request.
-bool is_set(CURLcode result)
+// Sets options until one fails, whose result it keeps: without it the request would be another.
+class Options {
+public:
+    explicit Options(CURL *easy) : easy_(easy) {}
+
+    template <class Value>
+    void set(CURLoption option, Value value)
+    {
+        if (result_ == CURLE_OK)
+            result_ = curl_easy_setopt(easy_, option, value);
+    }
+
+    // For an option that older releases of libcurl lack. Returns whether this one has it.
+    template <class Value>
+    bool set_newer(int option, Value value)
+    {
+        set(static_cast<CURLoption>(option), value);
+        if (result_ != CURLE_UNKNOWN_OPTION)
+            return true;
+        result_ = CURLE_OK;
+        return false;
+    }
+
+    CURLcode result() const { return result_; }
+
+private:
+    CURL *easy_;
+    CURLcode result_ = CURLE_OK;
+};
+
+// Options by their numbers, as the headers of older releases lack the new ones and those of newer
+// releases warn of the old ones.
+constexpr int kProtocols = 181, kRedirectProtocols = 182;             // until 7.85: bits,
+constexpr int kProtocolNames = 10318, kRedirectProtocolNames = 10319; // then texts
+constexpr int kQuickExit = 322;                                       // since 7.87
+
+// Only HTTP: a URL or a redirect may come from elsewhere, and "file:" would read the unit's own
+// files. A redirect leads from https to nothing else.
+void set_protocols(Options &options, const char *url)
 {
-    return result != CURLE_OUT_OF_MEMORY;
+    const bool is_secure = url && strncasecmp(url, "https:", strlen("https:")) == 0;
+    if (!options.set_newer(kProtocolNames, "http,https"))
+        options.set(static_cast<CURLoption>(kProtocols), long{CURLPROTO_HTTP | CURLPROTO_HTTPS});
+    if (!options.set_newer(kRedirectProtocolNames, is_secure ? "https" : "http,https"))
+        options.set(static_cast<CURLoption>(kRedirectProtocols),
+                    long{is_secure ? CURLPROTO_HTTPS : CURLPROTO_HTTP | CURLPROTO_HTTPS});
 }
 
 CURLcode set_options(CURL *easy, Method method, const Request &request, char *error,
                      curl_simple_response *response)
 {
-    if (!is_set(curl_easy_setopt(easy, CURLOPT_URL, request.url)) ||
-        !is_set(curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, curl_simple_method_str[method])))
-        return CURLE_OUT_OF_MEMORY;
-    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
+    Options options(easy);
+    options.set(CURLOPT_URL, request.url);
+    options.set(CURLOPT_CUSTOMREQUEST, curl_simple_method_str[method]);
+    options.set(CURLOPT_FOLLOWLOCATION, 1L);
+    options.set(CURLOPT_SSL_VERIFYPEER, 1L);
+    options.set(CURLOPT_SSL_VERIFYHOST, 2L);
     if (request.headers)
-        curl_easy_setopt(easy, CURLOPT_HTTPHEADER, request.headers);
+        options.set(CURLOPT_HTTPHEADER, request.headers);
     if (request.data && request.length > 0) {
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, request.data);
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, request.length);
+        options.set(CURLOPT_POSTFIELDS, request.data);
+        options.set(CURLOPT_POSTFIELDSIZE, request.length);
     }
-    curl_easy_setopt(easy, CURLOPT_TIMEOUT, kTimeout);
-    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error);
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    // On purpose: without a response libcurl's own writer prints the body, for tools that fetch.
+    options.set(CURLOPT_TIMEOUT, kTimeout);
+    options.set(CURLOPT_ERRORBUFFER, error);
+    options.set(CURLOPT_NOSIGNAL, 1L);
+    // On purpose: without a response libcurl's own writer prints the body; kept for callers built
+    // against it.
     if (response) {
-        curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, collect_body);
-        curl_easy_setopt(easy, CURLOPT_WRITEDATA, response);
+        options.set(CURLOPT_WRITEFUNCTION, collect_body);
+        options.set(CURLOPT_WRITEDATA, response);
     }
-    return CURLE_OK;
+    options.set(CURLOPT_POSTREDIR, long{CURL_REDIR_POST_ALL}); // with its body, too
+    set_protocols(options, request.url);
+    options.set(CURLOPT_PROXY, ""); // of the environment none: what configures a unit is in files
+    options.set_newer(kQuickExit, 1L); // a resolver that does not answer is not waited for
+    return options.result();
 }
 
 // NULL stands for the system's resolver.
 CURLcode perform_with(CURL *easy, const char *provider)
 {
-    if (!is_set(curl_easy_setopt(easy, CURLOPT_DOH_URL, provider)))
-        return CURLE_OUT_OF_MEMORY;
-    return curl_easy_perform(easy);
+    const CURLcode result = curl_easy_setopt(easy, CURLOPT_DOH_URL, provider);
+    return result == CURLE_OK ? curl_easy_perform(easy) : result;
 }
 
 CURLcode perform(CURL *easy, unsigned flags)
