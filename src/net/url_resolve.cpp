@@ -25,9 +25,9 @@ using Answer = std::unique_ptr<addrinfo, Closer<freeaddrinfo>>;
 // threads.
 constexpr struct {
     int number;
-    char name[4];
+    char name[5];
 } kProtocols[] = {
-    {IPPROTO_IP, "ip"},
+    {IPPROTO_ICMP, "icmp"},
     {IPPROTO_TCP, "tcp"},
     {IPPROTO_UDP, "udp"},
 };
