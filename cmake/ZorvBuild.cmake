@@ -14,6 +14,11 @@ if(ZORV_FUZZ)
     target_compile_options(zorv_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+if(ZORV_TSAN)
+    target_compile_options(zorv_flags INTERFACE -fsanitize=thread)
+    target_link_options(zorv_flags INTERFACE -fsanitize=thread)
+endif()
+
 # What the library itself is compiled with: C++ without its runtime.
 add_library(zorv_library_flags INTERFACE)
 target_link_libraries(zorv_library_flags INTERFACE zorv_flags)
