@@ -4,6 +4,7 @@
 
 #include <jansson.h>
 
+#include "core/json_text.h"
 #include "core/log_gate.h"
 #include "core/own.h"
 
@@ -36,7 +37,7 @@ int set(json_t *trace, const char *key, Json value)
 // The document travels as a text, whatever the service makes of it.
 Json make_payload(const json_t *data)
 {
-    const Text text(json_dumps(data, JSON_COMPACT));
+    const Text text = dump_json(data, JSON_COMPACT);
     return Json(text
                     ? json_pack("{s:s, s:s}", "contentType", "application/json", "data", text.get())
                     : nullptr);
