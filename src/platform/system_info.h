@@ -8,7 +8,7 @@
 
 namespace zorv {
 
-constexpr char kSystemInfo[] = "/proc/zorvhal/system.info";
+inline constexpr char kSystemInfo[] = "/proc/zorvhal/system.info";
 constexpr size_t kSystemInfoLine = 256;
 
 // Which ids a file has told so far.
