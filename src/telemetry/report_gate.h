@@ -2,8 +2,15 @@
 #ifndef ZORV_TELEMETRY_REPORT_GATE_H
 #define ZORV_TELEMETRY_REPORT_GATE_H
 
+#include <cerrno>
+#include <cstdlib>
+
+#include <fcntl.h>
 #include <unistd.h>
 #include <zorv/file.h>
+
+#include "core/lines.h"
+#include "core/own.h"
 
 namespace zorv {
 
@@ -19,10 +26,23 @@ inline bool is_ready(const char *path)
     return access(path, R_OK) == 0;
 }
 
-// Any number but kOff lets reports leave.
+// Any number but kOff lets reports leave; what freadlong() takes for none, a missing file above
+// all, is kAnonymous. A file that is there and cannot be read may hold the owner's kOff: nothing
+// leaves.
 inline long analytics_mode()
 {
-    return freadlong(kAnalyticsMode, kAnonymous);
+    const Fd file(open(kAnalyticsMode, O_RDONLY | O_CLOEXEC));
+    if (!file)
+        return errno == ENOENT ? kAnonymous : kOff;
+    char line[16];
+    const ssize_t length = TEMP_FAILURE_RETRY(read(file.get(), line, sizeof line - 1));
+    if (length < 0)
+        return kOff;
+    line[length] = '\0';
+    cut_at(line, "\n");
+    char *end;
+    const long mode = strtol(line, &end, 10);
+    return end != line ? mode : long{kAnonymous};
 }
 
 // Whether the bytes of dumps may leave, too.
