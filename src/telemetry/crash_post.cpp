@@ -56,14 +56,6 @@ void save_crash_payload_cmd(const char *cmd)
     fprintf(file.get(), "%s\n", cmd);
 }
 
-const char *zorv::body_text(const curl_simple_response &response)
-{
-    buffer *const body = response.body;
-    // The NUL has room behind a full answer: a buffer begins with more bytes than are ever kept.
-    body->append(body, "", 1);
-    return reinterpret_cast<const char *>(body->data(body));
-}
-
 const char *zorv::upload_url_of(const json_t *answer)
 {
     return json_string_value(json_object_get(answer, "upload_url"));
@@ -83,15 +75,14 @@ int zorv::post_crash(const char *url, json_t *payload, json_t **response)
         return -1;
     }
     save_crash_payload(payload);
-    const char *const body = body_text(*reply);
     if (reply->status != 200) {
-        log_warning("POST '%s' failed: [%ld] %s", url, reply->status, body);
+        log_warning("POST '%s' failed: [%ld] %s", url, reply->status, loggable_body(*reply));
         return -1;
     }
     if (!response)
         return 0;
     json_error_t error;
-    *response = json_loads(body, 0, &error);
+    *response = json_loads(body_text(*reply), 0, &error);
     if (*response)
         return 0;
     log_warning("Failed to parse response: %s at line %d, column %d", error.text, error.line,

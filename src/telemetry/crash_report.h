@@ -3,7 +3,6 @@
 #define ZORV_TELEMETRY_CRASH_REPORT_H
 
 #include <cstddef>
-#include <cstdlib>
 
 #include <jansson.h>
 #include <zorv/curl_simple.h>
@@ -37,16 +36,8 @@ int post_crash(const char *url, json_t *payload, json_t **response);
 
 constexpr size_t kMostAnswered = 2048; // bytes kept of an answer; the service's are some 300
 
-// What is kept of the body, as a text that ends at its first NUL; borrowed from the response.
-const char *body_text(const curl_simple_response &response);
-
 // Where the service wants the bytes of a dump, borrowed from its answer; NULL when it does not say.
 const char *upload_url_of(const json_t *answer);
-
-inline int run_shell(const char *command)
-{
-    return system(command); // NOLINT(cert-env33-c): the commands are constants of ours
-}
 
 } // namespace zorv
 

@@ -80,9 +80,7 @@ int put_trace(json_t *envelope)
     note_answer();
     if (response->status == kAcceptedStatus)
         return TRACE_ACCEPTED;
-    buffer *const body = response->body;
-    log_verbose("PUT '%s' failed: [%ld] %.*s", url, response->status,
-                static_cast<int>(body->length(body)), reinterpret_cast<char *>(body->data(body)));
+    log_verbose("PUT '%s' failed: [%ld] %s", url, response->status, loggable_body(*response));
     return TRACE_FAILED;
 }
 

@@ -15,8 +15,9 @@
 
 #include "cli.h"
 #include "crash.h"
+#include "core/pause.h"
 #include "diagnostics.h"
-#include "telemetry/crash_report.h"
+#include "exec/shell.h"
 #include "telemetry/crash_store.h"
 
 namespace ctl {
@@ -211,7 +212,7 @@ size_t remove_logs(const PruneArgs &args, Logs &chosen)
     const Store store;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (attempt > 0)
-            sleep(1);
+            zorv::pause_for(1);
         if (!store.lock())
             continue;
         size_t files = 0;
