@@ -9,9 +9,9 @@
  * Reports leave the unit only while the gate is open: /var/run/ntp.ready (the clock is set) and
  * /var/run/ipready.br0 (the bridge has an address) are readable, and /var/run/system.analytics.mode
  * holds no 0; without that file it is open, and while that file is there and cannot be read it is
- * shut. send_kernel_crash() and the dump functions look at it; check_vwire_disconnect_logs() leaves
- * that to its caller, on purpose: the daemon that calls it does so on the events that open the
- * gate.
+ * shut, with a warning. send_kernel_crash() and the dump functions look at it;
+ * check_vwire_disconnect_logs() leaves that to its caller, on purpose: the daemon that calls it
+ * does so on the events that open the gate.
  *
  * Every report begins with the members below, in this order, and adds its own. In all texts a byte
  * that is no UTF-8 becomes U+FFFD; a debug line says how many there were.
@@ -186,7 +186,7 @@ int send_kernel_crash(void);
  * either. What fails with one log ("Couldn't process %s: %s", with the family's name) does not keep
  * it from the others. At the end "syswrapper.sh save-config" runs if something changed that is
  * worth a write to flash: a new meta, a log delivered, given up or marked. A failed delivery alone
- * is not.
+ * is not. When that command fails, "Couldn't save the configuration" is an error.
  *
  * Nothing is ever removed. Names of archives are to be of A-Z a-z 0-9 . _ - only. Only regular
  * files are logs; links are not followed. No such directory, no logs: nothing is made then.

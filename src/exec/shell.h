@@ -5,13 +5,18 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <sys/wait.h>
+
 namespace zorv {
 
-// Runs a command line and returns as system(3) does. What becomes part of it is to be a constant or
-// a plain word.
+// Runs a command line; what becomes part of it is to be a constant or a plain word. Returns its
+// exit status, or -1 when a signal ended it, or the shell could not be started or waited for. The C
+// library tells of a shell that did not start by 127, so a command line ends in "|| exit 1" where
+// its own failures matter.
 inline int run_shell(const char *command)
 {
-    return system(command); // NOLINT(cert-env33-c): see above
+    const int status = system(command); // NOLINT(cert-env33-c): see above
+    return WIFEXITED(status) && WEXITSTATUS(status) != 127 ? WEXITSTATUS(status) : -1;
 }
 
 // Whether the shell takes the text as it stands: A-Z a-z 0-9 . _ - only.

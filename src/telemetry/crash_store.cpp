@@ -302,8 +302,11 @@ int zorv::iterate_crash_logs(CrashLogWalk &walk)
     walk.result.reset();
     walk.flags &= ~(kSaveConfig | kStop);
     Dir logs(opendir(walk.log_dir));
-    if (!logs)
+    if (!logs) {
+        if (errno != ENOENT)
+            log_error("Couldn't open %s: %s", walk.log_dir, strerror(errno));
         return 0;
+    }
     for (const char *const path : {walk.sent_dir, walk.meta_dir}) {
         if (make_dir(path))
             continue;
@@ -313,7 +316,10 @@ int zorv::iterate_crash_logs(CrashLogWalk &walk)
     const Fd sent_dir(open(walk.sent_dir, O_PATH | O_DIRECTORY | O_CLOEXEC));
     const int log_dir = dirfd(logs.get());
     while (!(walk.flags & kStop)) {
+        errno = 0;
         const dirent *const entry = readdir(logs.get());
+        if (!entry && errno != 0)
+            log_error("Couldn't read %s: %s", walk.log_dir, strerror(errno));
         if (!entry)
             break;
         if (!is_log(log_dir, *entry) || has_marker(sent_dir, entry->d_name))
@@ -330,7 +336,7 @@ int zorv::iterate_crash_logs(CrashLogWalk &walk)
         finish_crash_meta(walk);
     }
     logs.reset();
-    if (walk.flags & kSaveConfig)
-        run_shell("syswrapper.sh save-config");
+    if (walk.flags & kSaveConfig && run_shell("syswrapper.sh save-config") != 0)
+        log_error("Couldn't save the configuration");
     return 0;
 }

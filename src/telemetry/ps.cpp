@@ -40,8 +40,11 @@ ProcPath proc_path(int32_t pid, const char *name)
 // The first line of /proc/PID/stat; "" when it cannot be read. The kernel hands it out at once.
 void read_stat(const Walk &walk, int32_t pid, char (&line)[kBlock])
 {
-    const Fd fd(openat(walk.proc, proc_path(pid, "stat").text, O_RDONLY | O_CLOEXEC));
-    const ssize_t length = fd ? read(fd.get(), line, sizeof line - 1) : 0;
+    const ProcPath path = proc_path(pid, "stat");
+    const Fd fd(openat(walk.proc, path.text, O_RDONLY | O_CLOEXEC));
+    const ssize_t length = fd ? read(fd.get(), line, sizeof line - 1) : -1;
+    if (length < 0 && errno != ENOENT && errno != ESRCH) // of a process that has ended
+        log_error("Failed to read '/proc/%s': %s", path.text, strerror(errno));
     line[length > 0 ? length : 0] = '\0';
     cut_at(line, "\n");
 }

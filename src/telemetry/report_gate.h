@@ -6,8 +6,10 @@
 #include <cstdlib>
 
 #include <fcntl.h>
+#include <syslog.h>
 #include <unistd.h>
 #include <zorv/file.h>
+#include <zorv/log.h>
 
 #include "core/lines.h"
 #include "core/own.h"
@@ -28,16 +30,20 @@ inline bool is_ready(const char *path)
 
 // Any number but kOff lets reports leave; what freadlong() takes for none, a missing file above
 // all, is kAnonymous. A file that is there and cannot be read may hold the owner's kOff: nothing
-// leaves.
-inline long analytics_mode()
+// leaves, which is logged for the module.
+inline long analytics_mode(const char *module)
 {
     const Fd file(open(kAnalyticsMode, O_RDONLY | O_CLOEXEC));
-    if (!file)
-        return errno == ENOENT ? kAnonymous : kOff;
+    if (!file && errno == ENOENT)
+        return kAnonymous;
     char line[16];
     const ssize_t length = TEMP_FAILURE_RETRY(read(file.get(), line, sizeof line - 1));
-    if (length < 0)
+    if (length < 0) {
+        if (libzorv_log_level >= 2)
+            libzorv_log(LOG_WARNING, module, __func__, "Nothing is sent: %s cannot be read",
+                        kAnalyticsMode);
         return kOff;
+    }
     line[length] = '\0';
     cut_at(line, "\n");
     char *end;

@@ -48,7 +48,7 @@ void note_answer()
 // 0, or the code of the gate that is shut.
 int ask_gates()
 {
-    if (analytics_mode() == kOff)
+    if (analytics_mode(kModule) == kOff)
         return TRACE_OFF;
     // On purpose nothing leads back from here: the next chance is the next start of the daemon.
     if (g_sender.delay > kDay)

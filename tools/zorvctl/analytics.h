@@ -25,7 +25,7 @@ inline UnitSetting tell(const char *path, long value)
 // 0 off, 1 with identities, 2 anonymous; any other number is on as well.
 inline UnitSetting unit_mode()
 {
-    return tell(kModeFile, zorv::analytics_mode());
+    return tell(kModeFile, zorv::analytics_mode("zorvctl"));
 }
 
 // 1 lets dumps be uploaded, nothing else does.

@@ -28,7 +28,7 @@ Gate ready_gate(const char *name, const char *file, const char *shut)
 
 Gate mode_gate()
 {
-    const long mode = zorv::analytics_mode();
+    const long mode = zorv::analytics_mode("zorvctl");
     const char *const detail = mode == zorv::kOff              ? "reporting is off"
                                : mode == zorv::kWithIdentities ? "on, with identities"
                                                                : "on, anonymous";
