@@ -14,8 +14,8 @@
 #include <unistd.h>
 
 #include "cli.h"
-#include "crash.h"
 #include "core/pause.h"
+#include "crash.h"
 #include "diagnostics.h"
 #include "exec/shell.h"
 #include "telemetry/crash_store.h"
