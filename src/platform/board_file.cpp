@@ -4,8 +4,8 @@
 
 #include <zorv/file.h>
 
+#include "core/device_files.h"
 #include "core/lines.h"
-#include "platform/system_info.h"
 
 using namespace zorv;
 

@@ -16,9 +16,9 @@
 #include <zorv/file.h>
 #include <zorv/text.h>
 
+#include "core/device_files.h"
 #include "core/log_gate.h"
 #include "core/own.h"
-#include "platform/system_info.h"
 
 using namespace zorv;
 
