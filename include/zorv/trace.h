@@ -101,12 +101,12 @@ int trace_object_set_meta_new(json_t *trace, json_t *value);
  *                            "0000000000000000"; the first answer, that one included, is kept for
  *                            the process
  *
- * A field that is not UTF-8, or for which memory is short, is left out.
+ * Bytes of a field that are no UTF-8 become U+FFFD, and a debug line says how many.
  *
  * Returns a TRACE_ code, or -1; looked at in this order:
  *
- *   TRACE_OFF       /var/run/system.analytics.mode begins with 0. Any other number, no number and
- *                   no file let traces through
+ *   TRACE_OFF       /var/run/system.analytics.mode begins with 0, or is there and cannot be read.
+ *                   Any other number, no number and no file let traces through
  *   TRACE_STOPPED   the back-off is longer than a day. On purpose for the rest of the process: a
  *                   unit that is not reached for so long gets its next chance at a restart
  *   TRACE_BACK_OFF  the clock has not reached the end of the last attempt and the back-off. A clock
@@ -116,7 +116,8 @@ int trace_object_set_meta_new(json_t *trace, json_t *value);
  *                   create envelope", the error "Failed to allocate curl response"
  *   TRACE_ACCEPTED  HTTP status 202, no other
  *   TRACE_FAILED    any other status, a 200 included, which is verbose debug "PUT '%s' failed:
- *                   [%ld] %s" with URL, status and up to 1024 bytes of the answer; or a request
+ *                   [%ld] %s" with URL, status and up to 1024 bytes of the answer, blanks for
+ *                   control characters, up to its first NUL; or a request
  *                   that failed. Of those the first in the life of the process is the warning
  *                   "PUT '%s' failed: [%d] %s" with URL, libcurl's code and its meaning; it counts
  *                   as logged also when it was silent for its level, and later ones are silent

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
+#include "core/json_text.h"
 #include "core/own.h"
 
 using namespace zorv;
@@ -181,7 +182,7 @@ void libzorv_log(int level, const char *module, const char *function, const char
 void libzorv_log_json(int level, const char *module, const char *function, const json_t *json,
                       const char *title)
 {
-    const Text text(json ? json_dumps(json, JSON_INDENT(4)) : nullptr);
+    const Text text = dump_json(json, JSON_INDENT(4));
     if (title)
         libzorv_log(level, module, function, "JSON - %4s: %s", "", title);
     if (!text)

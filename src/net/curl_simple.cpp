@@ -11,9 +11,9 @@
 #include <jansson.h>
 #include <strings.h>
 
+#include "core/json_text.h"
 #include "core/log_gate.h"
 #include "core/own.h"
-#include "net/json_request.h"
 #include "net/response.h"
 
 using namespace zorv;
@@ -221,33 +221,23 @@ int curl_simple(Method method, const Request &request, curl_simple_response *res
 }
 
 int curl_simple_json(Method method, const char *url, unsigned flags, const json_t *body,
-                     const char *text, curl_simple_response *response)
+                     curl_simple_response *response)
 {
     const Headers headers(curl_slist_append(nullptr, "Content-Type: application/json"));
     if (!headers) {
         log_error("Failed to add HTTP header");
         return CURLE_OUT_OF_MEMORY;
     }
-    Text made;
+    const Text text = dump_json(body, JSON_COMPACT);
     if (body && !text) {
-        made.reset(json_dumps(body, JSON_COMPACT));
-        if (!made) {
-            log_error("Failed to dump json payload object");
-            return CURLE_OUT_OF_MEMORY;
-        }
-        text = made.get();
+        log_error("Failed to dump json payload object");
+        return CURLE_OUT_OF_MEMORY;
     }
-    const long length = text ? static_cast<long>(strlen(text)) : 0;
-    return curl_simple(method, {url, flags, headers.get(), text, length}, response);
+    const long length = text ? static_cast<long>(strlen(text.get())) : 0;
+    return curl_simple(method, {url, flags, headers.get(), text.get(), length}, response);
 }
 
 } // namespace
-
-int zorv::post_json(const char *url, unsigned flags, const json_t *body, const char *text,
-                    curl_simple_response *resp)
-{
-    return curl_simple_json(kPost, url, flags, body, text, resp);
-}
 
 curl_simple_response *curl_simple_response_init(size_t max_size)
 {
@@ -293,10 +283,10 @@ int curl_simple_put(const char *url, unsigned flags, curl_slist *headers, const 
 
 int curl_simple_post_json(const char *url, unsigned flags, json_t *body, curl_simple_response *resp)
 {
-    return curl_simple_json(kPost, url, flags, body, nullptr, resp);
+    return curl_simple_json(kPost, url, flags, body, resp);
 }
 
 int curl_simple_put_json(const char *url, unsigned flags, json_t *body, curl_simple_response *resp)
 {
-    return curl_simple_json(kPut, url, flags, body, nullptr, resp);
+    return curl_simple_json(kPut, url, flags, body, resp);
 }
