@@ -19,8 +19,9 @@
 ZORV_BEGIN
 
 /*
- * Take the lock. While another process has it they try again, 11 times in all, and sleep a second
- * after each try that failed, the last one too: up to 11 seconds.
+ * Take the lock. While another process has it they try again, 11 times in all, and wait a second
+ * after each try that failed, the last one too: up to 11 seconds. A signal's handler runs meanwhile
+ * and neither shortens nor lengthens the wait.
  *
  * Return 0 when the lock is held; else -1, with "Locking %s twice" when this process has it already
  * (which it keeps), "Can't open %s", or "couldn't lock %s".
