@@ -11,8 +11,7 @@
  * one thread: that of the event loop.
  *
  * The site key keeps messages from those who lack it. It does not prove who sent one: the check sum
- * is a CRC-32, an old datagram is accepted again once another one has come in between, and one that
- * nobody encrypted can be made to pass, see dec_payload().
+ * is a CRC-32, and an old datagram is accepted again once another one has come in between.
  */
 #ifndef ZORV_PROTOCOL_H
 #define ZORV_PROTOCOL_H
@@ -123,9 +122,8 @@ void *gen_payload(const void *data, int len, uint16_t method, uint16_t type, int
  *   magic, flags, version
  *                 0x22334455, the encrypted bit and a length that is not 0, 2 or more; else 1
  *   CRC           of the decrypted payload; else 1, and "hdr=%d, crc32=%d" is logged. A wrong key
- *                 ends here. On purpose a length that is no multiple of 16 has no check of its own:
- *                 the payload is then taken as it came, so that a damaged one ends here too, but
- *                 not one that was sent in the clear, by whomever, with the CRC of its clear bytes
+ *                 ends here, and so does a length that is no multiple of 16, whatever the CRC: such
+ *                 a payload was not encrypted, and is left as it came
  *   padding       its bytes are all the last one's value, which is at most the length; else 1. On
  *                 purpose a last byte of 0 is accepted and strips nothing, for peers that pad with
  *                 zeros
@@ -161,7 +159,8 @@ typedef struct zorv_protocol_handler {
  * cfg.h:
  *
  *   pluvo.key    32 characters, the site key in hexadecimal. Digits are taken in pairs until a pair
- *                is none; the rest of the key is then zero
+ *                is none; the rest of the key is then zero, which is logged as the error "pluvo.key
+ *                holds characters that are no hexadecimal digits"
  *   pluvo.mcip   the group's IPv4 address; needed with a socket
  *
  * The socket is bound to port 48000 of every address. The group is joined on the interface that has

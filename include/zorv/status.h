@@ -97,11 +97,11 @@ int system_is_xxx(const char *path, int fallback);
 
 /*
  * Sets a flag. Outside "/proc" a zero value unlinks the file; else "true\n" or "false\n" is
- * written. Returns the result of unlink() or of fclose(); -1 when the file cannot be opened.
+ * written. Returns 0; negative when the file cannot be unlinked, opened or written.
  */
 int system_set_xxx(const char *path, int value);
 
-/* Replaces a file's content by a line. Returns what fclose() does; -1 when it cannot be opened. */
+/* Replaces a file's content by a line. Returns 0; negative when it cannot be opened or written. */
 int system_set_value(const char *path, const char *value);
 
 /*

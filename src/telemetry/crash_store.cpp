@@ -2,6 +2,7 @@
 #include "telemetry/crash_store.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include <fcntl.h>
@@ -129,7 +130,8 @@ bool zorv::is_set(const json_t *meta, const char *member)
 
 long zorv::count_failure(json_t *meta)
 {
-    zorv_json_add_long(meta, kAttemptCount, 1);
+    if (zorv_json_read_long(meta, kAttemptCount, 0) < LONG_MAX) // a damaged meta's does not wrap
+        zorv_json_add_long(meta, kAttemptCount, 1);
     return zorv_json_read_long(meta, kAttemptCount, 0);
 }
 
