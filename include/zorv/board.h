@@ -120,8 +120,9 @@ const board_record *board_identify(void);
 
 /*
  * Makes board_identify() answer with a record of the caller's, borrowed until the next call of this
- * function. NULL forgets the answer, and the next board_identify() finds out anew; the radios of
- * the default record are then filled in again.
+ * function. NULL forgets the answer: a unit of no table row is then looked at anew by the next
+ * board_identify(), the radios of the default record included. The private record of a unit from
+ * the table stays, and is the answer again.
  */
 void update_cached_board(const board_record *record);
 

@@ -38,7 +38,8 @@
  *   system_cfg                what "cat /tmp/system.cfg | syswrapper.sh
  *                             systemcfg-sensitive-data-filter" printed, in some reports
  *
- * One thing is kept for the process: whether the kernel holds an oops, asked once. Commands run
+ * One thing is kept for the process: whether the kernel holds an oops, asked once. One thread at a
+ * time may call these functions; processes take turns at the locks of the store. Commands run
  * through the shell with the caller's PATH and standard error; everything opened here is
  * close-on-exec, so that no command inherits a lock. Nothing here waits for a service longer than
  * curl_simple.h does: 5 seconds.

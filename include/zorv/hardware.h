@@ -1,7 +1,8 @@
 /*
  * hardware.h - small hardware readers: the EEPROM image, PCI devices of a vendor, power outlets.
  *
- * Every call reads the device anew. Nothing is kept and nothing is logged.
+ * Every call reads the device anew. Nothing is kept and nothing is logged. Any thread may call any
+ * function.
  */
 #ifndef ZORV_HARDWARE_H
 #define ZORV_HARDWARE_H

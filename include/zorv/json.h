@@ -1,12 +1,13 @@
 /*
  * json.h - settings, counters and sampled series in JSON objects; files and build facts.
  *
- * Objects are jansson's, borrowed for the call. A null object or key, and an object that is none,
- * have no members: getters give the default, updaters fail with -1. Integers wrap around.
- * Pointers to results must not be NULL unless it is said. Getters never log.
+ * Objects are jansson's, borrowed for the call; include <jansson.h> to build and read values. A
+ * null object or key, and an object that is none, have no members: getters give the default,
+ * updaters fail with -1. Integers wrap around. Pointers to results must not be NULL unless it is
+ * said. Getters never log.
  *
- * One thing is kept between calls: the time in vq_now, which paces the series. It is for one
- * thread.
+ * One thing is kept between calls: the time in vq_now, which paces the series. What sets or reads
+ * it is for one thread; any other function may be called by any, each object in one at a time.
  */
 #ifndef ZORV_JSON_H
 #define ZORV_JSON_H

@@ -14,8 +14,13 @@
  *   debug                           LOG_DEBUG (7)      8
  *   verbose debug, per item         LOG_DEBUG (7)      16
  *
- * Nothing here reports a failure: a destination that is not there is replaced by the next one.
- * Lines of concurrent threads or processes may interleave.
+ * Nothing here reports a failure: a destination that is not there is replaced by the next one. Any
+ * thread may call any function; lines of concurrent threads or processes may interleave.
+ *
+ * Syslog and a standard error that is a pipe, a socket or a terminal wait for their reader, without
+ * limit: a syslog daemon that hangs, or a pager that is not scrolled, holds up every thread that
+ * logs. /dev/kmsg and files do not. A standard error whose reader is gone loses the line; SIGPIPE
+ * is held back.
  */
 #ifndef ZORV_LOG_H
 #define ZORV_LOG_H

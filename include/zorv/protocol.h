@@ -190,7 +190,12 @@ int zorv_protocol_init(int with_socket);
  * On SIGUSR1 the address is read again from /var/run/ipready.br0. If it is an address, not 0.0.0.0
  * and not the present one, the group is left and joined anew there. On purpose the group is left
  * through any interface, since the old address may be gone by then: the kernel wants a route to the
- * group for that. When joining fails the new address stays, and the same one is not tried again.
+ * group for that. When joining fails the new address stays, and the same one is not tried again. So
+ * network scripts first give the bridge its address, then write the file, then send the signal.
+ *
+ * A bridge that is made anew with the address of the old one has lost the membership, and SIGUSR1
+ * does not bring it back: whoever runs the event loop calls zorv_protocol_deinit(),
+ * zorv_protocol_init() and zorv_protocol_init_recv() then.
  *
  * Returns 0, always: that an event could not be made goes unnoticed.
  */

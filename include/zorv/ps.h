@@ -4,7 +4,8 @@
  * A list is a picture of /proc at the time of the call; nothing is kept between calls, and several
  * lists may exist side by side. Building one never fails because of a single process or descriptor:
  * what cannot be read is logged and left out, and a process that ends meanwhile is not in the list.
- * Only /proc itself, or the memory for the list, makes the whole call fail.
+ * Only /proc itself, or the memory for the list, makes the whole call fail. Any thread may call any
+ * function, each list in one at a time.
  *
  * Texts are the kernel's bytes as they are: a process may call itself anything, so they need not be
  * UTF-8. Messages have the module "libzorv_proc".

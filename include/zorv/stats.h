@@ -1,7 +1,8 @@
 /*
  * stats.h - how memory is used, and which hosts have the most tracked connections.
  *
- * Every call reads /proc anew; nothing is kept. Messages have the module "libzorv_proc".
+ * Every call reads /proc anew; nothing is kept. Any thread may call any function. Messages have the
+ * module "libzorv_proc".
  */
 #ifndef ZORV_STATS_H
 #define ZORV_STATS_H

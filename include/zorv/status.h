@@ -185,7 +185,11 @@ int system_dhcp_status(void);
  */
 int touch_file(const char *path, mode_t mode);
 
-/* Returns 1 when a server listens on port 22 of all IPv4 addresses or of one, else 0. */
+/*
+ * Returns 1 when a server listens on port 22 of all IPv4 addresses or of one, else 0. That is what
+ * /proc/net/tcp shows: on purpose a server whose IPv6 socket takes IPv4 as well, in /proc/net/tcp6,
+ * does not count; kept for callers built against it.
+ */
 int system_is_ssh(void);
 
 /* ---- Time ---- */

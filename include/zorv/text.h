@@ -1,9 +1,10 @@
 /*
  * text.h - trimming, hexadecimal forms, hardware addresses, random texts, commented-out lines.
  *
- * Nothing is kept between calls but the state of the C library's rand(). A null pointer may be
- * passed only where it is said. White space is space, tab, newline, carriage return, vertical tab
- * and form feed.
+ * Nothing is kept between calls but the state of the C library's rand(), which all threads share:
+ * random results stay well-formed in several threads, but one's seed cuts into the other's
+ * sequence. Any thread may call any function. A null pointer may be passed only where it is said.
+ * White space is space, tab, newline, carriage return, vertical tab and form feed.
  */
 #ifndef ZORV_TEXT_H
 #define ZORV_TEXT_H

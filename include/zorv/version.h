@@ -2,7 +2,7 @@
  * version.h - which source a library binary was built from.
  *
  * Both texts carry their own name, so that `strings libzorv.so.1 | grep zorv_git` answers on a
- * device without tools.
+ * device without tools. Neither changes.
  */
 #ifndef ZORV_VERSION_H
 #define ZORV_VERSION_H

@@ -18,7 +18,7 @@ constexpr size_t kLineBuffer = 255; // what the line and value helpers read at a
 // Of a device or a pipe, which may have no end. A regular file, as all of /proc is, has one.
 constexpr size_t kMostPieces = 1u << 20;
 
-inline size_t most_pieces(FILE *stream)
+[[gnu::noinline]] inline size_t most_pieces(FILE *stream)
 {
     struct stat info;
     const bool has_end = stream && fstat(fileno(stream), &info) == 0 && S_ISREG(info.st_mode);
