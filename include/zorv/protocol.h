@@ -16,7 +16,6 @@
 #ifndef ZORV_PROTOCOL_H
 #define ZORV_PROTOCOL_H
 
-#include <assert.h>
 #include <stddef.h>
 #include <stdint.h>
 
@@ -48,13 +47,6 @@ typedef struct zorv_protocol_header {
     uint32_t crc32;    /* zlib's, of message and padding before encryption; 0 in a plain one */
 } zorv_protocol_header;
 
-static_assert(sizeof(zorv_protocol_header) == 40, "a datagram's header");
-static_assert(offsetof(zorv_protocol_header, length) == 6, "a datagram's header");
-static_assert(offsetof(zorv_protocol_header, iv) == 12, "a datagram's header");
-static_assert(offsetof(zorv_protocol_header, device) == 28, "a datagram's header");
-static_assert(offsetof(zorv_protocol_header, sequence) == 34, "a datagram's header");
-static_assert(offsetof(zorv_protocol_header, crc32) == 36, "a datagram's header");
-
 /* ---- State ---- */
 
 typedef struct zorv_protocol_ctrl_t {
@@ -70,13 +62,6 @@ typedef struct zorv_protocol_ctrl_t {
     uint16_t own_sequence;  /* the low 12 bits go into every datagram sent; callers advance it */
     uint8_t reserved[14];   /* always 0; fills the object to 64 bytes for fields to come */
 } zorv_protocol_ctrl_t;
-
-static_assert(sizeof(zorv_protocol_ctrl_t) == 64, "callers read fields in place");
-static_assert(offsetof(zorv_protocol_ctrl_t, fd) == 20, "callers read fields in place");
-static_assert(offsetof(zorv_protocol_ctrl_t, device) == 24, "callers read fields in place");
-static_assert(offsetof(zorv_protocol_ctrl_t, key) == 30, "callers read fields in place");
-static_assert(offsetof(zorv_protocol_ctrl_t, last_sequence) == 46, "callers read fields in place");
-static_assert(offsetof(zorv_protocol_ctrl_t, own_sequence) == 48, "callers read fields in place");
 
 /*
  * The transport's state, for everyone to read; a sender sets own_sequence, and nothing else, before

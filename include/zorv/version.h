@@ -9,6 +9,11 @@
 
 #include <zorv/api.h>
 
+/* Of these headers; by semantic versioning, in the C interface. */
+#define ZORV_VERSION_MAJOR 1
+#define ZORV_VERSION_MINOR 0
+#define ZORV_VERSION_PATCH 0
+
 ZORV_BEGIN
 
 /* "zorv_git_hash=<...>": the source revision, 40 hexadecimal digits; zeros when it is unknown. */

@@ -9,6 +9,7 @@
 
 #include <alloca.h>
 #include <fcntl.h>
+#include <jansson.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>

@@ -11,6 +11,22 @@
 
 #include "core/log_gate.h"
 
+// A datagram's header.
+static_assert(sizeof(zorv_protocol_header) == 40);
+static_assert(offsetof(zorv_protocol_header, length) == 6);
+static_assert(offsetof(zorv_protocol_header, iv) == 12);
+static_assert(offsetof(zorv_protocol_header, device) == 28);
+static_assert(offsetof(zorv_protocol_header, sequence) == 34);
+static_assert(offsetof(zorv_protocol_header, crc32) == 36);
+
+// Callers read fields in place.
+static_assert(sizeof(zorv_protocol_ctrl_t) == 64);
+static_assert(offsetof(zorv_protocol_ctrl_t, fd) == 20);
+static_assert(offsetof(zorv_protocol_ctrl_t, device) == 24);
+static_assert(offsetof(zorv_protocol_ctrl_t, key) == 30);
+static_assert(offsetof(zorv_protocol_ctrl_t, last_sequence) == 46);
+static_assert(offsetof(zorv_protocol_ctrl_t, own_sequence) == 48);
+
 namespace {
 
 constexpr char kModule[] = "libzorv";

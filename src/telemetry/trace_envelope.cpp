@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <utility>
 
+#include <jansson.h>
 #include <sys/time.h>
 #include <zorv/board.h>
 #include <zorv/file.h>
