@@ -20,7 +20,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /* Fields named attribute are the hardware's own: the library carries them and never reads them. */
 
@@ -188,7 +188,7 @@ int has_accelerometer(void);
  * (json_decref), with the raw integers "x", "y" and "z"; an axis that cannot be read is 0. NULL
  * without memory.
  */
-json_t *prepare_accelerometer_status(void);
+struct json_t *prepare_accelerometer_status(void);
 
 /* Returns the table row of a system id, static, or NULL. */
 const board_record *pluvo_get_board(uint16_t system_id);

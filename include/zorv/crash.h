@@ -60,7 +60,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /* ---- Analytics ---- */
 
@@ -103,7 +103,7 @@ int is_dir_in_persistent(const char *path);
  * crash report payload because it was > 100KB (%d)"; "Failed opening file for saving crash report
  * payload" is an error.
  */
-void save_crash_payload(json_t *payload);
+void save_crash_payload(struct json_t *payload);
 
 /*
  * Keeps a command line and a newline in /var/run/report_payload_cmd.txt. The error "Failed opening
@@ -125,7 +125,7 @@ void save_crash_payload_cmd(const char *cmd);
  * when the member cannot be set: when the output is not UTF-8, obj is no object, or memory is
  * short.
  */
-int json_object_capture_popen(json_t *obj, const char *key, const char *cmd);
+int json_object_capture_popen(struct json_t *obj, const char *key, const char *cmd);
 
 /* ---- The kernel's oops ---- */
 
@@ -222,7 +222,7 @@ int has_crash_logs(void);
  * archive that cannot be read, "Unable to open %s%s", hides later ones, so that logs are handed
  * out in order.
  */
-json_t *get_next_crash_log(void);
+struct json_t *get_next_crash_log(void);
 
 /*
  * Marks a log as known to the local management.

@@ -31,7 +31,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /* Verbosity on the doubling scale above; 0 silences the library, 4 is the initial value. */
 extern int32_t libzorv_log_level;
@@ -81,8 +81,8 @@ void libzorv_log(int level, const char *module, const char *function, const char
  * the program's name counted twice on purpose: log collectors cut at a column that allows for it.
  * Filters nothing: the caller tests libzorv_log_level.
  */
-void libzorv_log_json(int level, const char *module, const char *function, const json_t *json,
-                      const char *title);
+void libzorv_log_json(int level, const char *module, const char *function,
+                      const struct json_t *json, const char *title);
 
 /*
  * Logs bytes in hexadecimal, 16 a line, after a header line "title - HEX(address) len length".

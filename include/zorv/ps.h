@@ -21,7 +21,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /* What a socket is, by the file of /proc/net that names it. */
 enum {
@@ -155,7 +155,7 @@ void zorv_ps_list_free(zorv_ps_list *list);
  * Returns an owned value (json_decref), NULL when memory is short; an empty array for NULL and for
  * a record without resolved descriptors. A text that is not UTF-8 is left out.
  */
-json_t *zorv_fds_to_array(zorv_ps_record *record);
+struct json_t *zorv_fds_to_array(zorv_ps_record *record);
 
 /*
  * Makes a JSON array of a list: for each process an object with "pid", "ppid", "vsz", "rss",
@@ -167,7 +167,7 @@ json_t *zorv_fds_to_array(zorv_ps_record *record);
  *
  * Returns an owned value (json_decref), NULL when memory is short.
  */
-json_t *zorv_ps_list_to_array(zorv_ps_list *list);
+struct json_t *zorv_ps_list_to_array(zorv_ps_list *list);
 
 ZORV_END
 
