@@ -39,7 +39,8 @@
  *   system_cfg                what "cat /tmp/system.cfg | syswrapper.sh
  *                             systemcfg-sensitive-data-filter" printed, in some reports
  *
- * One thing is kept for the process: whether the kernel holds an oops, once it has been told.
+ * One thing is kept for the process: whether the kernel holds an oops, once it has been told. One
+ * thread at a time may call these functions; processes take turns at the locks of the store.
  * Commands run through the shell with the caller's PATH and standard error; everything opened here
  * is close-on-exec, so that no command inherits a lock. Each request takes at most the 5 seconds of
  * curl_simple.h: check_vwire_disconnect_logs() makes one for each log that the service does not
@@ -61,7 +62,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /* ---- Analytics ---- */
 
@@ -104,7 +105,7 @@ int is_dir_in_persistent(const char *path);
  * crash report payload because it was > 100KB (%d)"; "Failed opening file for saving crash report
  * payload" is an error.
  */
-void save_crash_payload(json_t *payload);
+void save_crash_payload(struct json_t *payload);
 
 /*
  * Keeps a command line and a newline in /var/run/report_payload_cmd.txt. The error "Failed opening
@@ -126,7 +127,7 @@ void save_crash_payload_cmd(const char *cmd);
  * when the member cannot be set: when obj is no object, or memory is short. Bytes that are no UTF-8
  * become U+FFFD.
  */
-int json_object_capture_popen(json_t *obj, const char *key, const char *cmd);
+int json_object_capture_popen(struct json_t *obj, const char *key, const char *cmd);
 
 /* ---- The kernel's oops ---- */
 
@@ -229,7 +230,7 @@ int has_crash_logs(void);
  * archive that cannot be read, "Unable to open %s%s", hides later ones, so that logs are handed
  * out in order.
  */
-json_t *get_next_crash_log(void);
+struct json_t *get_next_crash_log(void);
 
 /*
  * Marks a log as known to the local management.

@@ -27,8 +27,8 @@
 
 ZORV_BEGIN
 
-struct curl_slist;            /* <curl/curl.h> */
-typedef struct json_t json_t; /* <jansson.h> */
+struct curl_slist; /* <curl/curl.h> */
+struct json_t;     /* <jansson.h> */
 
 /* "GET", "POST", "PUT": the words that the requests are sent with. */
 extern const char *const curl_simple_method_str[3];
@@ -106,9 +106,10 @@ int curl_simple_put(const char *url, unsigned flags, struct curl_slist *headers,
  * value has no text, and with "Failed to add HTTP header" when memory is short. Nothing is sent
  * then.
  */
-int curl_simple_post_json(const char *url, unsigned flags, json_t *body,
+int curl_simple_post_json(const char *url, unsigned flags, struct json_t *body,
                           curl_simple_response *resp);
-int curl_simple_put_json(const char *url, unsigned flags, json_t *body, curl_simple_response *resp);
+int curl_simple_put_json(const char *url, unsigned flags, struct json_t *body,
+                         curl_simple_response *resp);
 
 ZORV_END
 

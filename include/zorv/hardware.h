@@ -1,7 +1,8 @@
 /*
  * hardware.h - small hardware readers: the EEPROM image, PCI devices of a vendor, power outlets.
  *
- * Every call reads the device anew. Nothing is kept and nothing is logged.
+ * Every call reads the device anew. Nothing is kept and nothing is logged. Any thread may call any
+ * function.
  */
 #ifndef ZORV_HARDWARE_H
 #define ZORV_HARDWARE_H
@@ -13,7 +14,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 typedef struct pci_entry {
     uint8_t bus;
@@ -53,16 +54,16 @@ buffer *zorv_read_eeprom(void);
 int pci_detect(pci_entry *entries, int max, uint16_t vendor);
 
 /* Returns the status of the power outlets, an object, owned; always NULL in this build. */
-json_t *zorv_outlet_get_outlet_status_json(void);
+struct json_t *zorv_outlet_get_outlet_status_json(void);
 
 /*
  * Merges the status of the outlets into an object. Returns what json_object_update() says, and 0
  * when there is no status: always, in this build, with payload left alone.
  */
-int zorv_outlet_status_update_json_payload(json_t *payload);
+int zorv_outlet_status_update_json_payload(struct json_t *payload);
 
 /* Returns the table of power-supply units, an object, owned; always NULL in this build. */
-json_t *zorv_psu_get_json_psu_table(void);
+struct json_t *zorv_psu_get_json_psu_table(void);
 
 ZORV_END
 

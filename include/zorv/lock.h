@@ -6,10 +6,10 @@
  * /var/run/inform-profile.lock, which is created with permissions 0640. Both are exclusive locks of
  * flock(2) and independent of each other.
  *
- * A process holds each at most once, in a handle of the library that is for one thread; the kernel
- * lets go when the process ends. A child forked meanwhile has the handle, too: the lock outlasts
- * its parent, and a release by either is one for both. Failures return -1, leave nothing open and
- * log one error each.
+ * A process holds each at most once, in a handle of the library that has no lock: one thread at a
+ * time may take or release either. The kernel lets go when the process ends. A child forked
+ * meanwhile has the handle, too: the lock outlasts its parent, and a release by either is one for
+ * both. Failures return -1, leave nothing open and log one error each.
  */
 #ifndef ZORV_LOCK_H
 #define ZORV_LOCK_H

@@ -5,7 +5,8 @@
  * lists may exist side by side. Building one never fails because of a single process or descriptor:
  * what cannot be read is logged and left out, and a process that ends meanwhile is not in the list.
  * Only /proc itself, or the memory for the list, makes the whole call fail. A table of sockets that
- * cannot be read to its end leaves the list without a socket cache ("Failed to cache sockets").
+ * cannot be read to its end leaves the list without a socket cache ("Failed to cache sockets"). Any
+ * thread may call any function, each list in one at a time.
  *
  * Texts are the kernel's bytes as they are: a process may call itself anything, so they need not be
  * UTF-8. Messages have the module "libzorv_proc".
@@ -21,7 +22,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /* What a socket is, by the file of /proc/net that names it. */
 enum {
@@ -156,7 +157,7 @@ void zorv_ps_list_free(zorv_ps_list *list);
  * a record without resolved descriptors. Bytes of a text that are no UTF-8 become U+FFFD. A
  * descriptor for which memory is short is left out, which is logged.
  */
-json_t *zorv_fds_to_array(zorv_ps_record *record);
+struct json_t *zorv_fds_to_array(zorv_ps_record *record);
 
 /*
  * Makes a JSON array of a list: for each process an object with "pid", "ppid", "vsz", "rss",
@@ -169,7 +170,7 @@ json_t *zorv_fds_to_array(zorv_ps_record *record);
  *
  * Returns an owned value (json_decref), NULL when memory is short.
  */
-json_t *zorv_ps_list_to_array(zorv_ps_list *list);
+struct json_t *zorv_ps_list_to_array(zorv_ps_list *list);
 
 ZORV_END
 

@@ -1,7 +1,8 @@
 /*
  * stats.h - how memory is used, and which hosts have the most tracked connections.
  *
- * Every call reads /proc anew; nothing is kept. Messages have the module "libzorv_proc".
+ * Every call reads /proc anew; nothing is kept. Any thread may call any function. Messages have the
+ * module "libzorv_proc".
  */
 #ifndef ZORV_STATS_H
 #define ZORV_STATS_H
@@ -14,8 +15,8 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
-struct sysinfo;               /* <sys/sysinfo.h> */
+struct json_t;  /* <jansson.h> */
+struct sysinfo; /* <sys/sysinfo.h> */
 
 /* Lines of /proc/meminfo by their names there, in kB; 0 where the kernel has no such line. */
 typedef struct meminfo_t {
@@ -66,7 +67,7 @@ int meminfo(meminfo_t *out);
  *
  * Returns an owned value (json_decref), NULL when memory is short.
  */
-json_t *zorv_meminfo_to_obj(const meminfo_t *m);
+struct json_t *zorv_meminfo_to_obj(const meminfo_t *m);
 
 /*
  * Tells how much of the memory is in use, in percent, as meminfo() does.

@@ -1,7 +1,6 @@
 #include <zorv/curl_simple.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -14,6 +13,7 @@
 #include "core/json_text.h"
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "core/pipe_signal.h"
 #include "net/response.h"
 
 using namespace zorv;
@@ -49,43 +49,6 @@ struct Request {
 
 using Easy = std::unique_ptr<CURL, Closer<curl_easy_cleanup>>;
 using Headers = std::unique_ptr<curl_slist, Closer<curl_slist_free_all>>;
-
-// Holds SIGPIPE back in this thread, and takes away one that was raised meanwhile. CURLOPT_NOSIGNAL
-// switches off libcurl's own care for it, and TLS libraries that write with write() raise it when
-// the peer has gone.
-class PipeSignalHeld {
-public:
-    PipeSignalHeld()
-    {
-        sigset_t pending;
-        sigpending(&pending);
-        was_pending_ = sigismember(&pending, SIGPIPE) == 1;
-        const sigset_t pipe = pipe_signal();
-        pthread_sigmask(SIG_BLOCK, &pipe, &old_);
-    }
-    PipeSignalHeld(const PipeSignalHeld &) = delete;
-    PipeSignalHeld &operator=(const PipeSignalHeld &) = delete;
-    ~PipeSignalHeld()
-    {
-        const sigset_t pipe = pipe_signal();
-        constexpr timespec kAtOnce = {};
-        if (!was_pending_)
-            sigtimedwait(&pipe, nullptr, &kAtOnce);
-        pthread_sigmask(SIG_SETMASK, &old_, nullptr);
-    }
-
-private:
-    static sigset_t pipe_signal()
-    {
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, SIGPIPE);
-        return set;
-    }
-
-    sigset_t old_;
-    bool was_pending_;
-};
 
 // libcurl's write callback. What is beyond the limit counts as taken, so that the transfer goes on.
 size_t collect_body(char *bytes, size_t size, size_t count, void *user)
@@ -202,7 +165,9 @@ CURLcode perform(CURL *easy, unsigned flags)
 
 int curl_simple(Method method, const Request &request, curl_simple_response *response)
 {
-    const PipeSignalHeld no_pipe_signal; // until behind the clean-up, which may write
+    // CURLOPT_NOSIGNAL switches off libcurl's own care, and TLS libraries that write with write()
+    // raise SIGPIPE when the peer has gone. Held until behind the clean-up, which may write.
+    const PipeSignalHeld no_pipe_signal;
     char error[CURL_ERROR_SIZE] = "";
     const Easy easy(curl_easy_init());
     if (!easy) {

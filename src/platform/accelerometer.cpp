@@ -1,6 +1,8 @@
 #include <zorv/board.h>
 #include <zorv/file.h>
 
+#include <jansson.h>
+
 #include "core/own.h"
 
 using namespace zorv;

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <jansson.h>
 #include <strings.h>
 
 #include "core/lines.h"

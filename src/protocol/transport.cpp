@@ -146,6 +146,8 @@ bool load_key(const char *digits)
         init_error("%s invalid len %zd", kKeyName, static_cast<ssize_t>(length));
         return false;
     }
+    if (strspn(digits, "0123456789abcdefABCDEF") != length)
+        init_error("%s holds characters that are no hexadecimal digits", kKeyName);
     hex2uchar(digits, zorv_protocol_ctrl.key, sizeof zorv_protocol_ctrl.key);
     return true;
 }

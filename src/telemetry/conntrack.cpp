@@ -44,7 +44,7 @@ std::string_view find_value(std::string_view line, std::string_view name)
         return {};
     line.remove_prefix(at + name.size());
     const size_t end = line.find(' ');
-    return end == line.npos ? std::string_view() : line.substr(0, end);
+    return end == line.npos ? std::string_view() : std::string_view(line.data(), end);
 }
 
 // The host of the table, where it comes with a count of 0 if it is new; NULL when memory is short.
@@ -85,7 +85,7 @@ int by_count(const conntrack_host *a, const conntrack_host *b)
 
 Connection zorv::parse_connection(std::string_view line)
 {
-    if (!line.starts_with("ipv4") && !line.starts_with("ipv6"))
+    if (!begins_with(line, "ipv4") && !begins_with(line, "ipv6"))
         return {};
     return {find_value(line, "src="), find_value(line, "dst=")};
 }

@@ -1,5 +1,6 @@
 // What is done with the crash logs of the store: delivered to the service, handed to the local
 // management, marked.
+#include <jansson.h>
 #include <zorv/crash.h>
 
 #include <cerrno>

@@ -1,4 +1,5 @@
 // What every report begins with, and where it goes.
+#include <jansson.h>
 #include <zorv/crash.h>
 
 #include <cstdint>

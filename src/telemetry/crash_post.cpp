@@ -1,4 +1,5 @@
 // How reports leave the unit, and what is kept of them.
+#include <jansson.h>
 #include <zorv/crash.h>
 
 #include <cstdio>

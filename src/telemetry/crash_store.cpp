@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <climits>
 #include <cstring>
 
 #include <fcntl.h>
@@ -234,7 +235,8 @@ bool zorv::is_set(const json_t *meta, const char *member)
 
 long zorv::count_failure(json_t *meta)
 {
-    zorv_json_add_long(meta, kAttemptCount, 1);
+    if (zorv_json_read_long(meta, kAttemptCount, 0) < LONG_MAX) // a damaged meta's does not wrap
+        zorv_json_add_long(meta, kAttemptCount, 1);
     return zorv_json_read_long(meta, kAttemptCount, 0);
 }
 

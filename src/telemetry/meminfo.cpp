@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include <jansson.h>
 #include <sys/sysinfo.h>
 
 #include "core/log_gate.h"

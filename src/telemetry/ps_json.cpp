@@ -1,5 +1,7 @@
 #include <zorv/ps.h>
 
+#include <jansson.h>
+
 #include "core/log_gate.h"
 #include "core/own.h"
 #include "telemetry/json_members.h"

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include <jansson.h>
 #include <sys/time.h>
 #include <zorv/file.h>
 
