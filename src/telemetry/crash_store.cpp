@@ -142,7 +142,7 @@ bool parse_meta(const char *text, size_t length, Json &meta)
 // 0 or an errno.
 int load_meta(CrashLogWalk &walk)
 {
-    size_t length;
+    size_t length = 0;
     const Text text = read_whole(walk.meta_file.get(), length);
     if (!text)
         return errno;
