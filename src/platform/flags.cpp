@@ -55,8 +55,7 @@ int system_set_value(const char *path, const char *value)
     File file(fopen(path, "we"));
     if (!file)
         return -1;
-    if (fprintf(file.get(), "%s\n", value) < 0) // a long one does not wait for fclose()
-        return -1;
+    fprintf(file.get(), "%s\n", value);
     return fclose(file.release());
 }
 

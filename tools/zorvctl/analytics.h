@@ -17,21 +17,22 @@ struct UnitSetting {
     bool is_told;
 };
 
-inline UnitSetting tell(const char *path, long value)
+inline UnitSetting read_setting(const char *path, long fallback)
 {
-    return {value, value == freadlong(path, ~value)};
+    const long value = freadlong(path, fallback);
+    return {value, value == freadlong(path, ~fallback)};
 }
 
 // 0 off, 1 with identities, 2 anonymous; any other number is on as well.
 inline UnitSetting unit_mode()
 {
-    return tell(kModeFile, zorv::analytics_mode("zorvctl"));
+    return read_setting(kModeFile, zorv::kAnonymous);
 }
 
 // 1 lets dumps be uploaded, nothing else does.
 inline UnitSetting unit_coredump()
 {
-    return tell(kCoredumpFile, freadlong(kCoredumpFile, 0));
+    return read_setting(kCoredumpFile, 0);
 }
 
 } // namespace ctl

@@ -14,10 +14,9 @@
 #include <unistd.h>
 
 #include "cli.h"
-#include "core/pause.h"
 #include "crash.h"
 #include "diagnostics.h"
-#include "exec/shell.h"
+#include "telemetry/crash_report.h"
 #include "telemetry/crash_store.h"
 
 namespace ctl {
@@ -212,7 +211,7 @@ size_t remove_logs(const PruneArgs &args, Logs &chosen)
     const Store store;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (attempt > 0)
-            zorv::pause_for(1);
+            sleep(1);
         if (!store.lock())
             continue;
         size_t files = 0;
