@@ -13,7 +13,7 @@
 #include <link.h>
 #include <sys/mman.h>
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZORV_SANITIZED
 #define REAL(name) __interceptor_##name
 #else
 #define REAL(name) __libc_##name
