@@ -14,10 +14,11 @@ std::string readings(const char *path, int size)
     errno = 0;
     const int rc = fsreadline(path, line, size);
     const std::string first = line, second = freadline(path, line, size, "none");
+    const char *const at = path ? path : ""; // openat() takes no NULL
     snprintf(text, sizeof text, "%d [%s] [%s] [%s] %ld %ld %ld %ld %g", rc, first.c_str(),
-             second.c_str(), freadlineat(AT_FDCWD, path, line, size, "none"), freadlong(path, -7),
-             static_cast<long>(freadulong(path, -7UL)), freadlongat(AT_FDCWD, path, -7),
-             freadi64at(AT_FDCWD, path, -7), freaddouble(path, 1.5));
+             second.c_str(), freadlineat(AT_FDCWD, at, line, size, "none"), freadlong(path, -7),
+             static_cast<long>(freadulong(path, -7UL)), freadlongat(AT_FDCWD, at, -7),
+             freadi64at(AT_FDCWD, at, -7), freaddouble(path, 1.5));
     return text;
 }
 

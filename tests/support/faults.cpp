@@ -15,8 +15,10 @@
 
 #ifdef ZORV_SANITIZED
 #define REAL(name) __interceptor_##name
+#define LIBC "none" // the sanitizer asks it for memory, and must get it
 #else
 #define REAL(name) __libc_##name
+#define LIBC "libc.so"
 #endif
 
 extern "C" {
@@ -32,10 +34,10 @@ namespace {
 #ifdef ZORV_FAULTS_PROGRAM
 constexpr bool kOurs = false; // nobody asks for the blocks of a program that has ended
 const char *const kModules[] = {"zorvctl", "libzorv.", "libjansson", "libevent",
-                                "libc.so", "libcurl",  "libstdc++"};
+                                LIBC,      "libcurl",  "libstdc++"};
 #else
 constexpr bool kOurs = true; // up to libevent, whose blocks are counted
-const char *const kModules[] = {"libzorv.", "libjansson", "libevent", "libc.so", "libcurl"};
+const char *const kModules[] = {"libzorv.", "libjansson", "libevent", LIBC, "libcurl"};
 #endif
 constexpr int kCounted = 3;
 

@@ -262,7 +262,7 @@ std::string joined(const std::vector<std::string> &lines)
     std::string text, last;
     for (const auto &line : lines) {
         const auto plain = std::regex_replace(std::regex_replace(line, place, "$1: "), number, "#");
-        if (plain != last)
+        if (plain != last && !plain.starts_with("profiling:")) // it cannot count in the device
             text += (text.empty() ? "" : "; ") + plain;
         last = plain;
     }
@@ -386,8 +386,10 @@ void Rack::judge() const
             }
         EXPECT_TRUE(fits) << row_.name << ", " << fault << ", has another outcome:\n" << outcome;
     }
+#ifndef __SANITIZE_ADDRESS__ // whose own calls and allocations come in between
     for (const char *const pattern : missing)
         ADD_FAILURE() << row_.name << ": known, and comes no more: " << pattern;
+#endif
 }
 
 } // namespace
