@@ -207,7 +207,7 @@ TEST_F(Cfg, ValuesAreReadAsStrtolAndTheShellReadThem)
         std::ostringstream got;
         errno = 0;
         got << get_uint32(cfg.get(), 7, "n") << ' ' << get_int32(cfg.get(), 7, "n") << ' '
-            << get_int32_dec(cfg.get(), 7, "n") << ' ' << get_int64(cfg.get(), 7, "n") << ' '
+            << get_int32_dec(cfg.get(), 7, "%s", "n") << ' ' << get_int64(cfg.get(), 7, "n") << ' '
             << get_bool(cfg.get(), 7, "n") << ' ' << get_esc_value(cfg.get(), "none", "%s", "n");
         EXPECT_EQ(got.str(), want);
     }

@@ -67,6 +67,7 @@ TEST_F(Files, LinesAndValuesAreFoundByTheirKeys)
         const int rc = fsreadlinebykey(path, key, line, size);
         EXPECT_EQ(std::string(value) + ", " + std::to_string(rc) + " " + line, want);
     }
+    EXPECT_EQ(fsreadlinebykey(kState, nullptr, line, sizeof line), -1);
     libzorv_log_level = 16; // a missing default is an error, and an empty text
     EXPECT_STREQ(freadline("/tmp/missing", line, sizeof line, nullptr), "");
     EXPECT_THAT(logged(),

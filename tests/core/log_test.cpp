@@ -68,7 +68,8 @@ TEST_F(Log, LinesAreWholeAndLabelsLineUp)
     for (size_t length = 1020; length < 1030; ++length) {
         const std::string text(length - fixed, 'x');
         libzorv_log(3, "m", "f", "%s", text.c_str());
-        EXPECT_THAT(logged(), ElementsAre("[error] m.f(): " + text));
+        libzorv_log(3, text.c_str(), "f", "x");
+        EXPECT_THAT(logged(), ElementsAre("[error] m.f(): " + text, "[error] " + text + ".f(): x"));
     }
     unsigned char data[17] = {1, 2, 255};
     libzorv_log_hex(6, "m", "f", nullptr, -1, nullptr);

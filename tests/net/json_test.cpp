@@ -65,13 +65,16 @@ TEST_F(JsonHelpers, GettersTakeTheirTypeOrTheDefault)
 
 TEST_F(JsonHelpers, CountersAndArraysGrow)
 {
-    const Json json = loaded(R"({"some":[1,"2",3.5,null,-4,[5]],"none":["1"],"empty":[],"n":5,
+    const Json json =
+        loaded(R"({"some":[1,"2",3.5,null,-4,[5]],"none":["1"],"empty":[],"n":5,"one":[5],
                                     "s":"5","max":9223372036854775807})");
     json_t *const obj = json.get();
     long *numbers = nullptr;
     size_t count = 9;
     for (const char *const key : {"empty", "n", "none"})
         EXPECT_EQ(zorv_json_read_array(obj, key, &numbers, &count), -1) << key;
+    ASSERT_EQ(zorv_json_read_array(obj, "one", &numbers, &count), 0);
+    free(numbers);
     ASSERT_EQ(zorv_json_read_array(obj, "some", &numbers, &count), 0);
     EXPECT_THAT(std::vector<long>(numbers, numbers + count), ElementsAre(1, -4));
     free(numbers);
@@ -86,8 +89,9 @@ TEST_F(JsonHelpers, CountersAndArraysGrow)
         EXPECT_EQ(zorv_json_add_long(none, key, 1) + zorv_json_append_array(none, key, 1) +
                       zorv_json_maybe_append_array(none, key, 1),
                   -3);
-    EXPECT_EQ(dumped(obj), R"({"some":[1,"2",3.5,null,-4,[5]],"none":["1"],"empty":[2],"n":-2,)"
-                           R"("s":1,"max":-9223372036854775808,"new":3,"list":[2]})");
+    EXPECT_EQ(dumped(obj),
+              R"({"some":[1,"2",3.5,null,-4,[5]],"none":["1"],"empty":[2],"n":-2,"one":[5],)"
+              R"("s":1,"max":-9223372036854775808,"new":3,"list":[2]})");
 }
 
 TEST_F(JsonHelpers, ASeriesKeepsItsDistance)

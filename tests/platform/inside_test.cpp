@@ -90,7 +90,8 @@ TEST_F(PlatformInside, FirmwareArchitectureAndLinksGoByTheirRules)
     // Links' speed, duplex, second speed, second duplex: the better one comes first.
     const uint32_t kLinks[][2][4] = {{{10, 1, 1000, 1}, {1000, 1, 10, 1}},
                                      {{100, 0, 10, 1}, {100, 1, 10, 0}},
-                                     {{10, 0, 0, 0xFF}, {0, 0xFF, 10, 0}}};
+                                     {{10, 0, 0, 0xFF}, {0, 0xFF, 10, 0}},
+                                     {{1000, 1, 100, 0xFF}, {1000, 1, 100, 0xFF}}};
     for (const auto &[given, want] : kLinks) {
         dev_status s = {};
         std::tie(s.speed, s.duplex, s.speed_2, s.duplex_2) = std::tuple_cat(std::to_array(given));

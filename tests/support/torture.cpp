@@ -338,6 +338,7 @@ private:
             note_left(disturbed, blocks_, descriptors_);
             if (seen_.insert(disturbed.result + disturbed.lines).second && getenv(kRecord))
                 run(row_, fault, true);
+            said_ += disturbed.lines + "\n";
             if (disturbed.result == result_ && disturbed.damage.empty())
                 continue;
             const std::string lines = disturbed.lines.empty() ? "" : ": " + disturbed.lines;
@@ -348,7 +349,8 @@ private:
     const Torture::Row &row_;
     std::map<std::string, std::string> outcomes_; // without the undisturbed one
     std::string result_;
-    std::set<std::string> seen_;
+    std::set<std::string> seen_; // outcomes
+    std::string said_;           // all lines that came
     long blocks_ = 0;
     int descriptors_ = 0;
 };
@@ -389,6 +391,8 @@ void Rack::judge() const
 #ifndef __SANITIZE_ADDRESS__ // whose own calls and allocations come in between
     for (const char *const pattern : missing)
         ADD_FAILURE() << row_.name << ": known, and comes no more: " << pattern;
+    for (const char *const message : row_.messages)
+        EXPECT_NE(said_.find(message), said_.npos) << row_.name << ": not logged: " << message;
 #endif
 }
 

@@ -29,6 +29,7 @@ public:
         long most = 40; // so many of the calls of a kind fail, evenly spread
         // Patterns of what should not come of it but does today, each with a comment.
         std::vector<const char *> known = {};
+        std::vector<const char *> messages = {}; // pieces of lines; each must be logged by some run
     };
 
     // Each outcome is that of the undisturbed run, with or without log lines, or has a pattern; and

@@ -127,6 +127,7 @@ TEST_F(Ps, LinksAndTablesTellWhatADescriptorIs)
         {"socket:[41]", "socket,unix,2,STREAM,CONNECTED"}, // not the later TCP socket
         {"socket:[51]", "socket,unix,2,RAW,UNKNOWN"},      // free
         {"socket:[52]", "socket,unix,18,RDM,CONNECTING"},
+        {"socket:[55]", "socket,unix,2,STREAM,UNCONNECTED"},
         {"socket:[53]", "socket,unix,2,SEQPACKET,/a,CONNECTED"},
         {"socket:[54]", "socket,unix,2,UNKNOWN,DISCONNECTING"},
         {"socket:[42]", "socket,tcp,3,4,ESTABLISHED"},         // the first of two
@@ -155,6 +156,7 @@ TEST_F(Ps, LinksAndTablesTellWhatADescriptorIs)
                            "0: 00000002 00000000 00010000 0003 00 51\n"
                            "0: 00000012 00000000 00000000 0004 02 52\n"
                            "0: 00000002 00000000 00010000 0005 03 53 /a b\n"
+                           "0: 00000002 00000000 00000000 0001 01 55\n"
                            "0: 00000002 00000000 00000000 0006 04 54\n");
     for (const auto &[link, want] : rows) {
         const bool is_refused = want[0] == '['; // which the log tells

@@ -87,7 +87,8 @@ TEST_F(Trace, DumpsTheReferencesOfAllParts)
     dump_refcount(value.get(), "label");
     std::string text;
     for (const std::string &line : logged())
-        text += line.substr(line.find("(): ") + 4) + " ";
+        text +=
+            (line.starts_with("[debug] ") ? "" : line) + line.substr(line.find("(): ") + 4) + " ";
     EXPECT_EQ(text,
               "label refcount=1 { list refcount=2 [ refcount=1 refcount=1 { } ] n refcount=1 } ");
 

@@ -101,7 +101,13 @@ TEST_F(Torture, Json)
     const auto series = with(R"({"a":[1],"nextTime":1,"nextArray":[1]})");
     torture({
         // What setting the time and appending say is not looked at.
-        {"values", values, {"*-1 *"}, series, kAll, {R"(0 0 0 0 0 {"a":[1*]})"}},
+        {"values",
+         values,
+         {"*-1 *"},
+         series,
+         kAll,
+         {R"(0 0 0 0 0 {"a":[1*]})"},
+         {"Failed to allocate json array"}},
         {"array", array, {"-1 5 *: zorv_json_read_array: Failed to allocate memory"}, series},
         {"file", core, {"-1 {\"core\":\"\"}*", "-1 {}*"}, with("{}")},
         // A file that cannot be opened or read is like one without the word.
@@ -142,5 +148,6 @@ TEST_F(Torture, Requests)
                "* 0 {*: [debug] curl_simple.curl_simple(): POST '*' failed: [#] *"},
               with(R"({"a":1})", 8),
               kAll,
-              {"0 0 {*"}}});
+              {"0 0 {*"},
+              {"curl_simple_response_init: Failed to allocate response buffer"}}});
 }

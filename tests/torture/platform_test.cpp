@@ -37,7 +37,11 @@ TEST_F(Torture, Platform)
              guest_portal_set_clear(&set);
              return shown(is_there);
          },
-         {"0: guest_portal_set_read: Couldn't*", "0: fill_portal_buffer_file: *", "0"}},
+         {"0: guest_portal_set_read: Couldn't*", "0: fill_portal_buffer_file: *", "0"},
+         [] {},
+         40,
+         {},
+         {"fill_portal_buffer_file: Couldn't read all of "}},
     });
 }
 

@@ -65,6 +65,9 @@ TEST_F(Torture, Protocol)
          exchange,
          {"-1 6 *hello: zorv_protocol_send: failed to send message *",
           "-1 6 *hello: gen_payload: hdr malloc fail; zorv_protocol_send: fill_zorv_payload fail"},
-         open_transport},
+         open_transport,
+         40,
+         {},
+         {"recvfrom failed: Input/output error"}},
     });
 }
