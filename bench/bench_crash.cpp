@@ -19,6 +19,7 @@
 #include <zorv/crash.h>
 #include <zorv/log.h>
 
+#include "core/json_text.h"
 #include "core/own.h"
 #include "telemetry/crash_report.h"
 
@@ -66,11 +67,11 @@ std::string log_text(long size)
 }
 
 // As post_crash() does it, without the request.
-void deliver(const json_t *report)
+void deliver(json_t *report)
 {
-    const zorv::ReportText text = zorv::dump_report(report);
-    benchmark::DoNotOptimize(strlen(text.posted.get()));
-    zorv::save_crash_payload(text.kept.get(), text.length);
+    const zorv::Text posted = zorv::dump_json(report, JSON_COMPACT);
+    benchmark::DoNotOptimize(strlen(posted.get()));
+    save_crash_payload(report);
 }
 
 void report(benchmark::State &state, long size)

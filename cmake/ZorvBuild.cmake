@@ -14,6 +14,11 @@ if(ZORV_FUZZ)
     target_compile_options(zorv_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+if(ZORV_TSAN)
+    target_compile_options(zorv_flags INTERFACE -fsanitize=thread)
+    target_link_options(zorv_flags INTERFACE -fsanitize=thread)
+endif()
+
 # What the library itself is compiled with: C++ without its runtime.
 add_library(zorv_library_flags INTERFACE)
 target_link_libraries(zorv_library_flags INTERFACE zorv_flags)
@@ -29,10 +34,14 @@ if(ZORV_COVERAGE)
     target_compile_options(zorv_library_flags INTERFACE --coverage)
 endif()
 
-# zorv_folder(NAME [LIBRARIES ...] SOURCES ...): one folder of src/ as an object library.
+# zorv_folder(NAME [SMALL] [LIBRARIES ...] SOURCES ...): one folder of src/ as an object library. Where
+# nothing is called often, SMALL has a release made for size.
 function(zorv_folder name)
-    cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+    cmake_parse_arguments(arg "SMALL" "" "SOURCES;LIBRARIES" ${ARGN})
     add_library(zorv_${name} OBJECT ${arg_SOURCES})
     target_link_libraries(zorv_${name} PRIVATE zorv_library_flags ${arg_LIBRARIES})
+    if(arg_SMALL)
+        target_compile_options(zorv_${name} PRIVATE $<$<CONFIG:Release>:-Os>)
+    endif()
     set_property(GLOBAL APPEND PROPERTY ZORV_FOLDERS zorv_${name})
 endfunction()

@@ -33,8 +33,8 @@ CrashLogWalk walk_of(const char *path)
                          .add_extra = nullptr,
                          .act = nullptr};
     walk.name = "a.tgz";
-    walk.meta_file.reset(fopen(path, "a+e"));
-    require(walk.meta_file != nullptr);
+    walk.meta_file.reset(open(path, O_RDWR | O_CLOEXEC));
+    require(static_cast<bool>(walk.meta_file));
     return walk;
 }
 

@@ -29,7 +29,7 @@ void read_devices(FILE *text, std::span<const uint8_t> config)
 {
     Lines<kPciRow> rows(text);
     while (const char *const row = rows.next()) {
-        pci_entry entry;
+        pci_entry entry = {};
         if (!read_pci_row(row, entry))
             continue;
         must(entry.slot <= 31 && entry.function <= 7 && entry.subsystem_device == 0);

@@ -7,6 +7,10 @@
 #ifndef ZORV_API_H
 #define ZORV_API_H
 
+#ifndef __LP64__
+#error "libzorv needs a 64-bit processor: the layouts that its callers share have 64-bit longs"
+#endif
+
 /* clang-format off */
 #ifdef __cplusplus
 #define ZORV_BEGIN extern "C" { _Pragma("GCC visibility push(default)")

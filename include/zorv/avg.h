@@ -2,7 +2,7 @@
  * avg.h - integer means of periodic measurements, and a filter for outliers.
  *
  * Numbers are 64-bit signed integers; sums that grow past them wrap around. Quotients are rounded
- * half away from zero. Nothing is allocated, logged or kept.
+ * half away from zero. Nothing is allocated, logged or kept. Any thread may call any function.
  */
 #ifndef ZORV_AVG_H
 #define ZORV_AVG_H

@@ -20,7 +20,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /* Fields named attribute are the hardware's own: the library carries them and never reads them. */
 
@@ -120,8 +120,9 @@ const board_record *board_identify(void);
 
 /*
  * Makes board_identify() answer with a record of the caller's, borrowed until the next call of this
- * function. NULL forgets the answer, and the next board_identify() finds out anew; the radios of
- * the default record are then filled in again.
+ * function. NULL forgets the answer: a unit of no table row is then looked at anew by the next
+ * board_identify(), the radios of the default record included. The private record of a unit from
+ * the table stays, and is the answer again.
  */
 void update_cached_board(const board_record *record);
 
@@ -187,7 +188,7 @@ int has_accelerometer(void);
  * (json_decref), with the raw integers "x", "y" and "z"; an axis that cannot be read is 0. NULL
  * without memory.
  */
-json_t *prepare_accelerometer_status(void);
+struct json_t *prepare_accelerometer_status(void);
 
 /* Returns the table row of a system id, static, or NULL. */
 const board_record *pluvo_get_board(uint16_t system_id);

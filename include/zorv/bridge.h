@@ -3,7 +3,7 @@
  *
  * Every call reads /sys/class/net or asks the kernel anew; nothing is kept. Interface names are cut
  * to 15 characters where the kernel is asked; a null name is "". Nothing is logged: fdb_foreach()
- * and fdb_delneigh() print their failures to standard error.
+ * and fdb_delneigh() print their failures to standard error. Any thread may call any function.
  */
 #ifndef ZORV_BRIDGE_H
 #define ZORV_BRIDGE_H

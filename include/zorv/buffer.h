@@ -6,7 +6,7 @@
  *
  *   buffer *b = buffer_create();
  *   b->printf(b, "GET %s\r\n", path);
- *   while (b->length(b) > 0 && b->send(b, socket, 0) > 0)
+ *   while (b->length(b) > 0 && b->send(b, socket, MSG_NOSIGNAL) > 0)
  *       ;
  *   buffer_destroy(b);
  *

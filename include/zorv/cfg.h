@@ -21,6 +21,8 @@
  * nor may key or value of a record. No query changes a list, except for the cache of escaped
  * values. Nothing is kept between calls. A failed allocation is logged under the module "cfg" as
  * "%d: malloc(%zu) failed" or "%d: calloc(%zu, %zu) failed"; a key that cannot be built, as "OOM".
+ * Lists of their own may be used in threads of their own; one list in several threads only by
+ * queries, and by none that escapes values.
  */
 #ifndef ZORV_CFG_H
 #define ZORV_CFG_H

@@ -8,12 +8,13 @@
  *
  * Reports leave the unit only while the gate is open: /var/run/ntp.ready (the clock is set) and
  * /var/run/ipready.br0 (the bridge has an address) are readable, and /var/run/system.analytics.mode
- * holds no 0; without that file it is open. send_kernel_crash() and the dump functions look at it;
+ * holds no 0; without that file it is open, and while that file is there and cannot be read it is
+ * shut, with a warning. send_kernel_crash() and the dump functions look at it;
  * check_vwire_disconnect_logs() leaves that to its caller, on purpose: the daemon that calls it
  * does so on the events that open the gate.
  *
- * Every report begins with the members below, in this order, and adds its own. A member whose text
- * is not UTF-8 is left out.
+ * Every report begins with the members below, in this order, and adds its own. In all texts a byte
+ * that is no UTF-8 becomes U+FFFD; a debug line says how many there were.
  *
  *   product_line              "network"
  *   anonymous_controller_id   "pluvo.anonymous_controller_id" of /tmp/system.cfg, up to 63
@@ -38,10 +39,12 @@
  *   system_cfg                what "cat /tmp/system.cfg | syswrapper.sh
  *                             systemcfg-sensitive-data-filter" printed, in some reports
  *
- * One thing is kept for the process: whether the kernel holds an oops, asked once. Commands run
- * through the shell with the caller's PATH and standard error; everything opened here is
- * close-on-exec, so that no command inherits a lock. Nothing here waits for a service longer than
- * curl_simple.h does: 5 seconds.
+ * One thing is kept for the process: whether the kernel holds an oops, once it has been told. One
+ * thread at a time may call these functions; processes take turns at the locks of the store.
+ * Commands run through the shell with the caller's PATH and standard error; everything opened here
+ * is close-on-exec, so that no command inherits a lock. Each request takes at most the 5 seconds of
+ * curl_simple.h: check_vwire_disconnect_logs() makes one for each log that the service does not
+ * have, a dump with an upload makes two.
  *
  * Messages have the module "crash". Those of the steps inside have the step's name:
  * generate_common_payload, post_crash, upload_file, iterate_crash_logs, prepare_crash_log_meta,
@@ -49,7 +52,7 @@
  * gather_first_vwire_disconnect_log. A service that cannot be reached, or answers with another
  * status than 200, is the warning "POST '%s' failed: [%d] %s" or "PUT '%s' failed: [%d] %s" with
  * the URL, libcurl's result or the HTTP status, and libcurl's words or what is kept of the answer
- * (2048 bytes).
+ * (2048 bytes, with blanks for control characters).
  */
 #ifndef ZORV_CRASH_H
 #define ZORV_CRASH_H
@@ -59,7 +62,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /* ---- Analytics ---- */
 
@@ -102,7 +105,7 @@ int is_dir_in_persistent(const char *path);
  * crash report payload because it was > 100KB (%d)"; "Failed opening file for saving crash report
  * payload" is an error.
  */
-void save_crash_payload(json_t *payload);
+void save_crash_payload(struct json_t *payload);
 
 /*
  * Keeps a command line and a newline in /var/run/report_payload_cmd.txt. The error "Failed opening
@@ -121,16 +124,17 @@ void save_crash_payload_cmd(const char *cmd);
  *
  * Returns 0. Returns -1 when the command cannot be started; the member is then "" and "Failed to
  * capture the output of command %s" is logged as a warning. Returns -1, without a change to obj,
- * when the member cannot be set: when the output is not UTF-8, obj is no object, or memory is
- * short.
+ * when the member cannot be set: when obj is no object, or memory is short. Bytes that are no UTF-8
+ * become U+FFFD.
  */
-int json_object_capture_popen(json_t *obj, const char *key, const char *cmd);
+int json_object_capture_popen(struct json_t *obj, const char *key, const char *cmd);
 
 /* ---- The kernel's oops ---- */
 
 /*
- * Tells whether the kernel holds the record of an oops: 1 when "oopsdump -e" succeeds, else 0. The
- * command runs once in a process; an oops recorded after that is not seen by it.
+ * Tells whether the kernel holds the record of an oops: 1 when "oopsdump -e" succeeds, else 0. Once
+ * the command has ended by itself the answer stays: an oops recorded after that is not seen. When
+ * it could not be run or waited for, as with SIGCHLD ignored, the answer is 0 for this call only.
  */
 int has_oops(void);
 
@@ -172,9 +176,10 @@ int send_kernel_crash(void);
  * the log or delivery was given up; "payload", the report without the log's text, made when the log
  * was first seen, with "type": "vwire_disconnect" and "uplink_model"; "send_attempts", the failed
  * deliveries, stored from the first on; "sent_to_net", true when the local management has the log.
- * A meta that is empty or not JSON, as a full disk or a killed process leaves it, is made anew, and
- * the log counts as new. One without a payload is left alone and its log passed over, and so is one
- * that is no regular file ("Couldn't open %s%s %s").
+ * A meta that is empty or not JSON, as a killed process leaves it, is made anew, and the log counts
+ * as new. One without a payload is left alone and its log passed over, and so is one that cannot be
+ * read, or is no regular file ("Couldn't open %s%s %s"); a link is none. On a full file system a
+ * meta keeps what it held.
  *
  * A call walks the archives in the directory's own order. It makes the two directories if they are
  * missing (mode 0755), opens the meta of a log under a lock on the directory, keeps a lock on the
@@ -182,11 +187,10 @@ int send_kernel_crash(void);
  * either. What fails with one log ("Couldn't process %s: %s", with the family's name) does not keep
  * it from the others. At the end "syswrapper.sh save-config" runs if something changed that is
  * worth a write to flash: a new meta, a log delivered, given up or marked. A failed delivery alone
- * is not.
+ * is not. When that command fails, "Couldn't save the configuration" is an error.
  *
- * Nothing is ever removed. Names of archives are put into a shell command line as they are: use
- * A-Z a-z 0-9 . _ - only, and no "-" in front. Directories and pipes among them are no logs. No
- * such directory, no logs: nothing is made then.
+ * Nothing is ever removed. Names of archives are to be of A-Z a-z 0-9 . _ - only. Only regular
+ * files are logs; links are not followed. No such directory, no logs: nothing is made then.
  */
 
 /*
@@ -201,6 +205,11 @@ int send_kernel_crash(void);
  * "Error generating crash_log payload", and the command is kept by save_crash_payload_cmd(). After
  * the fifth delivery that fails the log is given up: "Failed to record %s log %s after %d
  * attempts\n".
+ *
+ * A log is not delivered while its meta could not take the outcome: "Couldn't process %s: %s" with
+ * the reason, such as a full file system; a later call tries again. Nor is one whose name has other
+ * characters than those above: "A %s log is passed over: its name may hold A-Z a-z 0-9 . _ - only",
+ * a warning.
  *
  * Returns 0, whatever became of the logs; -1 when a directory of the store cannot be made, logged
  * as the error "couldn't make dir %s: %s".
@@ -221,7 +230,7 @@ int has_crash_logs(void);
  * archive that cannot be read, "Unable to open %s%s", hides later ones, so that logs are handed
  * out in order.
  */
-json_t *get_next_crash_log(void);
+struct json_t *get_next_crash_log(void);
 
 /*
  * Marks a log as known to the local management.
@@ -229,7 +238,8 @@ json_t *get_next_crash_log(void);
  *   filename  as "filename" of the meta has it; NULL is the error "Missing finish_filename", logged
  *             when there is a log
  *
- * Returns 1, or 0 when there is no such log, or it is marked already, or its meta cannot be had.
+ * Returns 1 when the meta and the marker are there; 0 when there is no such log, or it is marked
+ * already, or its meta cannot be had, or one of the two cannot be stored. A later call tries again.
  */
 int mark_crash_log_finished(const char *filename);
 
@@ -238,8 +248,7 @@ int mark_crash_log_finished(const char *filename);
 /*
  * Reports a binary dump, and uploads its bytes to where the service's answer says.
  *
- *   name               of the process, or of a RAM dump; it becomes part of a shell command line:
- *                      A-Z a-z 0-9 . _ - only. NULL is ""
+ *   name               of the process, or of a RAM dump; NULL is ""
  *   pid, signal        of the process
  *   number_of_crashes  of that program so far
  *   process_uptime     seconds
@@ -251,7 +260,8 @@ int mark_crash_log_finished(const char *filename);
  * some, and a 1 in /var/run/system.analytics.coredump. A RAM dump has "dump_type", its name; the
  * lines of logread up to the last "collecting ramdump", 200 before each; and the configuration.
  * Others have "cmd", "signal", "number_of_crashes", "process_uptime", the last 100 lines of
- * /var/log/messages, and those of them that are of the process as "process_stdout". All lines pass
+ * /var/log/messages, and those of them that are of the process as "process_stdout", which a process
+ * goes without whose name is not of A-Z a-z 0-9 . _ - only (logged as a warning). All lines pass
  * "syswrapper.sh sensitive-data-filter".
  *
  * With bytes given, the answer has to be JSON; its "upload_url" takes them by PUT: an "https:" or

@@ -3,13 +3,17 @@
  *
  * Every call makes a libcurl handle of its own, sends one request and releases the handle. The
  * server's certificate and name are verified, redirects are followed, and an attempt ends after 5
- * seconds, redirects included; there is one attempt, or one for each resolver that is tried. There
- * are no signals: time-outs raise none, and a peer that goes away raises no SIGPIPE.
+ * seconds, redirects included; there is one attempt, or one for each resolver that is tried. (A
+ * libcurl before 7.87 also waits until the system's resolver gives up.) Only http and https are
+ * spoken, and no redirect leads from https to http. Proxies that the environment names are not
+ * used. There are no signals: time-outs raise none, and a peer that goes away raises no SIGPIPE.
  *
  * A request returns libcurl's result code (CURLcode of <curl/curl.h>; 0 is success, whatever the
  * HTTP status). Two of them also come from here: 2 (CURLE_FAILED_INIT) when there is no handle, and
- * 27 (CURLE_OUT_OF_MEMORY) when memory is short while the request is made up. Failures of requests
- * are debug messages: "%s '%s' failed: [%d] %s" with method, URL, result and libcurl's own words.
+ * 27 (CURLE_OUT_OF_MEMORY) when memory is short while the request is made up. A libcurl that lacks
+ * what a request asks for, DNS over HTTPS say, sends nothing: 48 (CURLE_UNKNOWN_OPTION). Failures
+ * of requests are debug messages: "%s '%s' failed: [%d] %s" with method, URL, result and libcurl's
+ * own words.
  *
  * Calls may run in parallel threads once the process has called curl_global_init().
  */
@@ -23,8 +27,8 @@
 
 ZORV_BEGIN
 
-struct curl_slist;            /* <curl/curl.h> */
-typedef struct json_t json_t; /* <jansson.h> */
+struct curl_slist; /* <curl/curl.h> */
+struct json_t;     /* <jansson.h> */
 
 /* "GET", "POST", "PUT": the words that the requests are sent with. */
 extern const char *const curl_simple_method_str[3];
@@ -82,7 +86,7 @@ void curl_simple_response_free(curl_simple_response *resp);
  *            small tools print what they fetch
  *
  * On purpose, the method is a fixed word, also when a redirect is followed: the words 301, 302 and
- * 303 of a server turn a POST into another POST, without its body.
+ * 303 of a server turn a POST into another POST, with the same body.
  *
  * Returns libcurl's result code.
  */
@@ -102,9 +106,10 @@ int curl_simple_put(const char *url, unsigned flags, struct curl_slist *headers,
  * value has no text, and with "Failed to add HTTP header" when memory is short. Nothing is sent
  * then.
  */
-int curl_simple_post_json(const char *url, unsigned flags, json_t *body,
+int curl_simple_post_json(const char *url, unsigned flags, struct json_t *body,
                           curl_simple_response *resp);
-int curl_simple_put_json(const char *url, unsigned flags, json_t *body, curl_simple_response *resp);
+int curl_simple_put_json(const char *url, unsigned flags, struct json_t *body,
+                         curl_simple_response *resp);
 
 ZORV_END
 

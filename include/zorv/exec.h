@@ -2,8 +2,17 @@
  * exec.h - running programs: command objects, the system script, captured output.
  *
  * Programs are run with a prepared argument vector, never through a shell, but for the two capture
- * functions, whose argument is a shell's command line. Nothing is kept between calls. A child
- * inherits every descriptor that is not close-on-exec, the signal mask and the environment.
+ * functions, whose argument is a shell's command line. Nothing is kept between calls, and any
+ * thread may call any function.
+ *
+ * A child starts in a time that does not depend on the caller's memory, which it shares until its
+ * program runs; handlers that the host gave to pthread_atfork() are not run for it. It inherits
+ * every descriptor that is not close-on-exec, the signal mask, the signals that are ignored (a
+ * daemon that ignores SIGPIPE has scripts that do) and the environment. Only the shell of a capture
+ * gets SIGPIPE at its default, and not blocked.
+ *
+ * The host may handle SIGCHLD, ignore it or reap children as it likes. No call waits longer than
+ * its own child is there; a status that another has reaped is not known, and so not logged.
  *
  * Messages have the module "libzorv_exec". Those of the capture functions are errors and warnings;
  * all others, those that begin with "[ERROR]" included, are debug messages.
@@ -71,14 +80,16 @@ int exec_cmp(const exec_command *a, const exec_command *b);
  *   argv  ended by NULL; argv[0] is the path of the program, which is not looked for in PATH. NULL
  *         or an empty vector does nothing
  *
- * A program that cannot be started looks like one that succeeded: the child leaves with exit(0),
- * which flushes its copies of the caller's stdio buffers and runs the caller's exit handlers. A
- * child that a signal ended is logged as "[ERROR] exit abnormally. code: %d" with bits 8 to 15 of
- * its wait status, 0 as a rule. A failing fork is logged as "[ERROR] fork failed" and, at any
- * verbosity, printed on standard error as "Fork Failed!!\n" with the reason.
+ * A program that cannot be started looks like one that succeeded: a child made by fork() leaves
+ * with exit(0), which flushes its copies of the caller's stdio buffers and runs the caller's
+ * handlers of fork and exit. A child that a signal ended is logged as "[ERROR] exit abnormally.
+ * code: %d" with bits 8 to 15 of its wait status, 0 as a rule. A failing fork is logged as "[ERROR]
+ * fork failed" and, at any verbosity, printed on standard error as "Fork Failed!!\n" with the
+ * reason.
  *
- * Waits with wait(): another child of the process that ends first is reaped in place of the
- * program, and this call returns then. Callers with children of their own allow for that.
+ * Waits as wait() does: another child of the process that ends first is reaped in place of the
+ * program, and this call returns then, within 64 milliseconds. Callers with children of their own
+ * allow for that. When somebody else has reaped the program the call returns as well.
  */
 void forkexec(char *const argv[]);
 
@@ -93,9 +104,9 @@ void forkexec(char *const argv[]);
  *
  * Without a script "[ERROR] unable to locate syswrapper.sh, '%s' skipped!" is logged and nothing
  * runs. With 48 or more further arguments "[ERROR] too many arguments for syswrapper, '%s'
- * skipped!" is logged, and the script runs all the same with the first 48. Each run is logged from
- * the child as "[EXEC] %s %s" with script and command, but for the command "reload", which is
- * periodic.
+ * skipped!" is logged, and the script runs all the same with the first 48. Each run is logged, with
+ * the child's pid in the line, as "[EXEC] %s %s" with script and command, but for the command
+ * "reload", which is periodic.
  *
  * The end of the script, a failing fork and the wait for children are as in forkexec(), with one
  * difference: the child of a script that cannot be started leaves with _exit(0) and flushes
@@ -113,7 +124,9 @@ void syswrapper_impl(int wait, const char *command, ...) __attribute__((sentinel
  * Returns the length of the stored text, NULs of the output counted, or -1 when the command cannot
  * be started (or is NULL). The status of the command never changes the result: one other than 0 is
  * logged as the warning "[%s] -> [%d]" with the command and the raw wait status, 256 for an exit
- * code of 1. A command that prints more than fits is told by SIGPIPE and waited for.
+ * code of 1. A command that prints more than fits is told by SIGPIPE and waited for. A read that
+ * fails ends the output and is logged as the error "Failed to read from stream, command='%s'"; a
+ * signal is no failure.
  */
 int popen_get_output(const char *command, char *buffer, size_t size);
 

@@ -5,10 +5,10 @@
  * gives it back in place of an error. The functions in ...at() take a directory descriptor, or
  * AT_FDCWD, and a path relative to it, as openat() does; files they create have permissions 0600.
  *
- * Nothing is kept between calls and no file is locked: the functions that add to a number read and
- * write in two steps, and another writer may come between. What a call opens for itself is
- * close-on-exec. A null pointer may be passed only where it is said. Buffers of size 0, or a
- * negative size, are left alone.
+ * Any thread may call any function, but for those that say otherwise. Nothing is kept between calls
+ * and no file is locked: the functions that add to a number read and write in two steps, and
+ * another writer may come between. What a call opens for itself is close-on-exec. A null pointer
+ * may be passed only where it is said. Buffers of size 0, or a negative size, are left alone.
  */
 #ifndef ZORV_FILE_H
 #define ZORV_FILE_H

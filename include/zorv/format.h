@@ -1,8 +1,8 @@
 /*
  * format.h - formatted texts, hexadecimal dumps, path reduction and directory creation.
  *
- * Nothing is kept between calls. A null pointer may be passed only where a function says so.
- * Paths are limited to 4096 bytes, their NUL included.
+ * Nothing is kept between calls, and any thread may call any function. A null pointer may be passed
+ * only where a function says so. Paths are limited to 4096 bytes, their NUL included.
  */
 #ifndef ZORV_FORMAT_H
 #define ZORV_FORMAT_H

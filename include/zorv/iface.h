@@ -1,10 +1,10 @@
 /*
  * iface.h - addresses and state of network interfaces, network masks, the uplink.
  *
- * Nothing is kept between calls. The functions that name an interface ask the kernel through a
- * socket of their own, closed again before they return. Names are cut to 15 characters, and NULL is
- * the name of no interface. Other null pointers may be passed only where it is said. "unable to
- * open sock" is logged as an error by all of them.
+ * Nothing is kept between calls, and any thread may call any function. The functions that name an
+ * interface ask the kernel through a socket of their own, closed again before they return. Names
+ * are cut to 15 characters, and NULL is the name of no interface. Other null pointers may be passed
+ * only where it is said. "unable to open sock" is logged as an error by all of them.
  */
 #ifndef ZORV_IFACE_H
 #define ZORV_IFACE_H

@@ -1,12 +1,13 @@
 /*
  * json.h - settings, counters and sampled series in JSON objects; files and build facts.
  *
- * Objects are jansson's, borrowed for the call. A null object or key, and an object that is none,
- * have no members: getters give the default, updaters fail with -1. Integers wrap around.
- * Pointers to results must not be NULL unless it is said. Getters never log.
+ * Objects are jansson's, borrowed for the call; include <jansson.h> to build and read values. A
+ * null object or key, and an object that is none, have no members: getters give the default,
+ * updaters fail with -1. Integers wrap around. Pointers to results must not be NULL unless it is
+ * said. Getters never log.
  *
- * One thing is kept between calls: the time in vq_now, which paces the series. It is for one
- * thread.
+ * One thing is kept between calls: the time in vq_now, which paces the series. What sets or reads
+ * it is for one thread; any other function may be called by any, each object in one at a time.
  */
 #ifndef ZORV_JSON_H
 #define ZORV_JSON_H
@@ -20,7 +21,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /*
  * The time of zorv_grab_ts() or zorv_set_ts(); zeros before. Its seconds are "now" for the series.
@@ -33,10 +34,10 @@ extern struct timespec vq_now;
  * The text of zorv_json_get_str() is borrowed until the member changes. zorv_json_get_bool() takes
  * an integer as well, 0 as false, and returns 1 or 0.
  */
-const char *zorv_json_get_str(json_t *obj, const char *key, const char *fallback);
-int zorv_json_get_bool(json_t *obj, const char *key, int fallback);
-long zorv_json_read_long(json_t *obj, const char *key, long fallback);
-int64_t zorv_json_read_i64(json_t *obj, const char *key, int64_t fallback);
+const char *zorv_json_get_str(struct json_t *obj, const char *key, const char *fallback);
+int zorv_json_get_bool(struct json_t *obj, const char *key, int fallback);
+long zorv_json_read_long(struct json_t *obj, const char *key, long fallback);
+int64_t zorv_json_read_i64(struct json_t *obj, const char *key, int64_t fallback);
 
 /*
  * Reads the integers of an array in their order; other elements are passed over.
@@ -48,7 +49,7 @@ int64_t zorv_json_read_i64(json_t *obj, const char *key, int64_t fallback);
  * Returns 0; -1 when the member is missing, no array or empty, when it has no integer, or when
  * memory runs short, logged as "Failed to allocate memory".
  */
-int zorv_json_read_array(json_t *obj, const char *key, long **out, size_t *count);
+int zorv_json_read_array(struct json_t *obj, const char *key, long **out, size_t *count);
 
 /*
  * Reads a member that is a number in a text, or an integer.
@@ -62,15 +63,15 @@ int zorv_json_read_array(json_t *obj, const char *key, long **out, size_t *count
  *
  * Returns 1 for a text, 2 for an integer, 0 on failure, which is logged in debug with its reason.
  */
-int zorv_json_integer_value_from_obj(json_t *obj, const char *obj_name, const char *key,
+int zorv_json_integer_value_from_obj(struct json_t *obj, const char *obj_name, const char *key,
                                      int allow_integer, int *value);
 
 /*
  * Set a member to its integer value, 0 when it is missing or no integer, plus delta. They return 0,
  * or -1 when it cannot be set.
  */
-int zorv_json_add_long(json_t *obj, const char *key, long delta);
-int zorv_json_add_i64(json_t *obj, const char *key, int64_t delta);
+int zorv_json_add_long(struct json_t *obj, const char *key, long delta);
+int zorv_json_add_i64(struct json_t *obj, const char *key, int64_t delta);
 
 /*
  * Appends an integer to an array, which is made if the member is missing.
@@ -79,7 +80,7 @@ int zorv_json_add_i64(json_t *obj, const char *key, int64_t delta);
  * count on old state files not to stop them. -1 when a new array cannot be made, logged as "Failed
  * to allocate json array", or cannot be set.
  */
-int zorv_json_append_array(json_t *obj, const char *key, long value);
+int zorv_json_append_array(struct json_t *obj, const char *key, long value);
 
 /*
  * Appends an integer to a series that keeps a distance in time and never grows far past 360.
@@ -96,7 +97,7 @@ int zorv_json_append_array(json_t *obj, const char *key, long value);
  * is not 0; -1 when the key is too long, logged as "key too long: %s\n", when the array cannot be
  * made, logged as "Failed to allocate json array", or when KArray is no array.
  */
-int zorv_json_maybe_append_array(json_t *obj, const char *key, long value);
+int zorv_json_maybe_append_array(struct json_t *obj, const char *key, long value);
 
 /* Reads the monotonic clock into vq_now. Returns its seconds. */
 long zorv_grab_ts(void);
@@ -121,7 +122,7 @@ char *load_file_base64(FILE *stream);
  *
  * Returns 0, or -1 when the file cannot be loaded or the member cannot be set.
  */
-int json_object_load_file_base64(json_t *obj, const char *key, FILE *stream);
+int json_object_load_file_base64(struct json_t *obj, const char *key, FILE *stream);
 
 /*
  * Makes the vendor part of a hardware address, "001a2b" of "00:1A:2b:...".
@@ -129,7 +130,7 @@ int json_object_load_file_base64(json_t *obj, const char *key, FILE *stream);
  * Returns an owned string (the caller releases it with json_decref()), or NULL when there are fewer
  * than three bytes; NULL has none.
  */
-json_t *mac_str_to_oui_json_string(const char *mac);
+struct json_t *mac_str_to_oui_json_string(const char *mac);
 
 /*
  * Writes when the firmware was built, "date time" as /usr/lib/build.properties gives them in

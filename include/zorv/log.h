@@ -14,8 +14,13 @@
  *   debug                           LOG_DEBUG (7)      8
  *   verbose debug, per item         LOG_DEBUG (7)      16
  *
- * Nothing here reports a failure: a destination that is not there is replaced by the next one.
- * Lines of concurrent threads or processes may interleave.
+ * Nothing here reports a failure: a destination that is not there is replaced by the next one. Any
+ * thread may call any function; lines of concurrent threads or processes may interleave.
+ *
+ * Syslog and a standard error that is a pipe, a socket or a terminal wait for their reader, without
+ * limit: a syslog daemon that hangs, or a pager that is not scrolled, holds up every thread that
+ * logs. /dev/kmsg and files do not. A standard error whose reader is gone loses the line; SIGPIPE
+ * is held back.
  */
 #ifndef ZORV_LOG_H
 #define ZORV_LOG_H
@@ -26,7 +31,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /* Verbosity on the doubling scale above; 0 silences the library, 4 is the initial value. */
 extern int32_t libzorv_log_level;
@@ -76,8 +81,8 @@ void libzorv_log(int level, const char *module, const char *function, const char
  * the program's name counted twice on purpose: log collectors cut at a column that allows for it.
  * Filters nothing: the caller tests libzorv_log_level.
  */
-void libzorv_log_json(int level, const char *module, const char *function, const json_t *json,
-                      const char *title);
+void libzorv_log_json(int level, const char *module, const char *function,
+                      const struct json_t *json, const char *title);
 
 /*
  * Logs bytes in hexadecimal, 16 a line, after a header line "title - HEX(address) len length".

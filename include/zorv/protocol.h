@@ -11,13 +11,11 @@
  * one thread: that of the event loop.
  *
  * The site key keeps messages from those who lack it. It does not prove who sent one: the check sum
- * is a CRC-32, an old datagram is accepted again once another one has come in between, and one that
- * nobody encrypted can be made to pass, see dec_payload().
+ * is a CRC-32, and an old datagram is accepted again once another one has come in between.
  */
 #ifndef ZORV_PROTOCOL_H
 #define ZORV_PROTOCOL_H
 
-#include <assert.h>
 #include <stddef.h>
 #include <stdint.h>
 
@@ -49,13 +47,6 @@ typedef struct zorv_protocol_header {
     uint32_t crc32;    /* zlib's, of message and padding before encryption; 0 in a plain one */
 } zorv_protocol_header;
 
-static_assert(sizeof(zorv_protocol_header) == 40, "a datagram's header");
-static_assert(offsetof(zorv_protocol_header, length) == 6, "a datagram's header");
-static_assert(offsetof(zorv_protocol_header, iv) == 12, "a datagram's header");
-static_assert(offsetof(zorv_protocol_header, device) == 28, "a datagram's header");
-static_assert(offsetof(zorv_protocol_header, sequence) == 34, "a datagram's header");
-static_assert(offsetof(zorv_protocol_header, crc32) == 36, "a datagram's header");
-
 /* ---- State ---- */
 
 typedef struct zorv_protocol_ctrl_t {
@@ -71,13 +62,6 @@ typedef struct zorv_protocol_ctrl_t {
     uint16_t own_sequence;  /* the low 12 bits go into every datagram sent; callers advance it */
     uint8_t reserved[14];   /* always 0; fills the object to 64 bytes for fields to come */
 } zorv_protocol_ctrl_t;
-
-static_assert(sizeof(zorv_protocol_ctrl_t) == 64, "callers read fields in place");
-static_assert(offsetof(zorv_protocol_ctrl_t, fd) == 20, "callers read fields in place");
-static_assert(offsetof(zorv_protocol_ctrl_t, device) == 24, "callers read fields in place");
-static_assert(offsetof(zorv_protocol_ctrl_t, key) == 30, "callers read fields in place");
-static_assert(offsetof(zorv_protocol_ctrl_t, last_sequence) == 46, "callers read fields in place");
-static_assert(offsetof(zorv_protocol_ctrl_t, own_sequence) == 48, "callers read fields in place");
 
 /*
  * The transport's state, for everyone to read; a sender sets own_sequence, and nothing else, before
@@ -123,9 +107,8 @@ void *gen_payload(const void *data, int len, uint16_t method, uint16_t type, int
  *   magic, flags, version
  *                 0x22334455, the encrypted bit and a length that is not 0, 2 or more; else 1
  *   CRC           of the decrypted payload; else 1, and "hdr=%d, crc32=%d" is logged. A wrong key
- *                 ends here. On purpose a length that is no multiple of 16 has no check of its own:
- *                 the payload is then taken as it came, so that a damaged one ends here too, but
- *                 not one that was sent in the clear, by whomever, with the CRC of its clear bytes
+ *                 ends here, and so does a length that is no multiple of 16, whatever the CRC: such
+ *                 a payload was not encrypted, and is left as it came
  *   padding       its bytes are all the last one's value, which is at most the length; else 1. On
  *                 purpose a last byte of 0 is accepted and strips nothing, for peers that pad with
  *                 zeros
@@ -161,7 +144,8 @@ typedef struct zorv_protocol_handler {
  * cfg.h:
  *
  *   pluvo.key    32 characters, the site key in hexadecimal. Digits are taken in pairs until a pair
- *                is none; the rest of the key is then zero
+ *                is none; the rest of the key is then zero, which is logged as the error "pluvo.key
+ *                holds characters that are no hexadecimal digits"
  *   pluvo.mcip   the group's IPv4 address; needed with a socket
  *
  * The socket is bound to port 48000 of every address. The group is joined on the interface that has
@@ -191,7 +175,12 @@ int zorv_protocol_init(int with_socket);
  * On SIGUSR1 the address is read again from /var/run/ipready.br0. If it is an address, not 0.0.0.0
  * and not the present one, the group is left and joined anew there. On purpose the group is left
  * through any interface, since the old address may be gone by then: the kernel wants a route to the
- * group for that. When joining fails the new address stays, and the same one is not tried again.
+ * group for that. When joining fails the new address stays, and the same one is not tried again. So
+ * network scripts first give the bridge its address, then write the file, then send the signal.
+ *
+ * A bridge that is made anew with the address of the old one has lost the membership, and SIGUSR1
+ * does not bring it back: whoever runs the event loop calls zorv_protocol_deinit(),
+ * zorv_protocol_init() and zorv_protocol_init_recv() then.
  *
  * Returns 0, always: that an event could not be made goes unnoticed.
  */

@@ -4,7 +4,9 @@
  * A list is a picture of /proc at the time of the call; nothing is kept between calls, and several
  * lists may exist side by side. Building one never fails because of a single process or descriptor:
  * what cannot be read is logged and left out, and a process that ends meanwhile is not in the list.
- * Only /proc itself, or the memory for the list, makes the whole call fail.
+ * Only /proc itself, or the memory for the list, makes the whole call fail. A table of sockets that
+ * cannot be read to its end leaves the list without a socket cache ("Failed to cache sockets"). Any
+ * thread may call any function, each list in one at a time.
  *
  * Texts are the kernel's bytes as they are: a process may call itself anything, so they need not be
  * UTF-8. Messages have the module "libzorv_proc".
@@ -20,7 +22,7 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /* What a socket is, by the file of /proc/net that names it. */
 enum {
@@ -121,7 +123,7 @@ typedef struct zorv_ps_list {
  *   arg       handed to filter
  *
  * Returns an owned list (zorv_ps_list_free, or zorv_ps_list_to_array), or NULL when /proc cannot be
- * opened or memory for the list is short.
+ * opened or read or memory for the list is short.
  *
  * Reads /proc/PID/stat, cmdline and fd/ of every process, and for descriptors first the tables
  * unix, tcp, tcp6, udp and udp6 of /proc/net. Of stat the first line is read: a process whose name
@@ -152,21 +154,23 @@ void zorv_ps_list_free(zorv_ps_list *list);
  *                  "state"
  *
  * Returns an owned value (json_decref), NULL when memory is short; an empty array for NULL and for
- * a record without resolved descriptors. A text that is not UTF-8 is left out.
+ * a record without resolved descriptors. Bytes of a text that are no UTF-8 become U+FFFD. A
+ * descriptor for which memory is short is left out, which is logged.
  */
-json_t *zorv_fds_to_array(zorv_ps_record *record);
+struct json_t *zorv_fds_to_array(zorv_ps_record *record);
 
 /*
  * Makes a JSON array of a list: for each process an object with "pid", "ppid", "vsz", "rss",
  * "stat", "fd_count", "comm" and "fds" (zorv_fds_to_array). Sizes are in KiB. The command line is
- * not in it, nor is a name that is not UTF-8.
+ * not in it. Bytes of a name that are no UTF-8 become U+FFFD. A process for which memory is short
+ * is left out, which is logged.
  *
  *   list  taken: each record is released as soon as it is converted, so that both need not fit
  *         into memory; NULL gives an empty array
  *
  * Returns an owned value (json_decref), NULL when memory is short.
  */
-json_t *zorv_ps_list_to_array(zorv_ps_list *list);
+struct json_t *zorv_ps_list_to_array(zorv_ps_list *list);
 
 ZORV_END
 

@@ -1,7 +1,8 @@
 /*
  * stats.h - how memory is used, and which hosts have the most tracked connections.
  *
- * Every call reads /proc anew; nothing is kept. Messages have the module "libzorv_proc".
+ * Every call reads /proc anew; nothing is kept. Any thread may call any function. Messages have the
+ * module "libzorv_proc".
  */
 #ifndef ZORV_STATS_H
 #define ZORV_STATS_H
@@ -14,8 +15,8 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
-struct sysinfo;               /* <sys/sysinfo.h> */
+struct json_t;  /* <jansson.h> */
+struct sysinfo; /* <sys/sysinfo.h> */
 
 /* Lines of /proc/meminfo by their names there, in kB; 0 where the kernel has no such line. */
 typedef struct meminfo_t {
@@ -50,13 +51,13 @@ typedef struct meminfo_t {
 /*
  * Reads /proc/meminfo.
  *
- *   out  [out] left alone when the file cannot be opened
+ *   out  [out] left alone on failure
  *
- * Returns 0, or -1 when the file cannot be opened. On purpose a kernel without MemAvailable is 100
- * percent used; status pages rely on it to tell such kernels. Lines are read in pieces of 31 bytes,
- * each of which stands for a line: a piece without a colon is logged as the error "No colon found".
- * Reading ends with the 25th line that is in the record, so what a kernel adds at the end of the
- * file costs nothing.
+ * Returns 0, or -1 when the file cannot be opened or read. On purpose a kernel without MemAvailable
+ * is 100 percent used; status pages rely on it to tell such kernels. Lines are read in pieces of 31
+ * bytes, each of which stands for a line: a piece without a colon is logged as the error "No colon
+ * found". Reading ends with the 25th line that is in the record, so what a kernel adds at the end
+ * of the file costs nothing.
  */
 int meminfo(meminfo_t *out);
 
@@ -66,12 +67,12 @@ int meminfo(meminfo_t *out);
  *
  * Returns an owned value (json_decref), NULL when memory is short.
  */
-json_t *zorv_meminfo_to_obj(const meminfo_t *m);
+struct json_t *zorv_meminfo_to_obj(const meminfo_t *m);
 
 /*
  * Tells how much of the memory is in use, in percent, as meminfo() does.
  *
- *   si  read only when /proc/meminfo cannot be opened: the answer is then what is not in freeram
+ *   si  read only when meminfo() fails: the answer is then what is not in freeram
  */
 float get_memused_percent(const struct sysinfo *si);
 
@@ -94,7 +95,7 @@ typedef struct conntrack_hosts_t {
  *
  * Returns an owned table (free_conntrack_hosts) of all hosts, the largest count first, those of
  * equal count in the order of their first appearance; NULL when /proc/net/nf_conntrack cannot be
- * opened or memory is short. A host for which memory is short is left out, which is logged.
+ * opened or read or memory is short. A host for which memory is short is left out, which is logged.
  *
  * Only the direction in which a connection was opened counts. A connection of a host with itself
  * counts twice. An address that ends its line, without a blank behind it, is not counted on

@@ -97,11 +97,11 @@ int system_is_xxx(const char *path, int fallback);
 
 /*
  * Sets a flag. Outside "/proc" a zero value unlinks the file; else "true\n" or "false\n" is
- * written. Returns the result of unlink() or of fclose(); -1 when the file cannot be opened.
+ * written. Returns 0; negative when the file cannot be unlinked, opened or written.
  */
 int system_set_xxx(const char *path, int value);
 
-/* Replaces a file's content by a line. Returns what fclose() does; -1 when it cannot be opened. */
+/* Replaces a file's content by a line. Returns 0; negative when it cannot be opened or written. */
 int system_set_value(const char *path, const char *value);
 
 /*
@@ -151,7 +151,7 @@ int get_mac_by_ip(const char *ip, char *mac, size_t size);
  *
  * On purpose, default routes through other interfaces do not count: the uplink of these units is
  * the bridge. Returns 1 when found, 0 when there is none, -1 when the kernel cannot be asked or its
- * answer is longer than 8192 bytes (more than a hundred routes).
+ * answer is broken.
  */
 int get_gateway(char *buf, uint32_t *addr, uint32_t len);
 
@@ -185,7 +185,11 @@ int system_dhcp_status(void);
  */
 int touch_file(const char *path, mode_t mode);
 
-/* Returns 1 when a server listens on port 22 of all IPv4 addresses or of one, else 0. */
+/*
+ * Returns 1 when a server listens on port 22 of all IPv4 addresses or of one, else 0. That is what
+ * /proc/net/tcp shows: on purpose a server whose IPv6 socket takes IPv4 as well, in /proc/net/tcp6,
+ * does not count; kept for callers built against it.
+ */
 int system_is_ssh(void);
 
 /* ---- Time ---- */

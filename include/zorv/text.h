@@ -1,9 +1,10 @@
 /*
  * text.h - trimming, hexadecimal forms, hardware addresses, random texts, commented-out lines.
  *
- * Nothing is kept between calls but the state of the C library's rand(). A null pointer may be
- * passed only where it is said. White space is space, tab, newline, carriage return, vertical tab
- * and form feed.
+ * Nothing is kept between calls but the state of the C library's rand(), which all threads share:
+ * random results stay well-formed in several threads, but one's seed cuts into the other's
+ * sequence. Any thread may call any function. A null pointer may be passed only where it is said.
+ * White space is space, tab, newline, carriage return, vertical tab and form feed.
  */
 #ifndef ZORV_TEXT_H
 #define ZORV_TEXT_H
@@ -75,8 +76,9 @@ int strtomac(const char *text, unsigned char mac[6]);
  * Random bytes, digits and texts. Every call seeds rand() with four bytes of /dev/urandom and takes
  * its values from rand(), so the results are as good as 32 bits of randomness: enough for tokens
  * that tell things apart, not for keys. A seed that cannot be read is logged in verbose debug as
- * "read returned error in urandom" by "urandom", and one made of the time is used. Programs that
- * seed rand() themselves lose their sequence.
+ * "read returned error in urandom" by "urandom", and getrandom(2) gives it; where that has none
+ * either, the time does, with the warning "no random numbers from the kernel, the time is taken".
+ * Programs that seed rand() themselves lose their sequence.
  */
 
 /* Fills out with count bytes. Returns count; 0 when out is NULL, rand() being seeded all the same.
@@ -111,8 +113,8 @@ char *gen_rand_string(char *out, size_t length);
  * so the file is edited in place and keeps its size. A line of 255 characters or more, its newline
  * aside, is left as it is.
  *
- * Returns 0, or -1 when there was a line that was too long. A stream that cannot be written ends
- * the search and shows in ferror().
+ * Returns 0; -1 when there was a line that was too long, or the stream cannot be written or
+ * positioned, which ends the search for that text.
  */
 int comment_out_lines(FILE *stream, char *patterns);
 

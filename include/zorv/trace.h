@@ -30,15 +30,15 @@
 
 ZORV_BEGIN
 
-typedef struct json_t json_t; /* <jansson.h> */
+struct json_t; /* <jansson.h> */
 
 /* Make an empty trace, and an empty batch. They return an owned value (trace_decref()), NULL when
  * memory is short. */
-json_t *trace_object(void);
-json_t *trace_array(void);
+struct json_t *trace_object(void);
+struct json_t *trace_array(void);
 
 /* Appends to a batch. Takes the trace's reference. Returns 0, or -1 when `array` is no array. */
-int trace_array_append_new(json_t *array, json_t *trace);
+int trace_array_append_new(struct json_t *array, struct json_t *trace);
 
 /*
  * Sets what the trace is about.
@@ -48,21 +48,21 @@ int trace_array_append_new(json_t *array, json_t *trace);
  * Returns 0; -1 when data is no object, without a message, or when it has no text (it contains
  * itself, or memory is short), logged as "Failed to create payload object".
  */
-int trace_object_set_payload_new(json_t *trace, json_t *data);
+int trace_object_set_payload_new(struct json_t *trace, struct json_t *data);
 
 /* Sets when it happened: an integer. Without it the service knows when the batch was sent. */
-int trace_object_set_timestamp_new(json_t *trace, json_t *value);
+int trace_object_set_timestamp_new(struct json_t *trace, struct json_t *value);
 
 /* Set what kind of event it is, and whose: texts. */
-int trace_object_set_type_new(json_t *trace, json_t *value);
-int trace_object_set_namespace_new(json_t *trace, json_t *value);
+int trace_object_set_type_new(struct json_t *trace, struct json_t *value);
+int trace_object_set_namespace_new(struct json_t *trace, struct json_t *value);
 
 /*
  * Set where it comes from, and more about it: objects of which every member is a text; empty ones
  * will do. The object itself becomes part of the trace and is not looked at again.
  */
-int trace_object_set_source_new(json_t *trace, json_t *value);
-int trace_object_set_meta_new(json_t *trace, json_t *value);
+int trace_object_set_source_new(struct json_t *trace, struct json_t *value);
+int trace_object_set_meta_new(struct json_t *trace, struct json_t *value);
 
 /* What send_traces() came to; -1 is a bad argument, or no memory. */
 #define TRACE_ACCEPTED 0 /* the service answered 202 */
@@ -101,12 +101,12 @@ int trace_object_set_meta_new(json_t *trace, json_t *value);
  *                            "0000000000000000"; the first answer, that one included, is kept for
  *                            the process
  *
- * A field that is not UTF-8, or for which memory is short, is left out.
+ * Bytes of a field that are no UTF-8 become U+FFFD, and a debug line says how many.
  *
  * Returns a TRACE_ code, or -1; looked at in this order:
  *
- *   TRACE_OFF       /var/run/system.analytics.mode begins with 0. Any other number, no number and
- *                   no file let traces through
+ *   TRACE_OFF       /var/run/system.analytics.mode begins with 0, or is there and cannot be read.
+ *                   Any other number, no number and no file let traces through
  *   TRACE_STOPPED   the back-off is longer than a day. On purpose for the rest of the process: a
  *                   unit that is not reached for so long gets its next chance at a restart
  *   TRACE_BACK_OFF  the clock has not reached the end of the last attempt and the back-off. A clock
@@ -116,7 +116,8 @@ int trace_object_set_meta_new(json_t *trace, json_t *value);
  *                   create envelope", the error "Failed to allocate curl response"
  *   TRACE_ACCEPTED  HTTP status 202, no other
  *   TRACE_FAILED    any other status, a 200 included, which is verbose debug "PUT '%s' failed:
- *                   [%ld] %s" with URL, status and up to 1024 bytes of the answer; or a request
+ *                   [%ld] %s" with URL, status and up to 1024 bytes of the answer, blanks for
+ *                   control characters, up to its first NUL; or a request
  *                   that failed. Of those the first in the life of the process is the warning
  *                   "PUT '%s' failed: [%d] %s" with URL, libcurl's code and its meaning; it counts
  *                   as logged also when it was silent for its level, and later ones are silent
@@ -124,7 +125,7 @@ int trace_object_set_meta_new(json_t *trace, json_t *value);
  * The back-off begins with the fifth failed request in a row: one second, doubled by each further
  * one, more than a day after the 22nd. Any answer of the service, of whatever status, ends it.
  */
-int send_traces(json_t *traces, json_t *meta);
+int send_traces(struct json_t *traces, struct json_t *meta);
 
 /*
  * Sends one trace as a batch of its own.
@@ -135,7 +136,7 @@ int send_traces(json_t *traces, json_t *meta);
  * Returns what send_traces() does; -1 as well, behind its gates, when there is no trace or no
  * memory for a batch.
  */
-int send_trace_with_meta(json_t *trace, json_t *meta);
+int send_trace_with_meta(struct json_t *trace, struct json_t *meta);
 
 /*
  * Makes a trace and sends it without a meta.
@@ -146,10 +147,10 @@ int send_trace_with_meta(json_t *trace, json_t *meta);
  * is missing in what is sent and changes nothing else: an event that lost its details still counts
  * at the service. -1 as well when the trace cannot be made.
  */
-int send_trace_simple(const char *name_space, const char *type, json_t *data);
+int send_trace_simple(const char *name_space, const char *type, struct json_t *data);
 
 /* Releases one reference; NULL is ignored. */
-void trace_decref(json_t *value);
+void trace_decref(struct json_t *value);
 
 /*
  * Logs the reference counts of a value and of everything in it, as verbose debug, to find out who
@@ -162,7 +163,7 @@ void trace_decref(json_t *value);
  * line "]", behind that of an object "{", its members with their keys as labels, and "}". Values
  * deeper than 16 levels, as those of something that contains itself, are left out.
  */
-void dump_refcount(json_t *value, const char *label);
+void dump_refcount(struct json_t *value, const char *label);
 
 ZORV_END
 

@@ -2,12 +2,17 @@
  * version.h - which source a library binary was built from.
  *
  * Both texts carry their own name, so that `strings libzorv.so.1 | grep zorv_git` answers on a
- * device without tools.
+ * device without tools. Neither changes.
  */
 #ifndef ZORV_VERSION_H
 #define ZORV_VERSION_H
 
 #include <zorv/api.h>
+
+/* Of these headers; by semantic versioning, in the C interface. */
+#define ZORV_VERSION_MAJOR 1
+#define ZORV_VERSION_MINOR 0
+#define ZORV_VERSION_PATCH 0
 
 ZORV_BEGIN
 

@@ -49,7 +49,7 @@ using Entry = std::unique_ptr<cfg_entry, Closer<free_entry>>;
 // Takes a line apart; it has its newline, if there is one.
 CfgLine parse_line(std::string_view line)
 {
-    if (line.starts_with(kMiscMark))
+    if (begins_with(line, kMiscMark))
         return {CfgLine::MiscMark, {}, {}};
     if (line.empty() || line.front() == '#' || line.front() == '\n' || line.front() == '\r')
         return {CfgLine::Nothing, {}, {}};

@@ -2,8 +2,11 @@
 #ifndef ZORV_CORE_LINES_H
 #define ZORV_CORE_LINES_H
 
+#include <cstdint>
 #include <cstring>
 #include <string_view>
+
+#include <sys/stat.h>
 
 #include "core/own.h"
 #include "core/text_tools.h"
@@ -12,24 +15,29 @@ namespace zorv {
 
 constexpr size_t kLineBuffer = 255; // what the line and value helpers read at a time
 
-constexpr unsigned kMostPieces = 1u << 20; // more than any table of the kernel has lines
+// Of a device or a pipe, which may have no end. A regular file, as all of /proc is, has one.
+constexpr size_t kMostPieces = 1u << 20;
+
+[[gnu::noinline]] inline size_t most_pieces(FILE *stream)
+{
+    struct stat info;
+    const bool has_end = stream && fstat(fileno(stream), &info) == 0 && S_ISREG(info.st_mode);
+    return has_end ? SIZE_MAX : kMostPieces;
+}
 
 // The lines of a stream with their newlines. A line of Size bytes or more comes in pieces of
-// Size - 1, each of which stands for a line. A file without an end ends after kMostPieces.
+// Size - 1, each of which stands for a line.
 template <size_t Size = kLineBuffer>
 class Lines {
 public:
-    explicit Lines(FILE *stream) : stream_(stream) {}
+    explicit Lines(FILE *stream) : stream_(stream), left_(most_pieces(stream)) {}
 
     // The next piece, borrowed until the next call; NULL at the end and for a null stream.
-    char *next()
-    {
-        return stream_ && count_++ < kMostPieces ? fgets(piece_, Size, stream_) : nullptr;
-    }
+    char *next() { return stream_ && left_-- > 0 ? fgets(piece_, Size, stream_) : nullptr; }
 
 private:
     FILE *stream_;
-    unsigned count_ = 0;
+    size_t left_;
     char piece_[Size];
 };
 

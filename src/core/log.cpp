@@ -1,16 +1,23 @@
 #include <zorv/log.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 #include <alloca.h>
 #include <fcntl.h>
+#include <jansson.h>
 #include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
+#include "core/json_text.h"
+#include "core/log_gate.h"
 #include "core/own.h"
+#include "core/pipe_signal.h"
 
 using namespace zorv;
 
@@ -37,6 +44,7 @@ struct Origin {
     int level;
     const char *module;
     const char *function;
+    pid_t pid = getpid();
 };
 
 bool syslog_is_running()
@@ -50,7 +58,7 @@ ZORV_PRINTF(3, 0)
 size_t print_line(char (&line)[kLine], const Origin &origin, const char *format, va_list arguments)
 {
     const int prefix =
-        snprintf(line, sizeof line, kPrefix, __progname, getpid(),
+        snprintf(line, sizeof line, kPrefix, __progname, origin.pid,
                  libzorv_log_level_names[origin.level], origin.module, origin.function);
     if (prefix < 0 || static_cast<size_t>(prefix) >= sizeof line)
         return 0;
@@ -70,7 +78,7 @@ size_t print_line(char (&line)[kLine], const Origin &origin, const char *format,
 ZORV_PRINTF(3, 0)
 void write_long_line(FILE *stream, const Origin &origin, const char *format, va_list arguments)
 {
-    fprintf(stream, kPrefix, __progname, getpid(), libzorv_log_level_names[origin.level],
+    fprintf(stream, kPrefix, __progname, origin.pid, libzorv_log_level_names[origin.level],
             origin.module, origin.function);
     vfprintf(stream, format, arguments);
     fputc('\n', stream);
@@ -102,9 +110,19 @@ void write_kernel_line(const Fd &device, const Origin &origin, const char *forma
         write_records(device, text, length);
 }
 
+// Whether a write raises SIGPIPE once the reader has gone.
+bool has_reader(FILE *stream)
+{
+    struct stat info;
+    return fstat(fileno(stream), &info) == 0 && (S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode));
+}
+
 ZORV_PRINTF(2, 0)
 void write_error_line(const Origin &origin, const char *format, va_list arguments)
 {
+    std::optional<PipeSignalHeld> no_pipe_signal;
+    if (has_reader(stderr))
+        no_pipe_signal.emplace();
     char line[kLine];
     if (const size_t length = print_line(line, origin, format, arguments))
         fwrite(line, 1, length, stderr);
@@ -118,7 +136,7 @@ void write_syslog_line(const Origin &origin, const char *format, va_list argumen
     char message[kLine];
     if (vsnprintf(message, sizeof message, format, arguments) < 0)
         message[0] = '\0';
-    syslog(origin.level, "%s[%d]: %s.%s(): %s\n", __progname, getpid(), origin.module,
+    syslog(origin.level, "%s[%d]: %s.%s(): %s\n", __progname, origin.pid, origin.module,
            origin.function, message);
 }
 
@@ -138,7 +156,7 @@ void write_line(const Origin &origin, const char *format, va_list arguments)
 size_t json_width(const Origin &origin)
 {
     const int prefix = snprintf(nullptr, 0, "%s: %s[%d]: %s.%s(): JSON - %4s: ", __progname,
-                                __progname, getpid(), origin.module, origin.function, "");
+                                __progname, origin.pid, origin.module, origin.function, "");
     return static_cast<size_t>(std::clamp(kJsonColumn - prefix, 1, kJsonColumn));
 }
 
@@ -168,6 +186,17 @@ void log_json_text(const Origin &origin, const char *text)
 
 } // namespace
 
+void zorv::log_for(pid_t pid, int level, const char *module, const char *function,
+                   const char *format, ...)
+{
+    const int saved = errno;
+    va_list arguments;
+    va_start(arguments, format);
+    write_line({level, module, function, pid}, format, arguments);
+    va_end(arguments);
+    errno = saved;
+}
+
 void libzorv_log(int level, const char *module, const char *function, const char *format, ...)
 {
     const int saved = errno;
@@ -181,7 +210,7 @@ void libzorv_log(int level, const char *module, const char *function, const char
 void libzorv_log_json(int level, const char *module, const char *function, const json_t *json,
                       const char *title)
 {
-    const Text text(json ? json_dumps(json, JSON_INDENT(4)) : nullptr);
+    const Text text = dump_json(json, JSON_INDENT(4));
     if (title)
         libzorv_log(level, module, function, "JSON - %4s: %s", "", title);
     if (!text)

@@ -5,6 +5,7 @@
 #ifndef ZORV_CORE_LOG_GATE_H
 #define ZORV_CORE_LOG_GATE_H
 
+#include <sys/types.h>
 #include <syslog.h>
 
 #include <zorv/log.h>
@@ -19,6 +20,14 @@
 #define log_info(...) LOG_GATED(4, LOG_INFO, __VA_ARGS__)
 #define log_debug(...) LOG_GATED(8, LOG_DEBUG, __VA_ARGS__)
 #define log_verbose(...) LOG_GATED(16, LOG_DEBUG, __VA_ARGS__)
+
+namespace zorv {
+
+// libzorv_log() for a process that cannot speak for itself: the line bears its pid.
+void log_for(pid_t pid, int level, const char *module, const char *function, const char *format,
+             ...) ZORV_PRINTF(5, 6);
+
+} // namespace zorv
 
 // After an allocation that failed; the line is that of the call.
 #define log_malloc_failed(size) log_error("%d: malloc(%zu) failed", __LINE__, size)

@@ -9,9 +9,10 @@
 #include <utility>
 
 #include <dirent.h>
-#include <jansson.h>
 #include <sys/file.h>
 #include <unistd.h>
+
+struct json_t;
 
 namespace zorv {
 
@@ -26,16 +27,21 @@ struct Closer {
     }
 };
 
-// json_decref() is another function in each source; this one is the same in all.
-inline void release_json(json_t *value)
-{
-    json_decref(value);
-}
+// Who owns values includes <jansson.h>; who does not need not have it.
+struct JsonCloser {
+    template <class T>
+    void operator()(T *value) const
+    {
+        const int saved = errno;
+        json_decref(value);
+        errno = saved;
+    }
+};
 
 using Text = std::unique_ptr<char, Closer<free>>; // malloc'd, NUL-terminated
 using File = std::unique_ptr<FILE, Closer<fclose>>;
 using Dir = std::unique_ptr<DIR, Closer<closedir>>;
-using Json = std::unique_ptr<json_t, Closer<release_json>>; // one reference
+using Json = std::unique_ptr<json_t, JsonCloser>; // one reference
 
 // A file descriptor; -1 is empty.
 class Fd {

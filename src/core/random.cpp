@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include <fcntl.h>
+#include <sys/random.h>
 #include <unistd.h>
 
 #include "core/log_gate.h"
@@ -17,7 +18,8 @@ namespace {
 
 constexpr char kModule[] = "libzorv_util";
 
-// A seed from the kernel, or from the time when that cannot be read.
+// A seed from the kernel: from the device that a start script may have fed, or by the system call
+// where /dev is not there yet; from the time when neither answers.
 uint32_t urandom()
 {
     uint32_t seed;
@@ -25,6 +27,9 @@ uint32_t urandom()
     if (read(device.get(), &seed, sizeof seed) == sizeof seed)
         return seed;
     log_verbose("read returned error in urandom");
+    if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) == sizeof seed)
+        return seed;
+    log_warning("no random numbers from the kernel, the time is taken");
     return static_cast<uint32_t>(time(nullptr));
 }
 

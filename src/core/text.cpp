@@ -77,11 +77,11 @@ bool comment_out(FILE *stream, const Line &line)
            fseek(stream, length - 1, SEEK_CUR) == 0;
 }
 
-// One pass over the file for one pattern; -1 when a line was too long.
+// One pass over the file for one pattern; -1 when a line was too long or the stream fails.
 int comment_out_pattern(FILE *stream, const char *pattern)
 {
     if (fseek(stream, 0, SEEK_SET) != 0)
-        return 0;
+        return -1;
     int rc = 0;
     Line line;
     while (read_line(stream, line)) {
@@ -89,11 +89,10 @@ int comment_out_pattern(FILE *stream, const char *pattern)
             skip_line(stream);
             rc = -1;
         } else if (contains(line, pattern) && !comment_out(stream, line)) {
-            break;
+            return -1;
         }
     }
-    fflush(stream);
-    return rc;
+    return fflush(stream) == 0 ? rc : -1;
 }
 
 } // namespace

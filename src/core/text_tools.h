@@ -25,6 +25,12 @@ inline void copy_text(char *destination, size_t size, const char *source)
     destination[length] = '\0';
 }
 
+// As starts_with(), which calls substr(), whose exception is left in at -O0 and -Os.
+constexpr bool begins_with(std::string_view text, std::string_view prefix)
+{
+    return text.size() >= prefix.size() && std::string_view(text.data(), prefix.size()) == prefix;
+}
+
 // A malloc'd copy; empty when memory is short, which the caller logs.
 inline Text duplicate(std::string_view source)
 {

@@ -3,16 +3,16 @@
 #include "crypto/aes_impl.h"
 #include "crypto/sha256_impl.h"
 
-#if defined(__x86_64__)
+#if defined(ZORV_CRYPTO_X86)
 #include <cpuid.h>
-#elif defined(__aarch64__)
+#elif defined(ZORV_CRYPTO_ARMV8)
 #include <asm/hwcap.h>
 #include <sys/auxv.h>
 #endif
 
 namespace zorv {
 
-#if defined(__x86_64__)
+#if defined(ZORV_CRYPTO_X86)
 
 namespace {
 
@@ -40,7 +40,7 @@ Sha256Compress *sha256_hardware()
     return has_features(bit_SSSE3 | bit_SSE4_1, kSha) ? sha256_compress_instructions : nullptr;
 }
 
-#elif defined(__aarch64__)
+#elif defined(ZORV_CRYPTO_ARMV8)
 
 const AesForm *aes_hardware()
 {

@@ -1,15 +1,19 @@
 #include <zorv/exec.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include <poll.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "core/log_gate.h"
+#include "exec/child.h"
 #include "exec/syswrapper.h"
 
 using namespace zorv;
@@ -17,38 +21,65 @@ using namespace zorv;
 namespace {
 
 constexpr char kModule[] = "libzorv_exec";
+constexpr int kLongestWait = 64; // milliseconds until a look for another child that has ended
+
+// Whose line it is: the caller's, or that of a child that cannot log.
+struct Speaker {
+    const char *function;
+    pid_t pid;
+};
 
 // On purpose: the newline stands before the reason, and no verbosity silences the text, which the
 // device's console is to show.
-void report_failed_fork(const char *function)
+void report_failed_fork(const Speaker &speaker, int error)
 {
+    errno = error;
     perror("Fork Failed!!\n");
     if (libzorv_log_level >= 8)
-        libzorv_log(LOG_DEBUG, kModule, function, "[ERROR] fork failed");
+        log_for(speaker.pid, LOG_DEBUG, kModule, speaker.function, "[ERROR] fork failed");
 }
 
-// On purpose: whichever child ends first is reaped, which need not be the one just started; callers
-// with children of their own allow for it. The code logged is that of an exit, although it was a
-// signal that ended the child.
-void wait_for_child(const char *function)
+// Whether the process still is a child of this one: nobody has reaped it.
+bool is_child(pid_t pid)
 {
+    siginfo_t info;
+    return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
+// A descriptor that poll() finds readable when the process has ended; empty before Linux 5.3.
+Fd watch(pid_t pid)
+{
+#ifdef SYS_pidfd_open
+    return Fd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+#else
+    return Fd();
+#endif
+}
+
+// Waits as wait() does, but not longer than the child is there: the host may ignore SIGCHLD or reap
+// all children itself, and wait() would then wait for an unrelated one. Returns the status of what
+// was reaped; 0 when it was another's.
+//
+// On purpose: whichever child ends first is reaped, which need not be the one just started; callers
+// with children of their own allow for it.
+int reap_first(pid_t child)
+{
+    const Fd end = watch(child);
+    pollfd event = {end.get(), POLLIN, 0}; // poll() passes over -1 and only waits
     int status = 0;
-    while (wait(&status) < 0 && errno == EINTR)
-        ;
+    for (int wait = 1; waitpid(-1, &status, WNOHANG) == 0 && is_child(child);
+         wait = std::min(2 * wait, kLongestWait))
+        poll(&event, 1, wait);
+    return status;
+}
+
+// The code logged is that of an exit, although it was a signal that ended the child.
+void wait_for_child(const char *function, pid_t child)
+{
+    const int status = reap_first(child);
     if (WTERMSIG(status) != 0 && libzorv_log_level >= 8)
         libzorv_log(LOG_DEBUG, kModule, function, "[ERROR] exit abnormally. code: %d",
                     WEXITSTATUS(status));
-}
-
-// In the child: goes on in a child of its own, which init adopts. When that cannot be made, the
-// caller's child goes on, and the caller waits for it.
-void detach(const char *function)
-{
-    const pid_t child = fork();
-    if (child < 0)
-        report_failed_fork(function);
-    else if (child > 0)
-        _exit(0);
 }
 
 } // namespace
@@ -57,14 +88,17 @@ void forkexec(char *const argv[])
 {
     if (!argv || !argv[0])
         return;
-    const pid_t child = fork();
-    if (child < 0)
-        return report_failed_fork(__func__);
-    if (child == 0) {
-        execv(argv[0], argv);
-        exit(0); // On purpose: looks like a success to callers, and flushes their stdio buffers
+    Child child = start_child({argv[0], argv});
+    if (child.pid >= 0 && child.exec_error != 0) {
+        reap_child(child.pid);
+        child.pid = fork();
+        child.fork_error = errno;
+        if (child.pid == 0)
+            exit(0); // On purpose: looks like a success to callers, and flushes their stdio buffers
     }
-    wait_for_child(__func__);
+    if (child.pid < 0)
+        return report_failed_fork({__func__, getpid()}, child.fork_error);
+    wait_for_child(__func__, child.pid);
 }
 
 void syswrapper_impl(int wait, const char *command, ...)
@@ -89,16 +123,13 @@ void syswrapper_impl(int wait, const char *command, ...)
     if (vector.is_full())
         log_debug("[ERROR] too many arguments for syswrapper, '%s' skipped!", command);
 
-    const pid_t child = fork();
-    if (child < 0)
-        return report_failed_fork(__func__);
-    if (child == 0) {
-        if (strcmp(command, "reload") != 0) // periodic: it would fill the log
-            log_debug("[EXEC] %s %s", script, command);
-        if (!wait)
-            detach(__func__);
-        execv(script, const_cast<char *const *>(vector.words()));
-        _exit(0);
-    }
-    wait_for_child(__func__);
+    const Child child =
+        start_child({.path = script, .argv = vector.words(), .detached = wait == 0});
+    if (child.pid < 0)
+        return report_failed_fork({__func__, getpid()}, child.fork_error);
+    if (strcmp(command, "reload") != 0 && libzorv_log_level >= 8) // periodic: it would fill the log
+        log_for(child.pid, LOG_DEBUG, kModule, __func__, "[EXEC] %s %s", script, command);
+    if (child.fork_error != 0)
+        report_failed_fork({__func__, child.pid}, child.fork_error);
+    wait_for_child(__func__, child.pid);
 }

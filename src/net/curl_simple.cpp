@@ -1,7 +1,6 @@
 #include <zorv/curl_simple.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -9,10 +8,12 @@
 
 #include <curl/curl.h>
 #include <jansson.h>
+#include <strings.h>
 
+#include "core/json_text.h"
 #include "core/log_gate.h"
 #include "core/own.h"
-#include "net/json_request.h"
+#include "core/pipe_signal.h"
 #include "net/response.h"
 
 using namespace zorv;
@@ -49,43 +50,6 @@ struct Request {
 using Easy = std::unique_ptr<CURL, Closer<curl_easy_cleanup>>;
 using Headers = std::unique_ptr<curl_slist, Closer<curl_slist_free_all>>;
 
-// Holds SIGPIPE back in this thread, and takes away one that was raised meanwhile. CURLOPT_NOSIGNAL
-// switches off libcurl's own care for it, and TLS libraries that write with write() raise it when
-// the peer has gone.
-class PipeSignalHeld {
-public:
-    PipeSignalHeld()
-    {
-        sigset_t pending;
-        sigpending(&pending);
-        was_pending_ = sigismember(&pending, SIGPIPE) == 1;
-        const sigset_t pipe = pipe_signal();
-        pthread_sigmask(SIG_BLOCK, &pipe, &old_);
-    }
-    PipeSignalHeld(const PipeSignalHeld &) = delete;
-    PipeSignalHeld &operator=(const PipeSignalHeld &) = delete;
-    ~PipeSignalHeld()
-    {
-        const sigset_t pipe = pipe_signal();
-        constexpr timespec kAtOnce = {};
-        if (!was_pending_)
-            sigtimedwait(&pipe, nullptr, &kAtOnce);
-        pthread_sigmask(SIG_SETMASK, &old_, nullptr);
-    }
-
-private:
-    static sigset_t pipe_signal()
-    {
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, SIGPIPE);
-        return set;
-    }
-
-    sigset_t old_;
-    bool was_pending_;
-};
-
 // libcurl's write callback. What is beyond the limit counts as taken, so that the transfer goes on.
 size_t collect_body(char *bytes, size_t size, size_t count, void *user)
 {
@@ -100,44 +64,90 @@ size_t collect_body(char *bytes, size_t size, size_t count, void *user)
     return n;
 }
 
-// Of what libcurl copies, only memory can be short; a request without it would be another request.
-bool is_set(CURLcode result)
+// Sets options until one fails, whose result it keeps: without it the request would be another.
+class Options {
+public:
+    explicit Options(CURL *easy) : easy_(easy) {}
+
+    template <class Value>
+    void set(CURLoption option, Value value)
+    {
+        if (result_ == CURLE_OK)
+            result_ = curl_easy_setopt(easy_, option, value);
+    }
+
+    // For an option that older releases of libcurl lack. Returns whether this one has it.
+    template <class Value>
+    bool set_newer(int option, Value value)
+    {
+        set(static_cast<CURLoption>(option), value);
+        if (result_ != CURLE_UNKNOWN_OPTION)
+            return true;
+        result_ = CURLE_OK;
+        return false;
+    }
+
+    CURLcode result() const { return result_; }
+
+private:
+    CURL *easy_;
+    CURLcode result_ = CURLE_OK;
+};
+
+// Options by their numbers, as the headers of older releases lack the new ones and those of newer
+// releases warn of the old ones.
+constexpr int kProtocols = 181, kRedirectProtocols = 182;             // until 7.85: bits,
+constexpr int kProtocolNames = 10318, kRedirectProtocolNames = 10319; // then texts
+constexpr int kQuickExit = 322;                                       // since 7.87
+
+// Only HTTP: a URL or a redirect may come from elsewhere, and "file:" would read the unit's own
+// files. A redirect leads from https to nothing else.
+void set_protocols(Options &options, const char *url)
 {
-    return result != CURLE_OUT_OF_MEMORY;
+    const bool is_secure = url && strncasecmp(url, "https:", strlen("https:")) == 0;
+    if (!options.set_newer(kProtocolNames, "http,https"))
+        options.set(static_cast<CURLoption>(kProtocols), long{CURLPROTO_HTTP | CURLPROTO_HTTPS});
+    if (!options.set_newer(kRedirectProtocolNames, is_secure ? "https" : "http,https"))
+        options.set(static_cast<CURLoption>(kRedirectProtocols),
+                    long{is_secure ? CURLPROTO_HTTPS : CURLPROTO_HTTP | CURLPROTO_HTTPS});
 }
 
 CURLcode set_options(CURL *easy, Method method, const Request &request, char *error,
                      curl_simple_response *response)
 {
-    if (!is_set(curl_easy_setopt(easy, CURLOPT_URL, request.url)) ||
-        !is_set(curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, curl_simple_method_str[method])))
-        return CURLE_OUT_OF_MEMORY;
-    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
+    Options options(easy);
+    options.set(CURLOPT_URL, request.url);
+    options.set(CURLOPT_CUSTOMREQUEST, curl_simple_method_str[method]);
+    options.set(CURLOPT_FOLLOWLOCATION, 1L);
+    options.set(CURLOPT_SSL_VERIFYPEER, 1L);
+    options.set(CURLOPT_SSL_VERIFYHOST, 2L);
     if (request.headers)
-        curl_easy_setopt(easy, CURLOPT_HTTPHEADER, request.headers);
+        options.set(CURLOPT_HTTPHEADER, request.headers);
     if (request.data && request.length > 0) {
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, request.data);
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, request.length);
+        options.set(CURLOPT_POSTFIELDS, request.data);
+        options.set(CURLOPT_POSTFIELDSIZE, request.length);
     }
-    curl_easy_setopt(easy, CURLOPT_TIMEOUT, kTimeout);
-    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error);
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    // On purpose: without a response libcurl's own writer prints the body, for tools that fetch.
+    options.set(CURLOPT_TIMEOUT, kTimeout);
+    options.set(CURLOPT_ERRORBUFFER, error);
+    options.set(CURLOPT_NOSIGNAL, 1L);
+    // On purpose: without a response libcurl's own writer prints the body; kept for callers built
+    // against it.
     if (response) {
-        curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, collect_body);
-        curl_easy_setopt(easy, CURLOPT_WRITEDATA, response);
+        options.set(CURLOPT_WRITEFUNCTION, collect_body);
+        options.set(CURLOPT_WRITEDATA, response);
     }
-    return CURLE_OK;
+    options.set(CURLOPT_POSTREDIR, long{CURL_REDIR_POST_ALL}); // with its body, too
+    set_protocols(options, request.url);
+    options.set(CURLOPT_PROXY, ""); // of the environment none: what configures a unit is in files
+    options.set_newer(kQuickExit, 1L); // a resolver that does not answer is not waited for
+    return options.result();
 }
 
 // NULL stands for the system's resolver.
 CURLcode perform_with(CURL *easy, const char *provider)
 {
-    if (!is_set(curl_easy_setopt(easy, CURLOPT_DOH_URL, provider)))
-        return CURLE_OUT_OF_MEMORY;
-    return curl_easy_perform(easy);
+    const CURLcode result = curl_easy_setopt(easy, CURLOPT_DOH_URL, provider);
+    return result == CURLE_OK ? curl_easy_perform(easy) : result;
 }
 
 CURLcode perform(CURL *easy, unsigned flags)
@@ -155,7 +165,9 @@ CURLcode perform(CURL *easy, unsigned flags)
 
 int curl_simple(Method method, const Request &request, curl_simple_response *response)
 {
-    const PipeSignalHeld no_pipe_signal; // until behind the clean-up, which may write
+    // CURLOPT_NOSIGNAL switches off libcurl's own care, and TLS libraries that write with write()
+    // raise SIGPIPE when the peer has gone. Held until behind the clean-up, which may write.
+    const PipeSignalHeld no_pipe_signal;
     char error[CURL_ERROR_SIZE] = "";
     const Easy easy(curl_easy_init());
     if (!easy) {
@@ -174,33 +186,23 @@ int curl_simple(Method method, const Request &request, curl_simple_response *res
 }
 
 int curl_simple_json(Method method, const char *url, unsigned flags, const json_t *body,
-                     const char *text, curl_simple_response *response)
+                     curl_simple_response *response)
 {
     const Headers headers(curl_slist_append(nullptr, "Content-Type: application/json"));
     if (!headers) {
         log_error("Failed to add HTTP header");
         return CURLE_OUT_OF_MEMORY;
     }
-    Text made;
+    const Text text = dump_json(body, JSON_COMPACT);
     if (body && !text) {
-        made.reset(json_dumps(body, JSON_COMPACT));
-        if (!made) {
-            log_error("Failed to dump json payload object");
-            return CURLE_OUT_OF_MEMORY;
-        }
-        text = made.get();
+        log_error("Failed to dump json payload object");
+        return CURLE_OUT_OF_MEMORY;
     }
-    const long length = text ? static_cast<long>(strlen(text)) : 0;
-    return curl_simple(method, {url, flags, headers.get(), text, length}, response);
+    const long length = text ? static_cast<long>(strlen(text.get())) : 0;
+    return curl_simple(method, {url, flags, headers.get(), text.get(), length}, response);
 }
 
 } // namespace
-
-int zorv::post_json(const char *url, unsigned flags, const json_t *body, const char *text,
-                    curl_simple_response *resp)
-{
-    return curl_simple_json(kPost, url, flags, body, text, resp);
-}
 
 curl_simple_response *curl_simple_response_init(size_t max_size)
 {
@@ -246,10 +248,10 @@ int curl_simple_put(const char *url, unsigned flags, curl_slist *headers, const 
 
 int curl_simple_post_json(const char *url, unsigned flags, json_t *body, curl_simple_response *resp)
 {
-    return curl_simple_json(kPost, url, flags, body, nullptr, resp);
+    return curl_simple_json(kPost, url, flags, body, resp);
 }
 
 int curl_simple_put_json(const char *url, unsigned flags, json_t *body, curl_simple_response *resp)
 {
-    return curl_simple_json(kPut, url, flags, body, nullptr, resp);
+    return curl_simple_json(kPut, url, flags, body, resp);
 }

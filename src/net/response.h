@@ -12,6 +12,27 @@ namespace zorv {
 
 using Response = std::unique_ptr<curl_simple_response, Closer<curl_simple_response_free>>;
 
+// What is kept of the body, as a text that ends at its first NUL; borrowed from the response, of
+// which it may keep fewer bytes than a buffer begins with: then the NUL has room behind them.
+inline char *body_text(const curl_simple_response &response)
+{
+    buffer *const body = response.body;
+    body->append(body, "", 1);
+    return reinterpret_cast<char *>(body->data(body));
+}
+
+// The same for a log line, which a service might use to write others: control characters, those of
+// the body too from then on, are blanks.
+inline const char *loggable_body(const curl_simple_response &response)
+{
+    char *const text = body_text(response);
+    for (char *at = text; *at != '\0'; ++at) {
+        if (static_cast<unsigned char>(*at) < ' ' || *at == '\x7f')
+            *at = ' ';
+    }
+    return text;
+}
+
 } // namespace zorv
 
 #endif

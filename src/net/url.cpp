@@ -101,7 +101,7 @@ const Scheme *take_scheme(string_view &text)
         return find_scheme("http");
     const string_view name = before(text, colon);
     text = from(text, colon);
-    if (!text.starts_with("://"))
+    if (!begins_with(text, "://"))
         return nullptr;
     text.remove_prefix(strlen("://"));
     return find_scheme(name);

@@ -21,6 +21,25 @@ constexpr int kDumpLevel = 16; // the one log level that shows whole answers
 
 using Answer = std::unique_ptr<addrinfo, Closer<freeaddrinfo>>;
 
+// The protocols that answers have, by their names in /etc/protocols. getprotobynumber() is not for
+// threads.
+constexpr struct {
+    int number;
+    char name[5];
+} kProtocols[] = {
+    {IPPROTO_ICMP, "icmp"},
+    {IPPROTO_TCP, "tcp"},
+    {IPPROTO_UDP, "udp"},
+};
+
+const char *protocol_name(int number)
+{
+    for (const auto &protocol : kProtocols)
+        if (protocol.number == number)
+            return protocol.name;
+    return "Unknown";
+}
+
 constexpr bool is_internet(int family)
 {
     return family == AF_INET || family == AF_INET6;
@@ -114,10 +133,7 @@ void dump_addrinfo(const addrinfo *list)
     if (libzorv_log_level < 8) // names and addresses are made readable for debug alone
         return;
     for (; list; list = list->ai_next) {
-        if (const protoent *const protocol = getprotobynumber(list->ai_protocol))
-            log_debug("Protocol:\t%d (%s)", list->ai_protocol, protocol->p_name);
-        else
-            log_debug("Protocol:\t%d (Unknown)", list->ai_protocol);
+        log_debug("Protocol:\t%d (%s)", list->ai_protocol, protocol_name(list->ai_protocol));
         if (!list->ai_addr)
             continue;
 

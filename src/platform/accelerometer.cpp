@@ -1,6 +1,8 @@
 #include <zorv/board.h>
 #include <zorv/file.h>
 
+#include <jansson.h>
+
 #include "core/own.h"
 
 using namespace zorv;
@@ -37,6 +39,7 @@ json_t *prepare_accelerometer_status()
     Json status(json_object());
     fwriteline(ACCELEROMETER "sampling_frequency", "50");
     for (const auto &axis : kAxes)
-        json_object_set_new(status.get(), axis.name, json_integer(read_axis(axis.path)));
+        if (json_object_set_new(status.get(), axis.name, json_integer(read_axis(axis.path))) != 0)
+            return nullptr;
     return status.release();
 }

@@ -104,7 +104,7 @@ const board_record *identify_by_radios()
 {
     // On purpose: the call is for its reading of /proc/cpuinfo; no field takes the result.
     detect_cpu_arch();
-    pci_entry devices[std::size(g_unknown.radios)];
+    pci_entry devices[std::size(g_unknown.radios)] = {};
     const int count = pci_detect(devices, std::size(devices), kRadioVendor);
     g_unknown.radio_count = 0;
     for (int i = 0; i < count; ++i) {

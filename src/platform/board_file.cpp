@@ -4,13 +4,12 @@
 
 #include <zorv/file.h>
 
+#include "core/device_files.h"
 #include "core/lines.h"
 
 using namespace zorv;
 
 namespace {
-
-constexpr char kSystemInfo[] = "/proc/zorvhal/system.info";
 
 constinit char g_main_mac[sizeof "00:11:22:33:44:55"] = ""; // of the last call
 

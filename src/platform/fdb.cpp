@@ -51,6 +51,18 @@ Fd open_table(const char *path)
     return Fd(open(path, O_RDONLY | O_CLOEXEC));
 }
 
+ssize_t read_on(const Fd &file, void *room, size_t size)
+{
+    return TEMP_FAILURE_RETRY(read(file.get(), room, size));
+}
+
+// The next entry of a folder; at its end errno is 0, else it is the error.
+const dirent *next_entry(DIR *folder)
+{
+    errno = 0;
+    return readdir(folder);
+}
+
 // Whether a name is the given one, or goes on with a point behind it.
 bool is_or_extends(const char *name, const char *given)
 {
@@ -88,7 +100,7 @@ void add_port(int folder, const char *name, Ports &ports)
 
 void collect_ports(DIR *folder, const char *const *exclude, Ports &ports)
 {
-    while (const dirent *const entry = readdir(folder)) {
+    while (const dirent *const entry = next_entry(folder)) {
         if (ports.count == MAX_ETH_PORTS)
             break;
         if (entry->d_name[0] != '.' && !is_excluded(entry->d_name, exclude))
@@ -98,25 +110,34 @@ void collect_ports(DIR *folder, const char *const *exclude, Ports &ports)
         fprintf(stderr, "%s: WARN: MAX_ETH_PORTS hit!\n", "_fdb_foreach_on_bridge");
 }
 
+void print_error(const char *path)
+{
+    fprintf(stderr, "%s: %s\n", path, strerror(errno));
+}
+
 void visit_bridge(const char *bridge, const char *const *exclude, fdb_callback callback, void *user)
 {
-    const Dir folder(opendir(path_of(bridge, "brif").text));
+    Path path = path_of(bridge, "brif");
+    const Dir folder(opendir(path.text));
     if (!folder)
         return; // not a bridge
     Ports ports;
     collect_ports(folder.get(), exclude, ports);
+    if (errno != 0)
+        return print_error(path.text);
 
-    const Path path = path_of(bridge, "brforward");
+    path = path_of(bridge, "brforward");
     const Fd table = open_table(path.text);
-    if (!table) {
-        fprintf(stderr, "%s: %s\n", path.text, strerror(errno));
-        return;
-    }
+    if (!table)
+        return print_error(path.text);
     fdb_record record;
+    ssize_t size;
     // On purpose 24 bytes, as the switch driver publishes them, although the kernel's have 16.
-    while (read(table.get(), &record, sizeof record) == sizeof record)
+    while ((size = read_on(table, &record, sizeof record)) == sizeof record)
         if (ports.wanted[record.port_no])
             callback(user, &record, ports.last);
+    if (size < 0)
+        print_error(path.text);
 }
 
 // Reports the step of fdb_delneigh() that failed by the number that its callers know.
@@ -168,7 +189,7 @@ int get_mac_brinfo(const char *bridge, const char *mac, unsigned *age_seconds, u
     uint8_t block[kTableBlock];
     fdb_record record;
     ssize_t size;
-    while ((size = read(table.get(), block, sizeof block)) > 0) {
+    while ((size = read_on(table, block, sizeof block)) > 0) {
         if (!find_record({block, static_cast<size_t>(size)}, wanted, record))
             continue;
         if (age_seconds)
@@ -183,14 +204,14 @@ int get_mac_brinfo(const char *bridge, const char *mac, unsigned *age_seconds, u
 void fdb_foreach(const char *bridge_prefix, const char **exclude, fdb_callback callback, void *user)
 {
     const Dir folder(opendir(kInterfaces));
-    if (!folder) {
-        fprintf(stderr, "%s: %s\n", kInterfaces, strerror(errno));
-        return;
-    }
-    while (const dirent *const entry = readdir(folder.get()))
+    if (!folder)
+        return print_error(kInterfaces);
+    while (const dirent *const entry = next_entry(folder.get()))
         if (callback && entry->d_name[0] != '.' &&
             (!bridge_prefix || is_or_extends(entry->d_name, bridge_prefix)))
             visit_bridge(entry->d_name, exclude, callback, user);
+    if (errno != 0)
+        print_error(kInterfaces);
 }
 
 int fdb_delneigh(const uint8_t mac[6], const char *ifname)
@@ -210,8 +231,7 @@ int fdb_delneigh(const uint8_t mac[6], const char *ifname)
         return fail_delneigh(149);
     uint8_t address[6];
     memcpy(address, mac, sizeof address);
-    NetlinkRequest request(RTM_DELNEIGH, NLM_F_REQUEST, fixed);
+    NetlinkRequest request(RTM_DELNEIGH, NLM_F_REQUEST, fixed, NDA_LLADDR, address);
     request.sign(static_cast<uint32_t>(time(nullptr)), static_cast<uint32_t>(getpid()));
-    request.add(NDA_LLADDR, address);
     return request.send_on(socket) ? 0 : fail_delneigh(165);
 }

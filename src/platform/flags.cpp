@@ -55,7 +55,8 @@ int system_set_value(const char *path, const char *value)
     File file(fopen(path, "we"));
     if (!file)
         return -1;
-    fprintf(file.get(), "%s\n", value);
+    if (fprintf(file.get(), "%s\n", value) < 0) // a long one does not wait for fclose()
+        return -1;
     return fclose(file.release());
 }
 

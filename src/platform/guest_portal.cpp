@@ -1,6 +1,7 @@
 #include <zorv/guest_portal.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstring>
@@ -56,9 +57,13 @@ buffer *fill_portal_buffer_file(const char *name, const char *file)
             continue;
         log_error("Couldn't read all of %s. Only have %d bytes", path,
                   static_cast<int>(text->length(text)));
-        break;
+        return text;
     }
-    return text;
+    if (!ferror(stream.get()))
+        return text;
+    log_error("Couldn't read %s", path);
+    buffer_destroy(text);
+    return nullptr;
 }
 
 void destroy(buffer *&text)
@@ -174,7 +179,7 @@ void guest_portal_set_read(guest_portal_set *s)
         log_error("Couldn't open guest dir %s", kPortals);
         return;
     }
-    while (const dirent *const entry = readdir(folder.get())) {
+    while (const dirent *const entry = (errno = 0, readdir(folder.get()))) {
         if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0)
             continue;
         Portal portal(static_cast<guest_portal *>(malloc(sizeof(guest_portal))));
@@ -186,6 +191,8 @@ void guest_portal_set_read(guest_portal_set *s)
         guest_portal_read(portal.get(), entry->d_name);
         guest_portal_set_add(s, portal.release());
     }
+    if (errno != 0)
+        log_error("Couldn't read guest dir %s", kPortals);
 }
 
 void guest_portal_set_clear(guest_portal_set *s)

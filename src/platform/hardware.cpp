@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <jansson.h>
 #include <strings.h>
 
 #include "core/lines.h"
@@ -53,11 +54,12 @@ int list_devices(pci_entry *entries, int max, uint16_t vendor)
         return -1;
     Lines<kPciRow> rows(list.get());
     int count = 0;
-    pci_entry entry;
     const char *row;
-    while (count < max && (row = rows.next()))
+    while (count < max && (row = rows.next())) {
+        pci_entry entry = entries[count]; // what the configuration space tells stays the caller's
         if (read_pci_row(row, entry) && entry.vendor == vendor)
             entries[count++] = entry;
+    }
     return count;
 }
 
@@ -99,7 +101,6 @@ bool zorv::read_pci_row(const char *row, pci_entry &entry)
     unsigned irq;
     if (sscanf(row, "%x %x %x", &place, &ids, &irq) != 3)
         return false;
-    entry = {};
     entry.bus = static_cast<uint8_t>(place >> 8);
     entry.slot = place >> 3 & 31;
     entry.function = place & 7;

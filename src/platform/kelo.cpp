@@ -5,6 +5,7 @@
 
 #include <zorv/file.h>
 
+#include "core/text_tools.h"
 #include "platform/build_facts.h"
 #include "platform/config_files.h"
 
@@ -28,7 +29,7 @@ public:
     bool is(const char *word) const { return strcmp(text_, word) == 0; }
     bool begins_with(std::string_view word) const
     {
-        return std::string_view(text_).starts_with(word);
+        return zorv::begins_with(text_, word);
     }
 
 private:

@@ -4,6 +4,7 @@
 
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "core/pause.h"
 
 using namespace zorv;
 
@@ -18,13 +19,13 @@ constexpr int kTries = 11;
 constinit DIR *g_report = nullptr;
 constinit int g_inform_profile = -1;
 
-// A sleep follows every try that fails, the last one as well.
+// A second follows every try that fails, the last one as well.
 bool wait_for_lock(int fd)
 {
     for (int i = 0; i < kTries; ++i) {
         if (flock(fd, LOCK_EX | LOCK_NB) == 0)
             return true;
-        sleep(1);
+        pause_for(1);
     }
     return false;
 }

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include <sys/socket.h>
-
 namespace zorv {
 
 namespace {
@@ -91,20 +89,14 @@ Answer judge_answer(Bytes datagram, uint32_t port)
     return Answer::goes_on;
 }
 
-bool receive_answer(const Fd &socket, uint32_t port, std::span<uint8_t> room, Bytes &answer)
+Answer receive_answer(const Fd &socket, uint32_t port, std::span<uint8_t> room, Bytes &datagram)
 {
-    size_t used = 0;
-    Answer state;
-    do {
-        const auto free = room.subspan(used);
-        const ssize_t size = recv(socket.get(), free.data(), free.size(), MSG_TRUNC);
-        if (size < 0 || static_cast<size_t>(size) > free.size())
-            return false;
-        state = judge_answer(free.first(static_cast<size_t>(size)), port);
-        used += static_cast<size_t>(size);
-    } while (state == Answer::goes_on);
-    answer = room.first(used);
-    return state == Answer::is_complete;
+    const ssize_t size =
+        TEMP_FAILURE_RETRY(recv(socket.get(), room.data(), room.size(), MSG_TRUNC));
+    if (size < 0 || static_cast<size_t>(size) > room.size())
+        return Answer::is_broken;
+    datagram = room.first(static_cast<size_t>(size));
+    return judge_answer(datagram, port);
 }
 
 bool take_route(Bytes &rest, Route &route)

@@ -11,6 +11,7 @@
 
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <sys/socket.h>
 
 #include "core/own.h"
 
@@ -18,15 +19,26 @@ namespace zorv {
 
 using Bytes = std::span<const uint8_t>;
 
-// A message in the making, the attributes behind its fixed part.
+// A message in the making: a fixed part and at most one attribute, of at most 8 bytes.
 template <class Fixed>
 class NetlinkRequest {
 public:
-    NetlinkRequest(uint16_t type, uint16_t flags, const Fixed &fixed) : length_(NLMSG_HDRLEN)
+    NetlinkRequest(uint16_t type, uint16_t flags, const Fixed &fixed)
     {
         header_.nlmsg_type = type;
         header_.nlmsg_flags = flags;
         append({reinterpret_cast<const uint8_t *>(&fixed), sizeof fixed});
+    }
+
+    template <size_t Size>
+    NetlinkRequest(uint16_t type, uint16_t flags, const Fixed &fixed, uint16_t attribute_type,
+                   const uint8_t (&value)[Size])
+        : NetlinkRequest(type, flags, fixed)
+    {
+        static_assert(Size <= kValue);
+        const rtattr attribute = {RTA_LENGTH(Size), attribute_type};
+        append({reinterpret_cast<const uint8_t *>(&attribute), sizeof attribute});
+        append({value, Size});
     }
 
     // Who asks; the answer carries both back.
@@ -36,21 +48,12 @@ public:
         header_.nlmsg_pid = port;
     }
 
-    // Room is for one attribute of at most 8 bytes.
-    template <size_t Size>
-    void add(uint16_t type, const uint8_t (&value)[Size])
-    {
-        static_assert(Size <= kValue);
-        const rtattr attribute = {RTA_LENGTH(Size), type};
-        append({reinterpret_cast<const uint8_t *>(&attribute), sizeof attribute});
-        append({value, Size});
-    }
-
     bool send_on(const Fd &socket)
     {
         header_.nlmsg_len = static_cast<uint32_t>(length_);
         memcpy(bytes_.data(), &header_, sizeof header_);
-        return send(socket.get(), bytes_.data(), length_, 0) == static_cast<ssize_t>(length_);
+        return TEMP_FAILURE_RETRY(send(socket.get(), bytes_.data(), length_, 0)) ==
+               static_cast<ssize_t>(length_);
     }
 
 private:
@@ -63,7 +66,7 @@ private:
     }
 
     nlmsghdr header_ = {};
-    size_t length_;
+    size_t length_ = NLMSG_HDRLEN;
     std::array<uint8_t, NLMSG_SPACE(sizeof(Fixed)) + RTA_SPACE(kValue)> bytes_ = {};
 };
 
@@ -92,8 +95,8 @@ enum class Answer { goes_on, is_complete, is_broken };
 // Judges one datagram of the answer to a dump that `port` asked for.
 Answer judge_answer(Bytes datagram, uint32_t port);
 
-// Receives a whole answer. False when it fails, is broken or does not fit.
-bool receive_answer(const Fd &socket, uint32_t port, std::span<uint8_t> room, Bytes &answer);
+// Receives one datagram of an answer; one that does not come, or not fit, is broken.
+Answer receive_answer(const Fd &socket, uint32_t port, std::span<uint8_t> room, Bytes &datagram);
 
 struct Route {
     bool is_default = false;

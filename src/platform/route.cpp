@@ -14,7 +14,7 @@ using namespace zorv;
 namespace {
 
 constexpr char kUplink[] = "br0";
-constexpr size_t kAnswer = 8192; // more than a hundred routes
+constexpr size_t kDatagram = 8192; // of an answer; the kernel fills it with some 125 routes
 
 bool request_routes(const Fd &socket, uint32_t port)
 {
@@ -38,21 +38,26 @@ int get_gateway(char *buf, uint32_t *addr, uint32_t len)
 {
     const Fd socket = open_route_socket(SOCK_DGRAM);
     const auto port = static_cast<uint32_t>(getpid());
-    uint8_t room[kAnswer];
-    Bytes answer;
-    if (!buf || !addr || !socket || !request_routes(socket, port) ||
-        !receive_answer(socket, port, room, answer))
+    if (!buf || !addr || !socket || !request_routes(socket, port))
         return -1;
+    uint8_t room[kDatagram];
+    Bytes datagram;
     Route route;
-    while (take_route(answer, route)) {
-        if (!route.is_default || !route.has_gateway || !leaves_through_uplink(route))
-            continue;
-        char text[INET_ADDRSTRLEN];
-        copy_text(buf, len, inet_ntop(AF_INET, &route.gateway, text, sizeof text));
-        *addr = route.gateway;
-        return 1;
-    }
-    return 0;
+    bool found = false;
+    Answer state;
+    do { // to its end, for what is broken there is no answer
+        state = receive_answer(socket, port, room, datagram);
+        while (state != Answer::is_broken && !found && take_route(datagram, route))
+            found = route.is_default && route.has_gateway && leaves_through_uplink(route);
+    } while (state == Answer::goes_on);
+    if (state == Answer::is_broken)
+        return -1;
+    if (!found)
+        return 0;
+    char text[INET_ADDRSTRLEN];
+    copy_text(buf, len, inet_ntop(AF_INET, &route.gateway, text, sizeof text));
+    *addr = route.gateway;
+    return 1;
 }
 
 int get_gateway_mac(char *mac, size_t size)
@@ -72,7 +77,7 @@ int add_ip_neigh_entry(const char *ifname, const char *ip)
     fixed.ndm_family = AF_INET;
     IfaceSocket().get_index(ifname, fixed.ndm_ifindex); // else 0
     fixed.ndm_state = NUD_INCOMPLETE;
-    NetlinkRequest request(RTM_NEWNEIGH, NLM_F_REQUEST | NLM_F_EXCL | NLM_F_CREATE, fixed);
-    request.add(NDA_DST, address);
+    NetlinkRequest request(RTM_NEWNEIGH, NLM_F_REQUEST | NLM_F_EXCL | NLM_F_CREATE, fixed, NDA_DST,
+                           address);
     return request.send_on(open_route_socket(SOCK_RAW)) ? 0 : -1;
 }

@@ -4,11 +4,11 @@
 
 #include <zorv/board.h>
 
+#include "core/device_files.h"
 #include "core/own.h"
 
 namespace zorv {
 
-constexpr char kSystemInfo[] = "/proc/zorvhal/system.info";
 constexpr size_t kSystemInfoLine = 256;
 
 // Which ids a file has told so far.

@@ -11,6 +11,22 @@
 
 #include "core/log_gate.h"
 
+// A datagram's header.
+static_assert(sizeof(zorv_protocol_header) == 40);
+static_assert(offsetof(zorv_protocol_header, length) == 6);
+static_assert(offsetof(zorv_protocol_header, iv) == 12);
+static_assert(offsetof(zorv_protocol_header, device) == 28);
+static_assert(offsetof(zorv_protocol_header, sequence) == 34);
+static_assert(offsetof(zorv_protocol_header, crc32) == 36);
+
+// Callers read fields in place.
+static_assert(sizeof(zorv_protocol_ctrl_t) == 64);
+static_assert(offsetof(zorv_protocol_ctrl_t, fd) == 20);
+static_assert(offsetof(zorv_protocol_ctrl_t, device) == 24);
+static_assert(offsetof(zorv_protocol_ctrl_t, key) == 30);
+static_assert(offsetof(zorv_protocol_ctrl_t, last_sequence) == 46);
+static_assert(offsetof(zorv_protocol_ctrl_t, own_sequence) == 48);
+
 namespace {
 
 constexpr char kModule[] = "libzorv";
@@ -139,12 +155,11 @@ uint32_t dec_payload(int received_len, void *datagram, const zorv_protocol_ctrl_
     if (!is_acceptable(header))
         return kRejected;
 
-    // On purpose the status is not looked at: a length that is no multiple of the block leaves the
-    // payload as it came, and the check sum decides; receivers already installed do the same.
     uint8_t *const payload = static_cast<uint8_t *>(datagram) + kHeader;
-    aes_cbc_decrypt_128(ctrl->key, header.iv, payload, header.length);
+    const bool decrypted = aes_cbc_decrypt_128(ctrl->key, header.iv, payload, header.length) == 0;
     const uint32_t sum = check_sum(payload, header.length);
-    if (sum != header.crc32) {
+    // A payload of no whole blocks was not encrypted: its sum, right or not, proves no key.
+    if (!decrypted || sum != header.crc32) {
         log_error("hdr=%d, crc32=%d", static_cast<int>(header.crc32), static_cast<int>(sum));
         return kRejected;
     }

@@ -16,6 +16,7 @@
 #include <zorv/file.h>
 #include <zorv/text.h>
 
+#include "core/device_files.h"
 #include "core/log_gate.h"
 #include "core/own.h"
 
@@ -24,7 +25,6 @@ using namespace zorv;
 namespace {
 
 constexpr char kModule[] = "zorv_protocol";
-constexpr char kBoardFile[] = "/proc/zorvhal/system.info";
 constexpr char kSiteFile[] = "/var/run/zorv_protocol.info";
 constexpr char kAddressFile[] = "/var/run/ipready.br0";
 constexpr char kKeyName[] = "pluvo.key";
@@ -120,7 +120,7 @@ void set_ready()
 void load_device()
 {
     char serial[kLine];
-    freadvalue(kBoardFile, "serialno", serial, sizeof serial, "000000000000");
+    freadvalue(kSystemInfo, "serialno", serial, sizeof serial, "000000000000");
     uint8_t(&mac)[6] = zorv_protocol_ctrl.device;
     hex2uchar(serial, mac, sizeof mac);
     init_info("ZORV_DEVICE[%02x:%02x:%02x:%02x:%02x:%02x]", mac[0], mac[1], mac[2], mac[3], mac[4],
@@ -146,6 +146,8 @@ bool load_key(const char *digits)
         init_error("%s invalid len %zd", kKeyName, static_cast<ssize_t>(length));
         return false;
     }
+    if (strspn(digits, "0123456789abcdefABCDEF") != length)
+        init_error("%s holds characters that are no hexadecimal digits", kKeyName);
     hex2uchar(digits, zorv_protocol_ctrl.key, sizeof zorv_protocol_ctrl.key);
     return true;
 }

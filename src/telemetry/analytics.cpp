@@ -24,5 +24,5 @@ int get_analytics_coredump_mode(const cfg_entry *cfg)
 
 bool zorv::analytics_reporting_ready()
 {
-    return is_ready(kClockIsSet) && is_ready(kBridgeHasAddress) && analytics_mode() != kOff;
+    return is_ready(kClockIsSet) && is_ready(kBridgeHasAddress) && analytics_mode("crash") != kOff;
 }

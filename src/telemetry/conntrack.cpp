@@ -36,32 +36,6 @@ Host make_host(std::string_view address)
     return host;
 }
 
-// Where hosts were found last. A few have most of the connections, and to find one in the hash
-// table takes a walk through memory.
-class RecentHosts {
-public:
-    conntrack_host *&slot(std::string_view address)
-    {
-        uint64_t tail = 0; // in which the hosts of a network differ
-        if (address.size() >= sizeof tail)
-            memcpy(&tail, address.data() + address.size() - sizeof tail, sizeof tail);
-        else
-            memcpy(&tail, address.data(), address.size());
-        return slots_[tail * kSpread >> (64 - kBits)];
-    }
-
-private:
-    static constexpr int kBits = 12;
-    static constexpr uint64_t kSpread = 0x9e3779b97f4a7c15; // the golden ratio: no two bits alike
-
-    conntrack_host *slots_[size_t{1} << kBits] = {};
-};
-
-bool is_host(const conntrack_host *host, std::string_view address)
-{
-    return host && std::string_view(host->host, host->hh.keylen) == address;
-}
-
 // From behind the first such name to the next blank; empty without a blank.
 std::string_view find_value(std::string_view line, std::string_view name)
 {
@@ -70,7 +44,7 @@ std::string_view find_value(std::string_view line, std::string_view name)
         return {};
     line.remove_prefix(at + name.size());
     const size_t end = line.find(' ');
-    return end == line.npos ? std::string_view() : line.substr(0, end);
+    return end == line.npos ? std::string_view() : std::string_view(line.data(), end);
 }
 
 // The host of the table, where it comes with a count of 0 if it is new; NULL when memory is short.
@@ -92,18 +66,14 @@ conntrack_host *find_or_insert(conntrack_hosts_t &hosts, std::string_view addres
     return host.release(); // the table owns it from here
 }
 
-void add_conntrack_host(conntrack_hosts_t &hosts, RecentHosts &recent, std::string_view address)
+void add_conntrack_host(conntrack_hosts_t &hosts, std::string_view address)
 {
     if (address.empty())
         return;
-    conntrack_host *&slot = recent.slot(address);
-    conntrack_host *const host = is_host(slot, address) ? slot : find_or_insert(hosts, address);
-    if (!host) {
+    if (conntrack_host *const host = find_or_insert(hosts, address))
+        ++host->count;
+    else
         log_error("Failed to alloc host");
-        return;
-    }
-    ++host->count;
-    slot = host;
 }
 
 int by_count(const conntrack_host *a, const conntrack_host *b)
@@ -115,18 +85,17 @@ int by_count(const conntrack_host *a, const conntrack_host *b)
 
 Connection zorv::parse_connection(std::string_view line)
 {
-    if (!line.starts_with("ipv4") && !line.starts_with("ipv6"))
+    if (!begins_with(line, "ipv4") && !begins_with(line, "ipv6"))
         return {};
     return {find_value(line, "src="), find_value(line, "dst=")};
 }
 
 void zorv::count_hosts(ConntrackTable &table, conntrack_hosts_t &hosts)
 {
-    RecentHosts recent;
     while (const char *const line = table.next()) {
         const Connection connection = parse_connection(line);
-        add_conntrack_host(hosts, recent, connection.source);
-        add_conntrack_host(hosts, recent, connection.destination);
+        add_conntrack_host(hosts, connection.source);
+        add_conntrack_host(hosts, connection.destination);
     }
 }
 
@@ -148,6 +117,10 @@ conntrack_hosts_t *get_top_conntrack_hosts(void)
         return nullptr;
     }
     count_hosts(table, *hosts);
+    if (table.error() != 0) {
+        log_error("Failed to read '%s': %s", kConntrack, strerror(table.error()));
+        return nullptr;
+    }
     sort_hosts(*hosts);
     return hosts.release();
 }

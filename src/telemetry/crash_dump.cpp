@@ -10,7 +10,9 @@
 
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "exec/shell.h"
 #include "telemetry/crash_report.h"
+#include "telemetry/json_members.h"
 #include "telemetry/report_gate.h"
 
 using namespace zorv;
@@ -54,7 +56,7 @@ int upload_file(const char *url, const char *data, int length)
         return -1;
     }
     if (reply->status != 200) {
-        log_warning("PUT '%s' failed: [%ld] %s", url, reply->status, body_text(*reply));
+        log_warning("PUT '%s' failed: [%ld] %s", url, reply->status, loggable_body(*reply));
         return -1;
     }
     return 0;
@@ -65,12 +67,21 @@ struct Process {
     int pid, signal, crashes, uptime;
 };
 
-void add_process(json_t *report, const Process &process)
+void add_process(Members &report, const Process &process)
 {
-    json_object_set_new(report, "cmd", json_string(process.name));
-    json_object_set_new(report, "signal", json_integer(process.signal));
-    json_object_set_new(report, "number_of_crashes", json_integer(process.crashes));
-    json_object_set_new(report, "process_uptime", json_integer(process.uptime));
+    report.set_text("cmd", process.name);
+    report.set("signal", json_integer(process.signal));
+    report.set("number_of_crashes", json_integer(process.crashes));
+    report.set("process_uptime", json_integer(process.uptime));
+}
+
+void capture_process_log(json_t *report, const Process &process)
+{
+    if (!is_plain_word(process.name)) {
+        log_warning("The report has no process_stdout: the name of the process may hold A-Z a-z "
+                    "0-9 . _ - only");
+        return;
+    }
     const Text command(malloc_printf("tail -n 100 /var/log/messages | grep -e \"%s\\[%d\\]\" | "
                                      "syswrapper.sh sensitive-data-filter",
                                      process.name, process.pid));
@@ -99,12 +110,20 @@ int send_crash_binary_data(const char *name, int pid, int signal, int number_of_
         log_error("Failed to generate core dump payload");
         return -1;
     }
-    json_object_set_new(report.get(), "type", json_string(type_of(dump_type)));
-    json_object_set_new(report.get(), "upload", json_boolean(has_bytes && may_upload));
+    const Process process = {name, pid, signal, number_of_crashes, process_uptime};
+    Members members(report.get(), {kModule, __func__});
+    members.set_text("type", type_of(dump_type));
+    members.set("upload", json_boolean(has_bytes && may_upload));
     if (is_ram_dump)
-        json_object_set_new(report.get(), "dump_type", json_string(name));
+        members.set_text("dump_type", name);
     else
-        add_process(report.get(), {name, pid, signal, number_of_crashes, process_uptime});
+        add_process(members, process);
+    if (!members.is_whole()) {
+        log_error("Failed to generate core dump payload");
+        return -1;
+    }
+    if (!is_ram_dump)
+        capture_process_log(report.get(), process);
 
     json_t *parsed = nullptr;
     const int rc = post_crash(url, report.get(), has_bytes ? &parsed : nullptr);

@@ -1,5 +1,6 @@
 // What is done with the crash logs of the store: delivered to the service, handed to the local
 // management, marked.
+#include <jansson.h>
 #include <zorv/crash.h>
 
 #include <cerrno>
@@ -7,12 +8,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include <zorv/file.h>
+#include <fcntl.h>
 #include <zorv/json.h>
 
 #include "core/log_gate.h"
+#include "exec/shell.h"
 #include "telemetry/crash_report.h"
 #include "telemetry/crash_store.h"
+#include "telemetry/json_members.h"
 
 using namespace zorv;
 
@@ -25,8 +28,9 @@ constexpr char kUnpack[] = "tar -xOzf %s%s | syswrapper.sh sensitive-data-filter
 
 int add_uplink_model(CrashLogWalk &walk, json_t *payload)
 {
-    json_t *const model = json_string(walk.uplink_model ? walk.uplink_model : "unknown");
-    return json_object_set_new(payload, "uplink_model", model) == 0 ? 0 : EINVAL;
+    Members members(payload, {kModule, __func__});
+    members.set_text("uplink_model", walk.uplink_model ? walk.uplink_model : "unknown");
+    return members.is_whole() ? 0 : EINVAL;
 }
 
 // The store's only family.
@@ -56,6 +60,13 @@ void send_vwire_disconnect_log(CrashLogWalk &walk)
         log_verbose("URL truncated"); // on purpose below debug: every log would say it again
         return;
     }
+    if (!is_plain_word(walk.name)) {
+        log_warning("A %s log is passed over: its name may hold A-Z a-z 0-9 . _ - only",
+                    walk.family);
+        return;
+    }
+    if (!reserve_outcome(walk)) // or it would be delivered again and again
+        return;
     log_info("Processing %s log %s", walk.family, walk.name);
 
     char unpack[sizeof kLogs + NAME_MAX + sizeof kUnpack];
@@ -101,12 +112,14 @@ void gather_first_vwire_disconnect_log(CrashLogWalk &walk)
         walk.error = ENOMEM;
         return;
     }
-    const File log(fopen_format("re", "%s%s", walk.log_dir, walk.name));
+    Fd fd = open_in_store(walk, walk.log_dir, O_RDONLY);
+    const File log(fd ? fdopen(fd.get(), "r") : nullptr);
     if (!log) {
         walk.error = errno;
         log_warning("Unable to open %s%s", walk.log_dir, walk.name);
         return;
     }
+    static_cast<void>(fd.release()); // the stream has it
     // Without its bytes the log would be finished and lost.
     if (json_object_load_file_base64(found.get(), "file_data", log.get()) == 0)
         walk.result = std::move(found);
@@ -125,7 +138,8 @@ void mark_crash_log_sent_to_net(CrashLogWalk &walk)
     if (strcmp(walk.finish_filename, walk.name) != 0)
         return;
     if (!is_set(walk.meta.get(), kToNet)) {
-        json_object_set_new(walk.meta.get(), kToNet, json_true());
+        if (json_object_set_new(walk.meta.get(), kToNet, json_true()) != 0)
+            walk.error = ENOMEM;
         walk.flags |= kMetaChanged;
     }
     walk.flags |= kStop;

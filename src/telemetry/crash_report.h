@@ -3,7 +3,6 @@
 #define ZORV_TELEMETRY_CRASH_REPORT_H
 
 #include <cstddef>
-#include <cstdlib>
 
 #include <jansson.h>
 #include <zorv/curl_simple.h>
@@ -32,36 +31,13 @@ json_t *generate_common_payload(const char *crash_log_cmd, bool with_system_cfg)
 // The report of the kernel's oops, whole; owned, NULL when memory is short.
 json_t *generate_kernel_crash_payload();
 
-// The text of a report in both its forms; NULL when memory is short, or the value has no text. Of
-// one that is too long to be kept only the length of that form is left.
-struct ReportText {
-    Text kept;
-    Text posted;
-    size_t length; // of the form that is kept, or would be
-};
-
-// Dumping is most of what a delivery costs by itself, so it is done once, for the form that is
-// kept; the compact one has the same tokens.
-ReportText dump_report(const json_t *report);
-
-// Keeps the indented text of a report, unless it is too long; 0 bytes are none.
-void save_crash_payload(const char *text, size_t length);
-
 // Posts a report. Where the answer is wanted it has to be JSON, and is owned. Returns 0 or -1.
 int post_crash(const char *url, json_t *payload, json_t **response);
 
 constexpr size_t kMostAnswered = 2048; // bytes kept of an answer; the service's are some 300
 
-// What is kept of the body, as a text that ends at its first NUL; borrowed from the response.
-const char *body_text(const curl_simple_response &response);
-
 // Where the service wants the bytes of a dump, borrowed from its answer; NULL when it does not say.
 const char *upload_url_of(const json_t *answer);
-
-inline int run_shell(const char *command)
-{
-    return system(command); // NOLINT(cert-env33-c): the commands are constants of ours
-}
 
 } // namespace zorv
 

@@ -2,8 +2,6 @@
 #ifndef ZORV_TELEMETRY_CRASH_STORE_H
 #define ZORV_TELEMETRY_CRASH_STORE_H
 
-#include <cstdio>
-
 #include <jansson.h>
 
 #include "core/own.h"
@@ -36,11 +34,11 @@ struct CrashLogWalk {
     const char *finish_filename = nullptr; // what act may look for
     const char *uplink_model = nullptr;    // what add_extra may add
     unsigned flags = 0;
-    int error = 0; // an errno, of the last log
+    int error = 0; // an errno, of the last log; 0 when all of it worked and is stored
 
     // The log at hand.
     const char *name = nullptr;
-    File meta_file{}; // locked while it is open
+    Fd meta_file{}; // locked while it is open
     Json meta{};
     json_t *payload = nullptr; // borrowed from the meta
 
@@ -51,6 +49,14 @@ struct CrashLogWalk {
 // function of the walk may be NULL. Returns 0, or -1 when a directory cannot be made.
 int iterate_crash_logs(CrashLogWalk &walk);
 
+// Opens the log at hand, or what is kept of it, in one of these folders. A link is none of the
+// store's files: it may lead to a pipe, whose writer never comes, or to a file of somebody else.
+Fd open_in_store(const CrashLogWalk &walk, const char *folder, int flags);
+
+// Takes the room in the file system that the outcome of a delivery may need. Without it, false and
+// walk.error, nothing of the log at hand is stored.
+bool reserve_outcome(CrashLogWalk &walk);
+
 // Whether a member of a meta is true; 1 and "true" are not.
 bool is_set(const json_t *meta, const char *member);
 
@@ -60,7 +66,7 @@ long count_failure(json_t *meta);
 // Reads what is known of the log at hand, or makes it for a log that is new.
 void prepare_crash_log_meta(CrashLogWalk &walk);
 
-// Stores what has changed of it, and lets go of it.
+// Stores what has changed of it, marks the log if the local management has it, and lets go of it.
 void finish_crash_meta(CrashLogWalk &walk);
 
 } // namespace zorv

@@ -7,6 +7,7 @@
 
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "exec/shell.h"
 #include "telemetry/crash_report.h"
 
 using namespace zorv;
@@ -15,16 +16,19 @@ namespace {
 
 constexpr char kModule[] = "crash";
 
-// Whether the kernel holds an oops: -1 before it was asked, which has_oops() does once; 0 after
-// oops_clear().
+// Whether the kernel holds an oops: -1 until has_oops() has been told; 0 after oops_clear().
 constinit int g_oops = -1;
 
 } // namespace
 
 int has_oops()
 {
-    if (g_oops < 0)
-        g_oops = run_shell("oopsdump -e") == 0 ? 1 : 0;
+    if (g_oops < 0) {
+        const int status = run_shell("oopsdump -e || exit 1");
+        if (status < 0) // it did not tell
+            return 0;
+        g_oops = status == 0 ? 1 : 0;
+    }
     return g_oops;
 }
 

@@ -5,10 +5,12 @@
 #include <cstring>
 #include <iterator>
 
+#include <jansson.h>
 #include <sys/sysinfo.h>
 
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "telemetry/json_members.h"
 
 using namespace zorv;
 
@@ -101,20 +103,26 @@ int meminfo(meminfo_t *out)
         log_error("Failed to open '%s': %s", kMeminfo, strerror(errno));
         return -1;
     }
-    *out = parse_meminfo(table, __func__);
+    const meminfo_t memory = parse_meminfo(table, __func__);
+    if (table.error() != 0) {
+        log_error("Failed to read '%s': %s", kMeminfo, strerror(table.error()));
+        return -1;
+    }
+    *out = memory;
     return 0;
 }
 
 json_t *zorv_meminfo_to_obj(const meminfo_t *m)
 {
-    json_t *const object = json_object();
-    if (!object) {
+    Json object(json_object());
+    Members members(object.get(), {kModule, __func__});
+    for (const auto &row : kRows)
+        members.set(row.key, json_integer(static_cast<json_int_t>(m->*row.field)));
+    if (!members.is_whole()) {
         log_error("Failed to allocate json object");
         return nullptr;
     }
-    for (const auto &row : kRows)
-        json_object_set_new(object, row.key, json_integer(static_cast<json_int_t>(m->*row.field)));
-    return object;
+    return object.release();
 }
 
 float get_memused_percent(const struct sysinfo *si)

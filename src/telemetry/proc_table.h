@@ -24,15 +24,14 @@ public:
     explicit operator bool() const { return static_cast<bool>(fd_); }
 
     // The next piece, NUL-terminated and the caller's to cut until the next call; NULL at the end
-    // and when reading fails.
+    // and when reading failed.
     char *next()
     {
         page_[begin_] = first_; // the terminator stood on the first byte of this piece
         size_t length;
         while ((length = piece_length()) == 0) {
-            const ssize_t count = fill();
-            if (count <= 0) {
-                length = count == 0 ? end_ - begin_ : 0;
+            if (!fill()) {
+                length = error_ == 0 ? end_ - begin_ : 0;
                 break;
             }
         }
@@ -43,17 +42,14 @@ public:
         return length > 0 ? piece : nullptr;
     }
 
+    // Why reading failed, an errno; 0 when it has not.
+    int error() const { return error_; }
+
 private:
     static constexpr size_t kBlock = 8192;
     static_assert(Size <= kBlock);
 
-    // The kernel hands out as many lines as fit into a page of its own, which has 4096 bytes or
-    // more; with room for another line, of 1 KiB at most, there was none. Asking again to be told
-    // so has it search all of its table anew, and that of TCP has hundreds of thousands of places.
-    static constexpr ssize_t kLittle = 3072;
-    static_assert(kBlock - Size > kLittle);
-
-    // 0 when what has been read does not tell.
+    // The length of the next piece; 0 while more has to be read to know it.
     size_t piece_length() const
     {
         const size_t room = std::min(end_ - begin_, Size - 1);
@@ -63,26 +59,25 @@ private:
         return room == Size - 1 ? room : 0;
     }
 
-    // Reads on behind what is left, which moves to the front; as read(2) returns.
-    ssize_t fill()
+    // Reads on behind what is left, which moves to the front. False at the end and for an error.
+    bool fill()
     {
         memmove(page_, page_ + begin_, end_ - begin_);
         end_ -= begin_;
         begin_ = 0;
-        if (at_end_)
-            return 0;
-        const ssize_t count = read(fd_.get(), page_ + end_, kBlock - end_);
-        at_end_ = count < kLittle;
+        const ssize_t count = TEMP_FAILURE_RETRY(read(fd_.get(), page_ + end_, kBlock - end_));
+        if (count < 0)
+            error_ = errno;
         end_ += count > 0 ? static_cast<size_t>(count) : 0;
-        return count;
+        return count > 0;
     }
 
     Fd fd_;
     size_t begin_ = 0; // of the next piece
     size_t end_ = 0;   // of what has been read
-    bool at_end_ = false;
+    int error_ = 0;
     char first_ = '\0';
-    char page_[kBlock + 1] = {};
+    char page_[kBlock + 1];
 };
 
 } // namespace zorv

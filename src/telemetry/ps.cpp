@@ -13,7 +13,6 @@
 #include "core/lines.h"
 #include "core/log_gate.h"
 #include "core/text_tools.h"
-#include "telemetry/dir_entries.h"
 #include "telemetry/proc_stat.h"
 #include "telemetry/ps_list.h"
 #include "telemetry/sockets.h"
@@ -41,8 +40,11 @@ ProcPath proc_path(int32_t pid, const char *name)
 // The first line of /proc/PID/stat; "" when it cannot be read. The kernel hands it out at once.
 void read_stat(const Walk &walk, int32_t pid, char (&line)[kBlock])
 {
-    const Fd fd(openat(walk.proc, proc_path(pid, "stat").text, O_RDONLY | O_CLOEXEC));
-    const ssize_t length = fd ? read(fd.get(), line, sizeof line - 1) : 0;
+    const ProcPath path = proc_path(pid, "stat");
+    const Fd fd(openat(walk.proc, path.text, O_RDONLY | O_CLOEXEC));
+    const ssize_t length = fd ? read(fd.get(), line, sizeof line - 1) : -1;
+    if (length < 0 && errno != ENOENT && errno != ESRCH) // of a process that has ended
+        log_error("Failed to read '/proc/%s': %s", path.text, strerror(errno));
     line[length > 0 ? length : 0] = '\0';
     cut_at(line, "\n");
 }
@@ -124,7 +126,7 @@ bool is_procfs(int fd)
 }
 
 // The process that a directory entry is for; 0 for none.
-int32_t entry_pid(const dirent64 &entry)
+int32_t entry_pid(const dirent &entry)
 {
     return entry.d_type == DT_DIR ? static_cast<int32_t>(strtol(entry.d_name, nullptr, 10)) : 0;
 }
@@ -135,7 +137,7 @@ zorv_ps_list *zorv_ps_filter(int with_fds, int (*filter)(zorv_ps_record *record,
                              void *arg)
 {
     const auto page = static_cast<unsigned long>(sysconf(_SC_PAGESIZE));
-    const Fd proc(open(kProc, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const Dir proc(opendir(kProc));
     if (!proc) {
         log_error("Failed to open '%s': %s", kProc, strerror(errno));
         return nullptr;
@@ -149,14 +151,18 @@ zorv_ps_list *zorv_ps_filter(int with_fds, int (*filter)(zorv_ps_record *record,
             log_warning("Failed to cache sockets");
     }
 
-    const Walk walk = {proc.get(), is_procfs(proc.get()), with_fds != 0,
-                       std::countr_zero(page / 1024), list->sockets};
-    DirEntries entries(proc.get());
-    while (const dirent64 *const entry = entries.next()) {
+    const int proc_fd = dirfd(proc.get());
+    const Walk walk = {proc_fd, is_procfs(proc_fd), with_fds != 0, std::countr_zero(page / 1024),
+                       list->sockets};
+    while (const dirent *const entry = next_entry(proc.get())) {
         const int32_t pid = entry_pid(*entry);
         Record record = pid != 0 ? read_process(walk, pid) : nullptr;
         if (record && !(filter && filter(record.get(), arg) == 1))
             append(*list, std::move(record));
+    }
+    if (errno != 0) {
+        log_error("Failed to read '%s': %s", kProc, strerror(errno));
+        return nullptr;
     }
     return list.release();
 }

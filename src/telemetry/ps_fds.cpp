@@ -11,7 +11,6 @@
 #include "core/log_gate.h"
 #include "core/own.h"
 #include "core/text_tools.h"
-#include "telemetry/dir_entries.h"
 #include "telemetry/sockets.h"
 
 using namespace zorv;
@@ -107,21 +106,22 @@ void zorv::walk_process_fds(const Walk &walk, zorv_ps_record &record)
 {
     char path[sizeof "-2147483648/fd"];
     snprintf(path, sizeof path, "%d/fd", record.pid);
-    const Fd fds(openat(walk.proc, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!fds) {
+    Fd fds(openat(walk.proc, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fds && walk.is_procfs && !walk.with_fds && (record.fd_count = size_of(fds.get())) > 0)
+        return;
+    const Dir entries(fds ? fdopendir(fds.get()) : nullptr);
+    if (!entries) {
         log_error("Failed to open '/proc/%s': %s", path, strerror(errno));
         record.fd_count = kUnreadable;
         return;
     }
-    if (walk.is_procfs && !walk.with_fds && (record.fd_count = size_of(fds.get())) > 0)
-        return;
+    const int dir_fd = fds.release(); // the directory's from here
     record.fd_count = -kDots;
-    DirEntries entries(fds.get());
     char target[kTarget + 1];
-    while (const dirent64 *const entry = entries.next()) {
+    while (const dirent *const entry = next_entry(entries.get())) {
         ++record.fd_count;
         if (!walk.with_fds || entry->d_type != DT_LNK ||
-            !resolve_fd_path(fds.get(), record.pid, entry->d_name, target))
+            !resolve_fd_path(dir_fd, record.pid, entry->d_name, target))
             continue;
         const uint32_t kind = classify_target(target);
         if (kind == ZORV_FD_UNKNOWN)
@@ -131,8 +131,8 @@ void zorv::walk_process_fds(const Walk &walk, zorv_ps_record &record)
         else
             log_error("Failed to alloc FD");
     }
-    if (entries.error() != 0) {
-        log_error("Failed to read '/proc/%s': %s", path, strerror(entries.error()));
+    if (errno != 0) {
+        log_error("Failed to read '/proc/%s': %s", path, strerror(errno));
         record.fd_count = kFailed;
     }
 }

@@ -2,11 +2,20 @@
 #ifndef ZORV_TELEMETRY_PS_FDS_H
 #define ZORV_TELEMETRY_PS_FDS_H
 
+#include <cerrno>
 #include <string_view>
 
+#include <dirent.h>
 #include <zorv/ps.h>
 
 namespace zorv {
+
+// The next entry of a directory; NULL at the end, and then errno is 0, or when reading failed.
+inline const dirent *next_entry(DIR *dir)
+{
+    errno = 0;
+    return readdir(dir);
+}
 
 // What the target of a link in /proc/PID/fd is; ZORV_FD_UNKNOWN for what has no kind of its own.
 uint32_t classify_target(const char *target);

@@ -1,7 +1,10 @@
 #include <zorv/ps.h>
 
+#include <jansson.h>
+
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "telemetry/json_members.h"
 #include "telemetry/ps_list.h"
 #include "telemetry/ps_names.h"
 
@@ -10,13 +13,6 @@ using namespace zorv;
 namespace {
 
 constexpr char kModule[] = "libzorv_proc";
-
-// Sets a member. What is not UTF-8, or has no memory, gave no value and is left out.
-void set(json_t *object, const char *name, json_t *value)
-{
-    if (value)
-        json_object_set_new_nocheck(object, name, value);
-}
 
 // Names of tables are ASCII and need no check.
 json_t *to_json(const char *name)
@@ -29,24 +25,32 @@ json_t *port_to_json(uint32_t port)
     return port != 0 ? json_integer(port) : to_json("*");
 }
 
+// What these make is whole, or NULL when memory is short.
+json_t *whole(Json object, const Members &members)
+{
+    return members.is_whole() ? object.release() : nullptr;
+}
+
 json_t *inet_to_json(const zorv_inet_socket &socket)
 {
-    json_t *const object = json_object();
-    set(object, "local_port", port_to_json(socket.local_port));
-    set(object, "remote_port", port_to_json(socket.remote_port));
-    set(object, "state", to_json(name_of(kInetStates, socket.state)));
-    return object;
+    Json object(json_object());
+    Members members(object.get(), {kModule, "zorv_fds_to_array"});
+    members.set("local_port", port_to_json(socket.local_port));
+    members.set("remote_port", port_to_json(socket.remote_port));
+    members.set("state", to_json(name_of(kInetStates, socket.state)));
+    return whole(std::move(object), members);
 }
 
 json_t *unix_to_json(const zorv_unix_socket &socket)
 {
-    json_t *const object = json_object();
-    set(object, "refcnt", json_integer(socket.references));
-    set(object, "type", to_json(name_of(kUnixTypes, socket.type)));
+    Json object(json_object());
+    Members members(object.get(), {kModule, "zorv_fds_to_array"});
+    members.set("refcnt", json_integer(socket.references));
+    members.set("type", to_json(name_of(kUnixTypes, socket.type)));
     if (socket.path)
-        set(object, "path", json_string(socket.path));
-    set(object, "state", to_json(name_of(kUnixStates, socket.state)));
-    return object;
+        members.set_text("path", socket.path);
+    members.set("state", to_json(name_of(kUnixStates, socket.state)));
+    return whole(std::move(object), members);
 }
 
 json_t *socket_to_json(const zorv_socket_record &socket)
@@ -72,30 +76,33 @@ bool has_link(const zorv_fd_record &record)
 
 json_t *fd_to_json(const zorv_fd_record &record)
 {
-    json_t *const object = json_object();
-    set(object, "fd_type", to_json(name_of(kFdKinds, record.kind)));
+    Json object(json_object());
+    Members members(object.get(), {kModule, "zorv_fds_to_array"});
+    members.set("fd_type", to_json(name_of(kFdKinds, record.kind)));
     if (record.kind == ZORV_FD_SOCKET && record.target.socket) {
         const zorv_socket_record &socket = *record.target.socket;
-        set(object, "socket_type", to_json(name_of(kSocketKinds, socket.kind)));
-        set(object, "socket", socket_to_json(socket));
+        members.set("socket_type", to_json(name_of(kSocketKinds, socket.kind)));
+        members.set("socket", socket_to_json(socket));
     } else if (has_link(record) && record.target.link) {
-        set(object, "link", json_string(record.target.link));
+        members.set_text("link", record.target.link);
     }
-    return object;
+    return whole(std::move(object), members);
 }
 
 json_t *process_to_json(zorv_ps_record &record)
 {
-    json_t *const object = json_object();
-    set(object, "pid", json_integer(record.pid));
-    set(object, "ppid", json_integer(record.ppid));
-    set(object, "vsz", json_integer(static_cast<json_int_t>(record.vsz)));
-    set(object, "rss", json_integer(record.rss));
-    set(object, "stat", json_stringn(&record.state, 1));
-    set(object, "fd_count", json_integer(record.fd_count));
-    set(object, "comm", json_string(record.comm));
-    set(object, "fds", zorv_fds_to_array(&record));
-    return object;
+    Json object(json_object());
+    Members members(object.get(), {kModule, "zorv_ps_list_to_array"});
+    members.set("pid", json_integer(record.pid));
+    members.set("ppid", json_integer(record.ppid));
+    members.set("vsz", json_integer(static_cast<json_int_t>(record.vsz)));
+    members.set("rss", json_integer(record.rss));
+    members.set_text("stat", {&record.state, 1});
+    members.set("fd_count", json_integer(record.fd_count));
+    if (record.comm)
+        members.set_text("comm", record.comm);
+    members.set("fds", zorv_fds_to_array(&record));
+    return whole(std::move(object), members);
 }
 
 } // namespace

@@ -2,8 +2,17 @@
 #ifndef ZORV_TELEMETRY_REPORT_GATE_H
 #define ZORV_TELEMETRY_REPORT_GATE_H
 
+#include <cerrno>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <syslog.h>
 #include <unistd.h>
 #include <zorv/file.h>
+#include <zorv/log.h>
+
+#include "core/lines.h"
+#include "core/own.h"
 
 namespace zorv {
 
@@ -19,10 +28,27 @@ inline bool is_ready(const char *path)
     return access(path, R_OK) == 0;
 }
 
-// Any number but kOff lets reports leave.
-inline long analytics_mode()
+// Any number but kOff lets reports leave; what freadlong() takes for none, a missing file above
+// all, is kAnonymous. A file that is there and cannot be read may hold the owner's kOff: nothing
+// leaves, which is logged for the module.
+inline long analytics_mode(const char *module)
 {
-    return freadlong(kAnalyticsMode, kAnonymous);
+    const Fd file(open(kAnalyticsMode, O_RDONLY | O_CLOEXEC));
+    if (!file && errno == ENOENT)
+        return kAnonymous;
+    char line[16];
+    const ssize_t length = TEMP_FAILURE_RETRY(read(file.get(), line, sizeof line - 1));
+    if (length < 0) {
+        if (libzorv_log_level >= 2)
+            libzorv_log(LOG_WARNING, module, __func__, "Nothing is sent: %s cannot be read",
+                        kAnalyticsMode);
+        return kOff;
+    }
+    line[length] = '\0';
+    cut_at(line, "\n");
+    char *end;
+    const long mode = strtol(line, &end, 10);
+    return end != line ? mode : long{kAnonymous};
 }
 
 // Whether the bytes of dumps may leave, too.

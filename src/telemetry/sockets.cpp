@@ -117,12 +117,13 @@ void add_socket(zorv_socket_cache &cache, uint32_t kind, const Line &line)
                   kind == ZORV_SOCKET_UNIX ? "unix" : "udp/tcp");
 }
 
-void parse_sockets(zorv_socket_cache &cache, const char *path, uint32_t kind)
+// False when the table could not be read to its end; one that is not there has no sockets.
+bool parse_sockets(zorv_socket_cache &cache, const char *path, uint32_t kind)
 {
     ProcTable<kSocketLine> table(path);
     if (!table) {
         log_error("Failed to open '%s': %s", path, strerror(errno));
-        return;
+        return true;
     }
     while (const char *const line = table.next()) {
         InetLine inet;
@@ -132,6 +133,9 @@ void parse_sockets(zorv_socket_cache &cache, const char *path, uint32_t kind)
         else if (kind != ZORV_SOCKET_UNIX && parse_inet_line(line, kind, inet))
             add_socket(cache, kind, inet);
     }
+    if (table.error() != 0)
+        log_error("Failed to read '%s': %s", path, strerror(table.error()));
+    return table.error() == 0;
 }
 
 } // namespace
@@ -182,8 +186,10 @@ Sockets zorv::cache_sockets()
         log_error("Failed to alloc socket hash table");
         return nullptr;
     }
-    for (const auto &table : kTables)
-        parse_sockets(*cache, table.path, table.kind);
+    for (const auto &table : kTables) {
+        if (!parse_sockets(*cache, table.path, table.kind))
+            return nullptr;
+    }
     return cache;
 }
 

@@ -33,7 +33,7 @@ bool parse_unix_line(const char *line, UnixLine &parsed);
 void free_sockets(zorv_socket_cache *cache);
 using Sockets = std::unique_ptr<zorv_socket_cache, Closer<free_sockets>>;
 
-// Reads all tables; empty when there is no memory for the cache itself.
+// Reads all tables; empty when there is no memory for the cache itself, or one cannot be read.
 Sockets cache_sockets();
 
 // NULL when the tables did not have it, or without a cache.

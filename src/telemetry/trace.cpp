@@ -4,8 +4,10 @@
 
 #include <jansson.h>
 
+#include "core/json_text.h"
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "telemetry/json_members.h"
 
 using namespace zorv;
 
@@ -36,10 +38,16 @@ int set(json_t *trace, const char *key, Json value)
 // The document travels as a text, whatever the service makes of it.
 Json make_payload(const json_t *data)
 {
-    const Text text(json_dumps(data, JSON_COMPACT));
+    const Text text = dump_json(data, JSON_COMPACT);
     return Json(text
                     ? json_pack("{s:s, s:s}", "contentType", "application/json", "data", text.get())
                     : nullptr);
+}
+
+// NULL for NULL.
+json_t *to_json(const char *text)
+{
+    return text ? text_to_json(text, {kModule, "send_trace_simple"}) : nullptr;
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): kDeepest bounds it
@@ -153,8 +161,8 @@ int send_trace_simple(const char *name_space, const char *type, json_t *data)
     if (!trace)
         return -1;
     trace_object_set_payload_new(trace.get(), owner.release());
-    trace_object_set_type_new(trace.get(), json_string(type));
-    trace_object_set_namespace_new(trace.get(), json_string(name_space));
+    trace_object_set_type_new(trace.get(), to_json(type));
+    trace_object_set_namespace_new(trace.get(), to_json(name_space));
     return send_trace_with_meta(trace.get(), nullptr);
 }
 

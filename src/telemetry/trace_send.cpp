@@ -48,7 +48,7 @@ void note_answer()
 // 0, or the code of the gate that is shut.
 int ask_gates()
 {
-    if (analytics_mode() == kOff)
+    if (analytics_mode(kModule) == kOff)
         return TRACE_OFF;
     // On purpose nothing leads back from here: the next chance is the next start of the daemon.
     if (g_sender.delay > kDay)
@@ -80,9 +80,7 @@ int put_trace(json_t *envelope)
     note_answer();
     if (response->status == kAcceptedStatus)
         return TRACE_ACCEPTED;
-    buffer *const body = response->body;
-    log_verbose("PUT '%s' failed: [%ld] %.*s", url, response->status,
-                static_cast<int>(body->length(body)), reinterpret_cast<char *>(body->data(body)));
+    log_verbose("PUT '%s' failed: [%ld] %s", url, response->status, loggable_body(*response));
     return TRACE_FAILED;
 }
 

@@ -17,22 +17,21 @@ struct UnitSetting {
     bool is_told;
 };
 
-inline UnitSetting read_setting(const char *path, long fallback)
+inline UnitSetting tell(const char *path, long value)
 {
-    const long value = freadlong(path, fallback);
-    return {value, value == freadlong(path, ~fallback)};
+    return {value, value == freadlong(path, ~value)};
 }
 
 // 0 off, 1 with identities, 2 anonymous; any other number is on as well.
 inline UnitSetting unit_mode()
 {
-    return read_setting(kModeFile, zorv::kAnonymous);
+    return tell(kModeFile, zorv::analytics_mode("zorvctl"));
 }
 
 // 1 lets dumps be uploaded, nothing else does.
 inline UnitSetting unit_coredump()
 {
-    return read_setting(kCoredumpFile, 0);
+    return tell(kCoredumpFile, freadlong(kCoredumpFile, 0));
 }
 
 } // namespace ctl

@@ -28,7 +28,7 @@ Gate ready_gate(const char *name, const char *file, const char *shut)
 
 Gate mode_gate()
 {
-    const long mode = zorv::analytics_mode();
+    const long mode = zorv::analytics_mode("zorvctl");
     const char *const detail = mode == zorv::kOff              ? "reporting is off"
                                : mode == zorv::kWithIdentities ? "on, with identities"
                                                                : "on, anonymous";
@@ -40,7 +40,7 @@ zorv::Json read_meta(const std::string &name)
     const std::string path = zorv::kMetas + name;
     for (int read = 0; read < kReads; ++read) {
         struct stat info; // the library takes no other file, and a pipe would have to be waited for
-        if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+        if (lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
             return nullptr;
         zorv::Json meta(json_load_file(path.c_str(), 0, nullptr));
         if (meta || access(path.c_str(), R_OK) != 0)
@@ -116,7 +116,7 @@ std::vector<CrashLog> list_logs()
     while (const dirent *const entry = folder ? readdir(folder.get()) : nullptr) {
         struct stat info;
         if (fstatat(dirfd(folder.get()), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0 ||
-            S_ISDIR(info.st_mode) || S_ISFIFO(info.st_mode)) // no logs to the library
+            !S_ISREG(info.st_mode)) // no log to the library
             continue;
         CrashLog log = {entry->d_name, info.st_size, info.st_mtime, false, LogState::fresh, 0,
                         false};

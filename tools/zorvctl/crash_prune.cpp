@@ -14,9 +14,10 @@
 #include <unistd.h>
 
 #include "cli.h"
+#include "core/pause.h"
 #include "crash.h"
 #include "diagnostics.h"
-#include "telemetry/crash_report.h"
+#include "exec/shell.h"
 #include "telemetry/crash_store.h"
 
 namespace ctl {
@@ -211,7 +212,7 @@ size_t remove_logs(const PruneArgs &args, Logs &chosen)
     const Store store;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (attempt > 0)
-            sleep(1);
+            zorv::pause_for(1);
         if (!store.lock())
             continue;
         size_t files = 0;

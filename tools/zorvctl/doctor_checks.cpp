@@ -217,7 +217,7 @@ Finding check_decimal(const Thing &thing)
 
 Finding check_number(const Thing &thing)
 {
-    const UnitSetting setting = read_setting(thing.path, 0);
+    const UnitSetting setting = tell(thing.path, freadlong(thing.path, 0));
     return setting.is_told ? ok(std::to_string(setting.value)) : unfit("no number");
 }
 
