@@ -4,9 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <memory>
 
-#include <curl/curl.h>
 #include <jansson.h>
 #include <strings.h>
 
@@ -14,6 +12,7 @@
 #include "core/log_gate.h"
 #include "core/own.h"
 #include "core/pipe_signal.h"
+#include "net/libcurl.h"
 #include "net/response.h"
 
 using namespace zorv;
@@ -47,9 +46,6 @@ struct Request {
     long length;
 };
 
-using Easy = std::unique_ptr<CURL, Closer<curl_easy_cleanup>>;
-using Headers = std::unique_ptr<curl_slist, Closer<curl_slist_free_all>>;
-
 // libcurl's write callback. What is beyond the limit counts as taken, so that the transfer goes on.
 size_t collect_body(char *bytes, size_t size, size_t count, void *user)
 {
@@ -67,13 +63,13 @@ size_t collect_body(char *bytes, size_t size, size_t count, void *user)
 // Sets options until one fails, whose result it keeps: without it the request would be another.
 class Options {
 public:
-    explicit Options(CURL *easy) : easy_(easy) {}
+    Options(const Libcurl &curl, CURL *easy) : curl_(curl), easy_(easy) {}
 
     template <class Value>
     void set(CURLoption option, Value value)
     {
         if (result_ == CURLE_OK)
-            result_ = curl_easy_setopt(easy_, option, value);
+            result_ = curl_.easy_setopt(easy_, option, value);
     }
 
     // For an option that older releases of libcurl lack. Returns whether this one has it.
@@ -90,6 +86,7 @@ public:
     CURLcode result() const { return result_; }
 
 private:
+    const Libcurl &curl_;
     CURL *easy_;
     CURLcode result_ = CURLE_OK;
 };
@@ -112,10 +109,9 @@ void set_protocols(Options &options, const char *url)
                     long{is_secure ? CURLPROTO_HTTPS : CURLPROTO_HTTP | CURLPROTO_HTTPS});
 }
 
-CURLcode set_options(CURL *easy, Method method, const Request &request, char *error,
+CURLcode set_options(Options options, Method method, const Request &request, char *error,
                      curl_simple_response *response)
 {
-    Options options(easy);
     options.set(CURLOPT_URL, request.url);
     options.set(CURLOPT_CUSTOMREQUEST, curl_simple_method_str[method]);
     options.set(CURLOPT_FOLLOWLOCATION, 1L);
@@ -144,22 +140,22 @@ CURLcode set_options(CURL *easy, Method method, const Request &request, char *er
 }
 
 // NULL stands for the system's resolver.
-CURLcode perform_with(CURL *easy, const char *provider)
+CURLcode perform_with(const Libcurl &curl, CURL *easy, const char *provider)
 {
-    const CURLcode result = curl_easy_setopt(easy, CURLOPT_DOH_URL, provider);
-    return result == CURLE_OK ? curl_easy_perform(easy) : result;
+    const CURLcode result = curl.easy_setopt(easy, CURLOPT_DOH_URL, provider);
+    return result == CURLE_OK ? curl.easy_perform(easy) : result;
 }
 
-CURLcode perform(CURL *easy, unsigned flags)
+CURLcode perform(const Libcurl &curl, CURL *easy, unsigned flags)
 {
     if (!(flags & CURL_SIMPLE_DOH))
-        return curl_easy_perform(easy);
+        return curl.easy_perform(easy);
     for (const char *const *provider = curl_simple_doh_providers; *provider; ++provider) {
-        const CURLcode result = perform_with(easy, *provider);
+        const CURLcode result = perform_with(curl, easy, *provider);
         if (result != CURLE_COULDNT_RESOLVE_HOST)
             return result;
     }
-    return flags & CURL_SIMPLE_DOH_FALLBACK ? perform_with(easy, nullptr)
+    return flags & CURL_SIMPLE_DOH_FALLBACK ? perform_with(curl, easy, nullptr)
                                             : CURLE_COULDNT_RESOLVE_HOST;
 }
 
@@ -169,27 +165,30 @@ int curl_simple(Method method, const Request &request, curl_simple_response *res
     // raise SIGPIPE when the peer has gone. Held until behind the clean-up, which may write.
     const PipeSignalHeld no_pipe_signal;
     char error[CURL_ERROR_SIZE] = "";
-    const Easy easy(curl_easy_init());
+    const Libcurl *const curl = libcurl();
+    const Easy easy(curl ? curl->easy_init() : nullptr);
     if (!easy) {
         log_debug("Failed to init request");
         return CURLE_FAILED_INIT;
     }
-    CURLcode result = set_options(easy.get(), method, request, error, response);
+    CURLcode result = set_options({*curl, easy.get()}, method, request, error, response);
     if (result == CURLE_OK)
-        result = perform(easy.get(), request.flags);
+        result = perform(*curl, easy.get(), request.flags);
     if (result != CURLE_OK)
         log_debug("%s '%s' failed: [%d] %s", curl_simple_method_str[method], request.url, result,
                   error);
     if (response)
-        curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &response->status);
+        curl->easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &response->status);
     return result;
 }
 
 int curl_simple_json(Method method, const char *url, unsigned flags, const json_t *body,
                      curl_simple_response *response)
 {
-    const Headers headers(curl_slist_append(nullptr, "Content-Type: application/json"));
-    if (!headers) {
+    const Libcurl *const curl = libcurl();
+    const Headers headers(curl ? curl->slist_append(nullptr, "Content-Type: application/json")
+                               : nullptr);
+    if (curl && !headers) {
         log_error("Failed to add HTTP header");
         return CURLE_OUT_OF_MEMORY;
     }

@@ -4,13 +4,13 @@
 #include <cstring>
 #include <memory>
 
-#include <curl/curl.h>
 #include <jansson.h>
 #include <zorv/format.h>
 
 #include "core/log_gate.h"
 #include "core/own.h"
 #include "exec/shell.h"
+#include "net/libcurl.h"
 #include "telemetry/crash_report.h"
 #include "telemetry/json_members.h"
 #include "telemetry/report_gate.h"
@@ -51,8 +51,7 @@ int upload_file(const char *url, const char *data, int length)
     const int code = is_web_url(url) ? curl_simple_put(url, 0, nullptr, data, length, reply.get())
                                      : CURLE_UNSUPPORTED_PROTOCOL;
     if (code != 0) {
-        log_warning("PUT '%s' failed: [%d] %s", url, code,
-                    curl_easy_strerror(static_cast<CURLcode>(code)));
+        log_warning("PUT '%s' failed: [%d] %s", url, code, result_words(code));
         return -1;
     }
     if (reply->status != 200) {

@@ -5,11 +5,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include <curl/curl.h>
-
 #include "core/json_text.h"
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "net/libcurl.h"
 #include "telemetry/crash_report.h"
 
 using namespace zorv;
@@ -71,8 +70,7 @@ int zorv::post_crash(const char *url, json_t *payload, json_t **response)
     }
     const int code = curl_simple_post_json(url, 0, payload, reply.get());
     if (code != 0) {
-        log_warning("POST '%s' failed: [%d] %s", url, code,
-                    curl_easy_strerror(static_cast<CURLcode>(code)));
+        log_warning("POST '%s' failed: [%d] %s", url, code, result_words(code));
         return -1;
     }
     save_crash_payload(payload);

@@ -3,12 +3,12 @@
 #include <cstdint>
 #include <cstdio>
 
-#include <curl/curl.h>
 #include <jansson.h>
 #include <zorv/curl_simple.h>
 
 #include "core/log_gate.h"
 #include "core/own.h"
+#include "net/libcurl.h"
 #include "net/response.h"
 #include "telemetry/cloud_service.h"
 #include "telemetry/report_gate.h"
@@ -72,8 +72,7 @@ int put_trace(json_t *envelope)
     if (code != CURLE_OK) {
         note_failure();
         if (!g_sender.failure_logged)
-            log_warning("PUT '%s' failed: [%d] %s", url, code,
-                        curl_easy_strerror(static_cast<CURLcode>(code)));
+            log_warning("PUT '%s' failed: [%d] %s", url, code, result_words(code));
         g_sender.failure_logged = 1;
         return TRACE_FAILED;
     }

@@ -4,12 +4,12 @@
 #include <algorithm>
 #include <iterator>
 
-#include <curl/curl.h>
 #include <unistd.h>
 #include <zorv/crash.h>
 #include <zorv/status.h>
 
 #include "crash.h"
+#include "net/libcurl.h"
 #include "telemetry/cloud_service.h"
 #include "telemetry/crash_report.h"
 #include "telemetry/crash_store.h"
@@ -45,9 +45,9 @@ Row service_row()
 Row certificates_row()
 {
     const char *path = nullptr;
-    const std::unique_ptr<CURL, zorv::Closer<curl_easy_cleanup>> handle(curl_easy_init());
-    if (handle)
-        curl_easy_getinfo(handle.get(), CURLINFO_CAINFO, &path);
+    const zorv::Libcurl *const curl = zorv::libcurl();
+    if (const zorv::Easy handle(curl ? curl->easy_init() : nullptr); handle)
+        curl->easy_getinfo(handle.get(), CURLINFO_CAINFO, &path);
     if (!path)
         return {"certificates", "", "unknown", "the HTTP client names no file", false};
     try {

@@ -5,20 +5,18 @@
 #include <string>
 #include <vector>
 
-#include <curl/curl.h>
-
 #include <zorv/curl_simple.h>
 #include <zorv/log.h>
 
 #include "cli.h"
 #include "core/own.h"
 #include "families.h"
+#include "net/libcurl.h"
 #include "text_file.h"
 
 namespace ctl {
 namespace {
 
-using Headers = std::unique_ptr<curl_slist, zorv::Closer<curl_slist_free_all>>;
 using Response = std::unique_ptr<curl_simple_response, zorv::Closer<curl_simple_response_free>>;
 
 struct HttpArgs {
@@ -74,23 +72,19 @@ std::string result_name(int result)
     return "CURLcode " + std::to_string(result);
 }
 
-Headers make_headers(const std::vector<std::string> &lines)
+// A list over the lines.
+std::vector<curl_slist> make_headers(std::vector<std::string> &lines)
 {
-    Headers headers;
-    for (const std::string &line : lines) {
-        curl_slist *const longer = curl_slist_append(headers.get(), line.c_str());
-        if (!longer)
-            throw std::bad_alloc();
-        (void)headers.release(); // the same list, or nothing before the first line
-        headers.reset(longer);
-    }
+    std::vector<curl_slist> headers(lines.size());
+    for (size_t i = 0; i < lines.size(); ++i)
+        headers[i] = {lines[i].data(), i + 1 < lines.size() ? &headers[i + 1] : nullptr};
     return headers;
 }
 
 struct Request {
     const char *method; // a word of curl_simple_method_str
     const HttpArgs &args;
-    Headers headers;
+    curl_slist *headers;
     std::string data;
 };
 
@@ -104,14 +98,13 @@ struct Attempt {
 int send(const Request &request, unsigned flags, curl_simple_response *response)
 {
     const char *const url = request.args.url.c_str();
-    curl_slist *const headers = request.headers.get();
     const char *const data = request.data.data();
     const long length = static_cast<long>(request.data.size());
     if (request.method == curl_simple_method_str[0])
-        return curl_simple_get(url, flags, headers, response);
+        return curl_simple_get(url, flags, request.headers, response);
     if (request.method == curl_simple_method_str[1])
-        return curl_simple_post(url, flags, headers, data, length, response);
-    return curl_simple_put(url, flags, headers, data, length, response);
+        return curl_simple_post(url, flags, request.headers, data, length, response);
+    return curl_simple_put(url, flags, request.headers, data, length, response);
 }
 
 Attempt attempt(const Request &request, unsigned flags)
@@ -160,7 +153,7 @@ void show(const Request &request, const Attempt &last, Reply &reply)
                     .set("status", last.response->status)
                     .set("result", last.result)
                     .set("name", result_name(last.result))
-                    .set("meaning", curl_easy_strerror(static_cast<CURLcode>(last.result)))
+                    .set("meaning", zorv::result_words(last.result))
                     .set("received", last.response->received)
                     .set("kept", body.size())
                     .set("resolver", resolved ? last.resolver : nullptr));
@@ -178,7 +171,9 @@ void request(const char *method, const HttpArgs &args, Reply &reply)
     if (args.trace)
         libzorv_log_level = std::max(libzorv_log_level, 8); // libcurl's words on a failure
     const bool is_file = args.data.starts_with('@');
-    const Request made = {method, args, make_headers(args.headers),
+    std::vector<std::string> lines = args.headers;
+    std::vector<curl_slist> headers = make_headers(lines);
+    const Request made = {method, args, headers.empty() ? nullptr : headers.data(),
                           is_file ? read_file(args.data.substr(1)) : args.data};
     const std::vector<Attempt> attempts = attempt_all(made);
     if (args.trace)
