@@ -1,6 +1,9 @@
 /*
  * curl_simple.h - one HTTP request in one call, over libcurl.
  *
+ * The first request loads libcurl.so.4, which then stays, unless the program has libcurl's functions
+ * itself: those are called then. Without it a request is an error line and the result 2.
+ *
  * Every call makes a libcurl handle of its own, sends one request and releases the handle. The
  * server's certificate and name are verified, redirects are followed, and an attempt ends after 5
  * seconds, redirects included; there is one attempt, or one for each resolver that is tried. (A
@@ -15,7 +18,8 @@
  * of requests are debug messages: "%s '%s' failed: [%d] %s" with method, URL, result and libcurl's
  * own words.
  *
- * Calls may run in parallel threads once the process has called curl_global_init().
+ * Calls may run in parallel threads. The first one calls curl_global_init(); a program that uses
+ * libcurl in other threads calls it itself, before.
  */
 #ifndef ZORV_CURL_SIMPLE_H
 #define ZORV_CURL_SIMPLE_H

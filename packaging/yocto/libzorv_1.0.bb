@@ -11,6 +11,7 @@ SRC_URI = "file://zorv-${PV}.tar.gz"
 S = "${WORKDIR}/zorv-${PV}"
 
 DEPENDS = "curl jansson libevent uthash zlib"
+RDEPENDS:${PN} = "libcurl" # loaded by the first request, which no tool finds by itself
 
 inherit cmake pkgconfig
 

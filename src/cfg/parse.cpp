@@ -64,22 +64,23 @@ CfgLine parse_line(std::string_view line)
     return {CfgLine::Entry, strip_blanks(key), line};
 }
 
-// Makes the entry of a line; null without memory, in parse_stream()'s words.
-Entry parse_stream(const CfgLine &line)
+// Makes the entry of a line; null without memory.
+Entry make_entry(const CfgLine &line)
 {
     Entry entry(static_cast<cfg_entry *>(calloc(1, sizeof(cfg_entry))));
     if (!entry) {
-        log_error("%d: calloc(%zu, %zu) failed", kRecordLine, size_t{1}, sizeof(cfg_entry));
+        log_error_as("parse_stream", "%d: calloc(%zu, %zu) failed", kRecordLine, size_t{1},
+                     sizeof(cfg_entry));
         return nullptr;
     }
     entry->key = duplicate(line.key).release();
     if (!entry->key) {
-        log_error("%d: malloc(%zu) failed", kKeyLine, line.key.size() + 1);
+        log_error_as("parse_stream", "%d: malloc(%zu) failed", kKeyLine, line.key.size() + 1);
         return nullptr;
     }
     entry->value = duplicate(line.value).release();
     if (!entry->value) {
-        log_error("%d: malloc(%zu) failed", kValueLine, line.value.size() + 1);
+        log_error_as("parse_stream", "%d: malloc(%zu) failed", kValueLine, line.value.size() + 1);
         return nullptr;
     }
     return entry;
@@ -95,7 +96,7 @@ public:
             misc_ = true;
         if (line.kind != CfgLine::Entry)
             return true;
-        Entry entry = parse_stream(line);
+        Entry entry = make_entry(line);
         if (!entry)
             return false;
         cfg_entry *earlier = misc_ && head_ ? find_or_index(entry.get()) : nullptr;

@@ -80,12 +80,13 @@ bool is_comment(const char *key)
 }
 
 // Lists a difference; one without memory is left out.
-void get_cfg_diff_it(cfg_collector *list, const cfg_entry *entry, int line)
+void append_difference(cfg_collector *list, const cfg_entry *entry, int line)
 {
     if (cfg_entry *record = make_match(entry))
         append_match(list, record);
     else
-        log_error("%d: calloc(%zu, %zu) failed", line, size_t{1}, sizeof(cfg_entry));
+        log_error_as("get_cfg_diff_it", "%d: calloc(%zu, %zu) failed", line, size_t{1},
+                     sizeof(cfg_entry));
 }
 
 } // namespace
@@ -175,7 +176,7 @@ cfg_entry *get_cfg_diff_it(const cfg_entry *old_cfg, const cfg_entry *new_cfg)
             continue;
         const cfg_entry *old = old_keys.find(entry->key, guess);
         if (!old || strcmp(old->value, entry->value) != 0)
-            get_cfg_diff_it(&list, entry, kChangedLine);
+            append_difference(&list, entry, kChangedLine);
         guess = old ? old->next : guess;
     }
     guess = new_cfg;
@@ -184,7 +185,7 @@ cfg_entry *get_cfg_diff_it(const cfg_entry *old_cfg, const cfg_entry *new_cfg)
             continue;
         const cfg_entry *found = new_keys.find(entry->key, guess);
         if (!found)
-            get_cfg_diff_it(&list, entry, kRemovedLine);
+            append_difference(&list, entry, kRemovedLine);
         guess = found ? found->next : guess;
     }
     return list.head;

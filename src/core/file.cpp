@@ -29,8 +29,8 @@ constexpr size_t kDouble = 33;
 // What a reader hands out when it found nothing; `function` is the reader's name.
 char *copy_fallback(char *buffer, size_t size, const char *fallback, const char *function)
 {
-    if (!fallback && libzorv_log_level >= 1)
-        libzorv_log(LOG_ERR, kModule, function, "NULL pointer for default value");
+    if (!fallback)
+        log_error_as(function, "NULL pointer for default value");
     copy_text(buffer, size, fallback ? fallback : "");
     return buffer;
 }

@@ -43,14 +43,12 @@ int zorv_snprintf(const char *module, const char *truncation_message, char *buff
         va_end(arguments);
     }
     if (length < 0) {
-        if (libzorv_log_level >= 1)
-            libzorv_log(LOG_ERR, module, __func__, "%s failure: %d\n", __func__, length);
+        LOG_GATED(1, LOG_ERR, module, __func__, "%s failure: %d\n", __func__, length);
         return 0;
     }
     if (!truncation_message || static_cast<size_t>(length) < size)
         return length;
-    if (libzorv_log_level >= 1)
-        libzorv_log(LOG_ERR, module, __func__, "%s\n", truncation_message);
+    LOG_GATED(1, LOG_ERR, module, __func__, "%s\n", truncation_message);
     return size > 0 ? static_cast<int>(size - 1) : 0;
 }
 

@@ -77,9 +77,8 @@ int reap_first(pid_t child)
 void wait_for_child(const char *function, pid_t child)
 {
     const int status = reap_first(child);
-    if (WTERMSIG(status) != 0 && libzorv_log_level >= 8)
-        libzorv_log(LOG_DEBUG, kModule, function, "[ERROR] exit abnormally. code: %d",
-                    WEXITSTATUS(status));
+    if (WTERMSIG(status) != 0)
+        log_debug_as(function, "[ERROR] exit abnormally. code: %d", WEXITSTATUS(status));
 }
 
 } // namespace

@@ -62,7 +62,6 @@ bool make_readable(const sockaddr_in6 &address, char *text, socklen_t size)
     return inet_ntop(address.sin6_family, bytes, text, size) != nullptr;
 }
 
-// Its log line bears the name of the function that callers know.
 int take_address(url &record, const addrinfo &entry)
 {
     record.addr = entry;
@@ -70,10 +69,9 @@ int take_address(url &record, const addrinfo &entry)
     record.addr.ai_canonname = nullptr;
     record.addr.ai_next = nullptr;
     if (entry.ai_addrlen > sizeof record.storage) {
-        if (libzorv_log_level >= 1)
-            libzorv_log(LOG_ERR, kModule, "url_resolve", "Oversize sockaddr: %d vs %zd",
-                        static_cast<int>(entry.ai_addrlen),
-                        static_cast<ssize_t>(sizeof record.storage));
+        log_error_as("url_resolve", "Oversize sockaddr: %d vs %zd",
+                     static_cast<int>(entry.ai_addrlen),
+                     static_cast<ssize_t>(sizeof record.storage));
         return kOversize;
     }
     record.storage = read_address(entry);

@@ -53,14 +53,8 @@ constinit Session g_session{};
 
 using Cfg = std::unique_ptr<cfg_entry, Closer<free_cfg>>;
 
-// What the steps of zorv_protocol_init() log bears its name.
-#define INIT_GATED(gate, priority, ...)                                                            \
-    do {                                                                                           \
-        if (libzorv_log_level >= (gate))                                                           \
-            libzorv_log((priority), kModule, "zorv_protocol_init", __VA_ARGS__);                   \
-    } while (0)
-#define init_error(...) INIT_GATED(1, LOG_ERR, __VA_ARGS__)
-#define init_info(...) INIT_GATED(4, LOG_INFO, __VA_ARGS__)
+// The steps of zorv_protocol_init() log under its name.
+constexpr char kInit[] = "zorv_protocol_init";
 
 template <class T>
 bool set_option(int level, int name, const T &value)
@@ -123,19 +117,19 @@ void load_device()
     freadvalue(kSystemInfo, "serialno", serial, sizeof serial, "000000000000");
     uint8_t(&mac)[6] = zorv_protocol_ctrl.device;
     hex2uchar(serial, mac, sizeof mac);
-    init_info("ZORV_DEVICE[%02x:%02x:%02x:%02x:%02x:%02x]", mac[0], mac[1], mac[2], mac[3], mac[4],
-              mac[5]);
+    log_info_as(kInit, "ZORV_DEVICE[%02x:%02x:%02x:%02x:%02x:%02x]", mac[0], mac[1], mac[2], mac[3],
+                mac[4], mac[5]);
 }
 
 Cfg load_site()
 {
     if (access(kSiteFile, R_OK) != 0) {
-        init_error("Unable to access %s: %s", kSiteFile, strerror(errno));
+        log_error_as(kInit, "Unable to access %s: %s", kSiteFile, strerror(errno));
         return nullptr;
     }
     Cfg site(parse(kSiteFile));
     if (!site)
-        init_error("Unable to parse %s", kSiteFile);
+        log_error_as(kInit, "Unable to parse %s", kSiteFile);
     return site;
 }
 
@@ -143,11 +137,11 @@ bool load_key(const char *digits)
 {
     const size_t length = strlen(digits);
     if (length != kKeyDigits) {
-        init_error("%s invalid len %zd", kKeyName, static_cast<ssize_t>(length));
+        log_error_as(kInit, "%s invalid len %zd", kKeyName, static_cast<ssize_t>(length));
         return false;
     }
     if (strspn(digits, "0123456789abcdefABCDEF") != length)
-        init_error("%s holds characters that are no hexadecimal digits", kKeyName);
+        log_error_as(kInit, "%s holds characters that are no hexadecimal digits", kKeyName);
     hex2uchar(digits, zorv_protocol_ctrl.key, sizeof zorv_protocol_ctrl.key);
     return true;
 }
@@ -156,11 +150,11 @@ bool load_group(const char *text)
 {
     in_addr group;
     if (inet_aton(text, &group) == 0) {
-        init_error("%s=%s is not valid", kGroupName, text);
+        log_error_as(kInit, "%s=%s is not valid", kGroupName, text);
         return false;
     }
     zorv_protocol_ctrl.group_address = group.s_addr;
-    init_info("mcast_ip is %s", text);
+    log_info_as(kInit, "mcast_ip is %s", text);
     return true;
 }
 
@@ -168,22 +162,22 @@ bool open_socket()
 {
     zorv_protocol_ctrl.fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (zorv_protocol_ctrl.fd < 0) {
-        init_error("unable to create udp socket, %s", strerror(errno));
+        log_error_as(kInit, "unable to create udp socket, %s", strerror(errno));
         return false;
     }
     if (!set_option(SOL_SOCKET, SO_REUSEADDR, 1)) {
-        init_error("unable to set sockopt reuseaddr socket, %s", strerror(errno));
+        log_error_as(kInit, "unable to set sockopt reuseaddr socket, %s", strerror(errno));
         return false;
     }
     if (!set_option(SOL_SOCKET, SO_BROADCAST, 1)) {
-        init_error("can't set socket broadcast");
+        log_error_as(kInit, "can't set socket broadcast");
         return false;
     }
     sockaddr_in any{};
     any.sin_family = AF_INET;
     any.sin_port = htons(kPort);
     if (bind(zorv_protocol_ctrl.fd, reinterpret_cast<const sockaddr *>(&any), sizeof any) != 0) {
-        init_error("unable to bind zorv socket, %s", strerror(errno));
+        log_error_as(kInit, "unable to bind zorv socket, %s", strerror(errno));
         return false;
     }
     return true;
@@ -197,9 +191,9 @@ bool join_at_start()
     if (!read_address(text, address))
         return true;
     zorv_protocol_ctrl.own_address = address.s_addr;
-    init_info("my_ip is %s", text);
+    log_info_as(kInit, "my_ip is %s", text);
     if (zorv_multicast_socket_init() < 0) {
-        init_error("set multicast socket fail, %s", strerror(errno));
+        log_error_as(kInit, "set multicast socket fail, %s", strerror(errno));
         return false;
     }
     return true;
@@ -214,15 +208,15 @@ bool start(bool with_socket)
     const char *const key = get_value(site.get(), nullptr, kKeyName);
     const char *const group = get_value(site.get(), nullptr, kGroupName);
     if (!key) {
-        init_error("no %s", kKeyName);
+        log_error_as(kInit, "no %s", kKeyName);
         return false;
     }
     if (!group && with_socket) {
-        init_error("no %s", kGroupName);
+        log_error_as(kInit, "no %s", kGroupName);
         return false;
     }
     if (!group)
-        init_info("no %s", kGroupName);
+        log_info_as(kInit, "no %s", kGroupName);
     return load_key(key) &&
            (!with_socket || (load_group(group) && open_socket() && join_at_start()));
 }

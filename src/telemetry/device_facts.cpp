@@ -1,11 +1,10 @@
 #include "telemetry/device_facts.h"
 
-#include <syslog.h>
 #include <zorv/board.h>
 #include <zorv/file.h>
-#include <zorv/log.h>
 #include <zorv/status.h>
 
+#include "core/log_gate.h"
 #include "platform/config_files.h"
 #include "platform/system_info.h"
 
@@ -33,9 +32,9 @@ void zorv::set_version(Members &members)
 {
     const char *version;
     const int rc = get_version(&version);
-    if (libzorv_log_level >= 2 && rc != 0)
-        libzorv_log(LOG_WARNING, members.log().module, members.log().function,
-                    "Couldn't obtain firmware version! error code = %d", rc);
+    if (rc != 0)
+        LOG_GATED(2, LOG_WARNING, members.log().module, members.log().function,
+                  "Couldn't obtain firmware version! error code = %d", rc);
     members.set_text("version", version);
 }
 

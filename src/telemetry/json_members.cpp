@@ -5,9 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <syslog.h>
-#include <zorv/log.h>
-
+#include "core/log_gate.h"
 #include "core/own.h"
 
 using namespace zorv;
@@ -64,9 +62,9 @@ json_t *zorv::text_to_json(std::string_view text, const LogName &log)
         return nullptr;
     size_t length;
     const size_t replaced = copy_utf8(text, clean.get(), length);
-    if (libzorv_log_level >= 8 && replaced > 0)
-        libzorv_log(LOG_DEBUG, log.module, log.function,
-                    "%zu bytes of a text are no UTF-8 and became U+FFFD", replaced);
+    if (replaced > 0)
+        LOG_GATED(8, LOG_DEBUG, log.module, log.function,
+                  "%zu bytes of a text are no UTF-8 and became U+FFFD", replaced);
     return json_stringn_nocheck(clean.get(), length);
 }
 

@@ -84,8 +84,7 @@ meminfo_t zorv::parse_meminfo(MeminfoTable &table, const char *function)
             break;
         char *const colon = strchr(line, ':');
         if (!colon) {
-            if (libzorv_log_level >= 1)
-                libzorv_log(LOG_ERR, kModule, function, "No colon found");
+            log_error_as(function, "No colon found");
             continue;
         }
         *colon = '\0';

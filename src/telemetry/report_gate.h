@@ -6,12 +6,11 @@
 #include <cstdlib>
 
 #include <fcntl.h>
-#include <syslog.h>
 #include <unistd.h>
 #include <zorv/file.h>
-#include <zorv/log.h>
 
 #include "core/lines.h"
+#include "core/log_gate.h"
 #include "core/own.h"
 
 namespace zorv {
@@ -39,9 +38,8 @@ inline long analytics_mode(const char *module)
     char line[16];
     const ssize_t length = TEMP_FAILURE_RETRY(read(file.get(), line, sizeof line - 1));
     if (length < 0) {
-        if (libzorv_log_level >= 2)
-            libzorv_log(LOG_WARNING, module, __func__, "Nothing is sent: %s cannot be read",
-                        kAnalyticsMode);
+        LOG_GATED(2, LOG_WARNING, module, __func__, "Nothing is sent: %s cannot be read",
+                  kAnalyticsMode);
         return kOff;
     }
     line[length] = '\0';

@@ -51,20 +51,20 @@ json_t *to_json(const char *text)
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): kDeepest bounds it
-void dump_refcount(json_t *value, const char *label, int level)
+void dump_value(json_t *value, const char *label, int level)
 {
     if (label)
-        log_verbose("%s", label);
-    log_verbose("refcount=%zu", value->refcount);
+        log_verbose_as("dump_refcount", "%s", label);
+    log_verbose_as("dump_refcount", "refcount=%zu", value->refcount);
     if (level == kDeepest || !(json_is_array(value) || json_is_object(value)))
         return;
-    log_verbose(json_is_array(value) ? "[" : "{");
+    log_verbose_as("dump_refcount", json_is_array(value) ? "[" : "{");
     for (size_t i = 0; i < json_array_size(value); ++i)
-        dump_refcount(json_array_get(value, i), nullptr, level + 1);
+        dump_value(json_array_get(value, i), nullptr, level + 1);
     const char *key;
     json_t *member;
-    json_object_foreach(value, key, member) dump_refcount(member, key, level + 1);
-    log_verbose(json_is_array(value) ? "]" : "}");
+    json_object_foreach(value, key, member) dump_value(member, key, level + 1);
+    log_verbose_as("dump_refcount", json_is_array(value) ? "]" : "}");
 }
 
 } // namespace
@@ -174,5 +174,5 @@ void trace_decref(json_t *value)
 void dump_refcount(json_t *value, const char *label)
 {
     if (value && libzorv_log_level >= 16)
-        dump_refcount(value, label, 0);
+        dump_value(value, label, 0);
 }
