@@ -52,7 +52,7 @@ bool contains(const Line &line, std::string_view pattern)
 }
 
 // Reads a line, or as much of it as fits; false at the end of the file.
-bool read_line(FILE *stream, Line &line)
+bool read_piece(FILE *stream, Line &line)
 {
     line.length = 0;
     int c = EOF;
@@ -84,7 +84,7 @@ int comment_out_pattern(FILE *stream, const char *pattern)
         return -1;
     int rc = 0;
     Line line;
-    while (read_line(stream, line)) {
+    while (read_piece(stream, line)) {
         if (!is_whole(line)) {
             skip_line(stream);
             rc = -1;

@@ -42,12 +42,13 @@ inline Text duplicate(std::string_view source)
     return copy;
 }
 
-// The text without the characters of `blanks` at its ends.
-constexpr std::string_view strip(std::string_view text, std::string_view blanks)
+// The text without the characters at its ends that the test is true of.
+template <class Test>
+constexpr std::string_view strip(std::string_view text, Test is_blank)
 {
-    while (!text.empty() && blanks.find(text.front()) != text.npos)
+    while (!text.empty() && is_blank(text.front()))
         text.remove_prefix(1);
-    while (!text.empty() && blanks.find(text.back()) != text.npos)
+    while (!text.empty() && is_blank(text.back()))
         text.remove_suffix(1);
     return text;
 }
@@ -55,7 +56,7 @@ constexpr std::string_view strip(std::string_view text, std::string_view blanks)
 // Blanks are space and tab, no other white space.
 constexpr std::string_view strip_blanks(std::string_view text)
 {
-    return strip(text, " \t");
+    return strip(text, [](char c) { return c == ' ' || c == '\t'; });
 }
 
 } // namespace zorv

@@ -7,7 +7,6 @@
 #include "core/log_gate.h"
 #include "core/own.h"
 #include "core/wrapping.h"
-#include "net/json_array.h"
 
 using namespace zorv;
 
@@ -40,12 +39,6 @@ size_t copy_integers(const json_t *array, long *values)
 }
 
 } // namespace
-
-json_t *zorv::make_array(long value)
-{
-    Json array(json_array());
-    return json_array_append_new(array.get(), json_integer(value)) == 0 ? array.release() : nullptr;
-}
 
 const char *zorv_json_get_str(json_t *obj, const char *key, const char *fallback)
 {
@@ -136,7 +129,7 @@ int zorv_json_append_array(json_t *obj, const char *key, long value)
         json_array_append_new(array, json_integer(value)); // On purpose: no array is no failure.
         return 0;
     }
-    Json array(make_array(value));
+    Json array(json_pack("[I]", json_int_t{value}));
     if (!array) {
         log_error("Failed to allocate json array");
         return -1;

@@ -7,7 +7,6 @@
 #include "core/log_gate.h"
 #include "core/own.h"
 #include "core/wrapping.h"
-#include "net/json_array.h"
 
 using namespace zorv;
 
@@ -77,7 +76,7 @@ int zorv_json_maybe_append_array(json_t *obj, const char *key, long value)
     }
     json_t *const array = json_object_get(obj, keys.array);
     if (!array) {
-        Json series(make_array(value));
+        Json series(json_pack("[I]", json_int_t{value}));
         if (!series) {
             log_error("Failed to allocate json array");
             return -1;

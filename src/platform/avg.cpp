@@ -3,17 +3,15 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/wrapping.h"
+
+using namespace zorv;
+
 namespace {
 
 static_assert(sizeof(zorv_avg) == 24);
 
-// Sums wrap as on the device: signed overflow is undefined in C++, unsigned is not.
-constexpr int64_t add(int64_t a, int64_t b)
-{
-    return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
-}
-
-constexpr int64_t subtract(int64_t a, int64_t b)
+constexpr int64_t wrapping_difference(int64_t a, int64_t b)
 {
     return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
 }
@@ -46,7 +44,7 @@ Squares squares_of(const int64_t *values, uint64_t n, int64_t mean)
     uint64_t sum = 0;
     uint64_t bits = 0;
     for (uint64_t i = 0; i < n; ++i) {
-        const auto distance = static_cast<uint64_t>(subtract(values[i], mean));
+        const auto distance = static_cast<uint64_t>(wrapping_difference(values[i], mean));
         sum += distance * distance; // the same for a distance below zero
         bits |= distance + (UINT64_C(1) << kNearBits);
     }
@@ -70,7 +68,7 @@ uint64_t sum_of_squares(const int64_t *values, uint64_t n, int64_t mean)
         sum = next;
     }
     for (; i < n; ++i) {
-        const auto distance = static_cast<double>(subtract(values[i], mean));
+        const auto distance = static_cast<double>(wrapping_difference(values[i], mean));
         sum = std::fma(distance, distance, sum);
     }
     return sum < kBeyondInt64 ? static_cast<uint64_t>(sum) : INT64_MAX;
@@ -89,7 +87,7 @@ public:
 
     bool holds(int64_t value) const
     {
-        const auto distance = static_cast<uint64_t>(subtract(value, mean_));
+        const auto distance = static_cast<uint64_t>(wrapping_difference(value, mean_));
         if (distance + limit_ > 2 * limit_) [[unlikely]] // not from -limit to limit
             return holds_far(distance);
         return true;
@@ -124,8 +122,8 @@ int64_t zorv_avg_round(int64_t sum, int64_t n)
     if (n == 0)
         return 0;
     const int64_t half = n / 2;
-    const int64_t adjusted = sum >= 0 ? add(sum, half) : subtract(sum, half);
-    return n == -1 ? subtract(0, adjusted) : adjusted / n;
+    const int64_t adjusted = sum >= 0 ? wrapping_sum(sum, half) : wrapping_difference(sum, half);
+    return n == -1 ? wrapping_difference(0, adjusted) : adjusted / n;
 }
 
 int64_t zorv_avg_array(const int64_t *values, uint64_t n)
@@ -137,8 +135,8 @@ void zorv_avg_increment(zorv_avg *acc, const int64_t pair[2])
 {
     if (!acc || !pair)
         return;
-    acc->sum = add(acc->sum, pair[0]);
-    acc->count = add(acc->count, pair[1]);
+    acc->sum = wrapping_sum(acc->sum, pair[0]);
+    acc->count = wrapping_sum(acc->count, pair[1]);
 }
 
 void zorv_avg_increment_sum_weighted(zorv_avg *acc, int value, int weight)
@@ -148,8 +146,8 @@ void zorv_avg_increment_sum_weighted(zorv_avg *acc, int value, int weight)
     // On purpose: 32 bits, like the counters that the samples come from.
     const auto product =
         static_cast<int32_t>(static_cast<uint32_t>(value) * static_cast<uint32_t>(weight));
-    acc->sum = add(acc->sum, product);
-    acc->count = add(acc->count, weight);
+    acc->sum = wrapping_sum(acc->sum, product);
+    acc->count = wrapping_sum(acc->count, weight);
 }
 
 int64_t zorv_avg_compute(zorv_avg *acc, unsigned dflt)

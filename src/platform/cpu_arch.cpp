@@ -5,8 +5,10 @@
 #include <strings.h>
 
 #include <zorv/board.h>
+#include <zorv/text.h>
 
 #include "core/lines.h"
+#include "core/text_tools.h"
 
 using namespace zorv;
 
@@ -34,18 +36,12 @@ constexpr struct {
     {"Atheros AR7", ar7100},
 };
 
-// Cuts the white space at the end of a text of `length` bytes.
-char *trim(char *text, size_t length)
+// Ends the text after so many bytes, and after no white space.
+char *cut(char *text, size_t length)
 {
-    while (length > 0 && is_white(text[length - 1]))
-        --length;
     text[length] = '\0';
+    trim_trailing(text, static_cast<int>(length));
     return text;
-}
-
-bool begins(const char *text, const char *prefix)
-{
-    return strncmp(text, prefix, strlen(prefix)) == 0;
 }
 
 } // namespace
@@ -55,8 +51,8 @@ void zorv::read_cpu_line(char *line, CpuInfo &info)
     char *const colon = strchr(line, ':');
     if (!colon || colon[1] == '\0')
         return;
-    const char *const key = trim(line, static_cast<size_t>(colon - line));
-    const char *const value = trim(colon + 2, strnlen(colon + 2, kValue));
+    const char *const key = cut(line, static_cast<size_t>(colon - line));
+    const char *const value = cut(colon + 2, strnlen(colon + 2, kValue));
     if (strcmp(key, "system type") == 0)
         copy_text(info.system, sizeof info.system, value);
     else if (strcmp(key, "cpu model") == 0)
@@ -65,12 +61,12 @@ void zorv::read_cpu_line(char *line, CpuInfo &info)
 
 unsigned zorv::cpu_arch(const CpuInfo &info)
 {
-    if (!begins(info.system, "Atheros"))
+    if (!begins_with(info.system, "Atheros"))
         return unknown;
-    if (begins(info.cpu, "MIPS 4Kc"))
+    if (begins_with(info.cpu, "MIPS 4Kc"))
         return ar2313;
     for (const auto &row : kSystems)
-        if (begins(info.system, row.system))
+        if (begins_with(info.system, row.system))
             return row.arch;
     return unknown;
 }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "core/lines.h"
+#include "core/text_tools.h"
 #include "platform/config_files.h"
 
 using namespace zorv;
@@ -23,18 +24,9 @@ constexpr struct {
     {{"ebtables.status", "ebtables.50.status"}, &dev_status::ebtables},
 };
 
-bool is_visible(char c)
+bool is_invisible(char c)
 {
-    return c > ' ' && c < '\x7f';
-}
-
-std::string_view trim(std::string_view text)
-{
-    while (!text.empty() && !is_visible(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && !is_visible(text.back()))
-        text.remove_suffix(1);
-    return text;
+    return c <= ' ' || c >= '\x7f';
 }
 
 File open_config()
@@ -57,9 +49,9 @@ void note_enabled(std::string_view line, Seen (&seen)[std::size(kServices)])
     // Elsewhere a carriage return is as good as a blank.
     if (line.front() == '#' || line.front() == '\r' || equals == line.npos)
         return;
-    const std::string_view key = trim({line.data(), equals});
+    const std::string_view key = strip({line.data(), equals}, is_invisible);
     line.remove_prefix(equals + 1);
-    if (trim(line) != "enabled")
+    if (strip(line, is_invisible) != "enabled")
         return;
     for (size_t service = 0; service < std::size(kServices); ++service)
         for (size_t i = 0; i < 2; ++i)

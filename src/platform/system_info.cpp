@@ -10,7 +10,7 @@ constexpr uint16_t kUnitedStates = 840; // ISO 3166 numeric
 constexpr int kFccDomain = 0x2A;        // the regulatory domain that stands for it
 
 // Takes six pairs of digits; the first that is none ends it, and the bytes from there on stay.
-void read_mac(const char (&serial)[17], uint8_t (&mac)[6])
+void take_serial(const char (&serial)[17], uint8_t (&mac)[6])
 {
     for (size_t i = 0; i < sizeof mac; ++i) {
         unsigned byte;
@@ -49,13 +49,13 @@ void read_id(const char *line, uint16_t &vendor, uint16_t &system, FoundIds &fou
 
 void read_unit_fact(const char *line, board_record &record)
 {
-    char serial[17] = ""; // zeros behind the text, where read_mac() may look
+    char serial[17] = ""; // zeros behind the text, where take_serial() may look
     char domains[kSystemInfoLine];
     uint16_t domain;
     if (sscanf(line, "cpuid=%x\n", &record.cpuid) == 1)
         return;
     if (sscanf(line, "serialno=%16s\n", serial) == 1)
-        read_mac(serial, record.cpu_mac);
+        take_serial(serial, record.cpu_mac);
     else if (sscanf(line, "boardrevision=%d\n", &record.board_revision) == 1 ||
              sscanf(line, "countrycode=%hu\n", &record.country_code) == 1)
         return;
