@@ -123,8 +123,7 @@ char *freadlineat(int dirfd, const char *path, char *buffer, int size, const cha
  * Read the number at the start of a file. Only the first 15 characters of the line are seen.
  *
  * On purpose: unlike freadlong() they tell the base by the prefix, so that "0x1f" is 31 and "010"
- * is 8: components keep values in their state directories in any of the three bases. They return
- * the default when there is no file, no line or no number.
+ * is 8. They return the default when there is no file, no line or no number.
  */
 long freadlongat(int dirfd, const char *path, long fallback);
 int64_t freadi64at(int dirfd, const char *path, int64_t fallback);

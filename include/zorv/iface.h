@@ -19,8 +19,8 @@ ZORV_BEGIN
 /*
  * Sets an interface's IPv4 address; the kernel picks the mask by the address's class.
  *
- *   ip  dotted text. On purpose a text that is no address sets 0.0.0.0, which takes the address
- *       away: scripts pass an empty word for it. NULL is a failure, "inet_pton failed".
+ *   ip  dotted text. On purpose a text that is no address, such as "", sets 0.0.0.0, which takes
+ *       the address away. NULL is a failure, "inet_pton failed".
  *
  * Returns 0, or -1, logged as the error "ioctl SIOCSIFADDR failed".
  */

@@ -76,9 +76,9 @@ int zorv_json_add_i64(struct json_t *obj, const char *key, int64_t delta);
 /*
  * Appends an integer to an array, which is made if the member is missing.
  *
- * Returns 0, on purpose also when the member is there but is no array and stays as it is: callers
- * count on old state files not to stop them. -1 when a new array cannot be made, logged as "Failed
- * to allocate json array", or cannot be set.
+ * Returns 0, on purpose also when the member is there but is no array and stays as it is: kept for
+ * callers built against it. -1 when a new array cannot be made, logged as "Failed to allocate json
+ * array", or cannot be set.
  */
 int zorv_json_append_array(struct json_t *obj, const char *key, long value);
 

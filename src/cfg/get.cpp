@@ -41,7 +41,8 @@ const cfg_entry *vget_value(const cfg_entry *cfg, const char *format, va_list ar
     return cfg;
 }
 
-// On purpose errno is not cleared: callers are used to an old ERANGE giving the fallback.
+// On purpose errno is not cleared, so an old ERANGE gives the fallback; kept for callers built
+// against it.
 template <class Number, class Wide>
 Number number_of(const cfg_entry *entry, Number fallback,
                  Wide (*convert)(const char *, char **, int), int base)

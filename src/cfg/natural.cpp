@@ -35,8 +35,7 @@ std::string_view without_zeros(std::string_view digits)
     return digits;
 }
 
-// By value; of one value, the longer run is greater: past its first zero it still has the whole
-// number to show where the other one has less.
+// By value; of one value, the run with more zeros in front is greater.
 int compare_numbers(std::string_view left, std::string_view right)
 {
     const std::string_view a = without_zeros(left), b = without_zeros(right);

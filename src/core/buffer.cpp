@@ -159,8 +159,8 @@ uint8_t *buffer_data(buffer *b)
     return b->storage->data + b->storage->read_offset;
 }
 
-// On purpose: copies from the start of the storage and leaves the write end there. Callers clone
-// freshly written buffers and read the clone before they write to it.
+// On purpose: copies from the start of the storage and leaves the write end there; kept for callers
+// built against it.
 buffer *buffer_clone(buffer *b)
 {
     const buffer_storage &source = *b->storage;

@@ -93,8 +93,8 @@ int aes_cbc_encrypt_128(const uint8_t key[16], const uint8_t iv[16], uint8_t *da
 
 int aes_cbc_decrypt_128(const uint8_t key[16], const uint8_t iv[16], uint8_t *data, size_t len)
 {
-    // On purpose: no block at all is an error here, though encryption makes such a text; receivers
-    // rely on it to drop messages without content.
+    // On purpose: no block at all is an error here, though encryption makes such a text; kept for
+    // callers built against it.
     if (len == 0 || len % kAesBlock != 0)
         return -1;
     aes().cbc_decrypt(key, iv, data, len);

@@ -43,8 +43,8 @@ size_t pad(sha256_ctx *ctx)
     memset(ctx->block + ctx->len, 0, kSha256Block);
     memset(ctx->block + kSha256Block, 0, kSha256Block);
     ctx->block[ctx->len] = 0x80;
-    // On purpose: the low 32 bits of the bit count only; stored digests of longer messages were
-    // made this way.
+    // On purpose: the low 32 bits of the bit count only, so digests of 512 MiB and more are not the
+    // standard's; kept for callers built against it.
     store_be32(ctx->block + blocks * kSha256Block - sizeof(uint32_t), (ctx->tot_len + ctx->len)
                                                                           << 3);
     return blocks;

@@ -85,7 +85,8 @@ exec_command *exec_copy(const exec_command *source)
 {
     if (!source || source->argc < 1) // without its path slot none of ours
         return nullptr;
-    // On purpose: no slot for a terminator; copies are kept and compared, and not run.
+    // On purpose: no slot for a terminator, so a copy cannot be run; kept for callers built against
+    // it.
     Command copy = make_command(source->path, static_cast<size_t>(source->argc));
     if (!copy)
         return nullptr;

@@ -29,8 +29,8 @@ struct Speaker {
     pid_t pid;
 };
 
-// On purpose: the newline stands before the reason, and no verbosity silences the text, which the
-// device's console is to show.
+// On purpose: the newline stands before the reason, and no verbosity silences the text; kept for
+// callers built against it.
 void report_failed_fork(const Speaker &speaker, int error)
 {
     errno = error;
@@ -60,8 +60,8 @@ Fd watch(pid_t pid)
 // all children itself, and wait() would then wait for an unrelated one. Returns the status of what
 // was reaped; 0 when it was another's.
 //
-// On purpose: whichever child ends first is reaped, which need not be the one just started; callers
-// with children of their own allow for it.
+// On purpose: whichever child ends first is reaped, which need not be the one just started; kept
+// for callers built against it.
 int reap_first(pid_t child)
 {
     const Fd end = watch(child);
@@ -118,7 +118,7 @@ void syswrapper_impl(int wait, const char *command, ...)
         vector.add(word);
     va_end(arguments);
     // On purpose: a full vector runs all the same, even one that the arguments fill exactly.
-    // Despite its wording the message marks a cut, and callers count on the run.
+    // Despite its wording the message marks a cut.
     if (vector.is_full())
         log_debug("[ERROR] too many arguments for syswrapper, '%s' skipped!", command);
 

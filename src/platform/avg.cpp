@@ -143,11 +143,11 @@ void zorv_avg_increment_sum_weighted(zorv_avg *acc, int value, int weight)
 {
     if (!acc || value == -1)
         return;
-    // On purpose: 32 bits, like the counters that the samples come from.
+    // On purpose 32 bits; kept for callers built against it.
     const auto product =
         static_cast<int32_t>(static_cast<uint32_t>(value) * static_cast<uint32_t>(weight));
-    acc->sum = wrapping_sum(acc->sum, product);
-    acc->count = wrapping_sum(acc->count, weight);
+    acc->sum = wrapping_sum(acc->sum, int64_t{product});
+    acc->count = wrapping_sum(acc->count, int64_t{weight});
 }
 
 int64_t zorv_avg_compute(zorv_avg *acc, unsigned dflt)

@@ -42,7 +42,7 @@ int get_boardsn(const char *path, char *buf, int size)
     char text[sizeof value + 1];
     const int length = snprintf(text, sizeof text, "%s\n", value);
     if (length > size) {
-        // On purpose: the file stays open; manufacturing tools go on with its descriptor.
+        // On purpose: the file stays open; kept for callers built against it.
         [[maybe_unused]] const FILE *const left_open = file.release();
         return -1;
     }

@@ -184,7 +184,7 @@ int get_mac_brinfo(const char *bridge, const char *mac, unsigned *age_seconds, u
     if (!bridge || !mac || !read_mac(mac, wanted))
         return 0;
     const Fd table = open_table(path_of(bridge, "brforward").text);
-    if (table.get() <= 0) // On purpose: descriptor 0 is what callers without standard input get.
+    if (table.get() <= 0) // On purpose descriptor 0, too; kept for callers built against it.
         return 0;
     uint8_t block[kTableBlock];
     fdb_record record;

@@ -102,7 +102,7 @@ uint32_t candidate_by_boardrev(const board_record &record)
             if (static_cast<int32_t>(row->lowest) <= record.board_revision &&
                 record.board_revision <= static_cast<int32_t>(row->highest))
                 return row->firmware;
-        return kEnd; // On purpose: updaters refuse a unit of a revision that nobody has tested.
+        return kEnd; // On purpose: no firmware fits a revision that is in no row.
     }
     return kNone;
 }

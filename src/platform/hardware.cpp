@@ -43,7 +43,7 @@ File open_eeprom()
     while (const char *const row = rows.next())
         if (read_eeprom_row(row, partition))
             return open_partition(partition);
-    return File(fopen("EEPROM", "re")); // On purpose: bring-up tools run beside a saved image.
+    return File(fopen("EEPROM", "re")); // On purpose: one in the working directory stands in.
 }
 
 // Returns how many devices it found, -1 without a list.

@@ -90,7 +90,7 @@ int is_qm()
 {
     if (board_identify()->system_id != kQm)
         return 0;
-    mesh_mode_is_set(); // On purpose: only for those who watch accesses to the file.
+    mesh_mode_is_set(); // On purpose read and not looked at; kept for callers built against it.
     return 1;
 }
 

@@ -32,7 +32,7 @@ bool is_invisible(char c)
 File open_config()
 {
     struct stat info;
-    // On purpose: set-up scripts leave a half-written file with these permissions.
+    // On purpose: a file of these permissions counts as not yet written.
     if (stat(kSystemCfg, &info) != 0 || info.st_mode == (S_IFREG | 0777))
         return nullptr;
     return File(fopen(kSystemCfg, "re"));

@@ -101,7 +101,7 @@ bool strip_padding(const uint8_t *payload, uint16_t &length)
     const uint8_t pad = payload[length - 1];
     if (length < pad)
         return false;
-    // On purpose a pad of 0 passes and strips nothing: peers exist that fill up with zeros.
+    // On purpose a pad of 0 passes and strips nothing; kept for peers built against it.
     for (int i = 1; i <= pad; ++i) {
         if (payload[length - i] != pad)
             return false;

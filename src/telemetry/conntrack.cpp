@@ -47,7 +47,7 @@ std::string_view find_value(std::string_view line, std::string_view name)
     return end == line.npos ? std::string_view() : std::string_view(line.data(), end);
 }
 
-// The host of the table, where it comes with a count of 0 if it is new; NULL when memory is short.
+// The host of the table, added with a count of 0 where it is new; NULL when memory is short.
 conntrack_host *find_or_insert(conntrack_hosts_t &hosts, std::string_view address)
 {
     unsigned hash;

@@ -47,7 +47,7 @@ void add_kernel(Members &report)
 void add_times(Members &report)
 {
     report.set("uptime", json_integer(get_uptime_from_sysinfo()));
-    // On purpose 32 bits: the service compares it with records of its own, which have no more.
+    // On purpose 32 bits; kept for the service that reads it.
     const auto boot = static_cast<int32_t>(time(nullptr) - get_uptime_from_sysinfo());
     report.set("boot_time", json_integer(boot));
 }

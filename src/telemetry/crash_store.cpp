@@ -224,7 +224,7 @@ void make_marker(CrashLogWalk &walk)
 
 int is_dir_in_persistent(const char *path)
 {
-    // On purpose no slash behind it: scripts that save the configuration compare as much.
+    // On purpose no slash behind it; kept for callers built against it.
     return path && strncmp(path, kPersistent, strlen(kPersistent)) == 0 ? 1 : 0;
 }
 

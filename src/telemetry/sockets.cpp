@@ -40,7 +40,7 @@ uint32_t inet_state(uint32_t kind, uint32_t number)
     return known ? number : 0;
 }
 
-// On purpose: a free socket, 0, stays the unknown state, which consumers of the JSON know it by.
+// On purpose: a free socket, 0, stays the unknown state; kept for readers of the JSON.
 uint32_t unix_state(uint32_t number, uint32_t flags)
 {
     constexpr uint32_t kStates[] = {0, 2, 4, 5, 6};

@@ -20,7 +20,7 @@ constexpr size_t kAnonymousId = 65; // 64 hexadecimal digits
 
 constinit char g_device_id[kAnonymousId] = ""; // from the first envelope on
 
-// On purpose the stand-in is kept as well: the service tells the process's traces by it.
+// On purpose the stand-in is kept as well: one process sends one id.
 const char *device_id()
 {
     if (*g_device_id == '\0')
