@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "core/lines.h"
-#include "platform/cpu_arch.h"
-#include "platform/firmware.h"
+#include "platform/board_cpu_arch.h"
+#include "platform/board_firmware.h"
 #include "platform/system_info.h"
 
 using namespace zorv;

@@ -10,7 +10,7 @@
 #include <zorv/log.h>
 
 #include "core/lines.h"
-#include "telemetry/conntrack.h"
+#include "telemetry/stats_conntrack.h"
 #include "temporary_file.h"
 
 using namespace zorv;

@@ -6,7 +6,7 @@
 #include <zorv/log.h>
 
 #include "core/own.h"
-#include "telemetry/meminfo.h"
+#include "telemetry/stats_meminfo.h"
 #include "temporary_file.h"
 
 using namespace zorv;

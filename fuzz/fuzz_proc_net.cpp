@@ -9,7 +9,7 @@
 
 #include "core/lines.h"
 #include "telemetry/ps_fds.h"
-#include "telemetry/sockets.h"
+#include "telemetry/ps_sockets.h"
 
 using namespace zorv;
 

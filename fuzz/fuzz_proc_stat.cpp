@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "telemetry/proc_stat.h"
+#include "telemetry/ps_stat.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

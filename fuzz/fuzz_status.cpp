@@ -5,9 +5,9 @@
 #include <string_view>
 
 #include "core/lines.h"
-#include "platform/arp_rows.h"
-#include "platform/dev_rows.h"
-#include "platform/fdb_table.h"
+#include "platform/status_arp_rows.h"
+#include "platform/status_dev_rows.h"
+#include "platform/bridge_fdb_table.h"
 #include "platform/item_list.h"
 #include "platform/netlink.h"
 

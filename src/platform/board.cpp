@@ -7,9 +7,9 @@
 #include <zorv/hardware.h>
 
 #include "core/lines.h"
+#include "platform/board_cpu_arch.h"
+#include "platform/board_firmware.h"
 #include "platform/board_table.h"
-#include "platform/cpu_arch.h"
-#include "platform/firmware.h"
 #include "platform/system_info.h"
 
 using namespace zorv;

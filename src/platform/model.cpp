@@ -4,7 +4,7 @@
 
 #include <zorv/board.h>
 
-#include "platform/id_sets.h"
+#include "platform/model_id_sets.h"
 
 using namespace zorv;
 

@@ -13,9 +13,9 @@
 #include "core/lines.h"
 #include "core/log_gate.h"
 #include "core/text_tools.h"
-#include "telemetry/proc_stat.h"
 #include "telemetry/ps_list.h"
-#include "telemetry/sockets.h"
+#include "telemetry/ps_sockets.h"
+#include "telemetry/ps_stat.h"
 
 using namespace zorv;
 

@@ -11,7 +11,7 @@
 #include "core/log_gate.h"
 #include "core/own.h"
 #include "core/text_tools.h"
-#include "telemetry/sockets.h"
+#include "telemetry/ps_sockets.h"
 
 using namespace zorv;
 

@@ -1,9 +1,9 @@
 // What cannot be had from outside: rules that no board of the table shows, answers that this
 // kernel does not give, a processor's architecture, which no record keeps.
-#include "platform/cpu_arch.h"
-#include "platform/dev_rows.h"
-#include "platform/fdb_table.h"
-#include "platform/firmware.h"
+#include "platform/board_cpu_arch.h"
+#include "platform/status_dev_rows.h"
+#include "platform/bridge_fdb_table.h"
+#include "platform/board_firmware.h"
 #include "platform/item_list.h"
 #include "platform/netlink.h"
 #include "platform/rows.h"

@@ -15,7 +15,7 @@
 #include "cli.h"
 #include "core/own.h"
 #include "families.h"
-#include "platform/fdb_table.h"
+#include "platform/bridge_fdb_table.h"
 
 namespace ctl {
 namespace {

@@ -1,6 +1,6 @@
-// proc_stat.h - what a process list takes from a line of /proc/PID/stat.
-#ifndef ZORV_TELEMETRY_PROC_STAT_H
-#define ZORV_TELEMETRY_PROC_STAT_H
+// ps_stat.h - what a process list takes from a line of /proc/PID/stat.
+#ifndef ZORV_TELEMETRY_PS_STAT_H
+#define ZORV_TELEMETRY_PS_STAT_H
 
 #include <string_view>
 

@@ -1,6 +1,6 @@
-// arp_rows.h - rows of the kernel's neighbour table.
-#ifndef ZORV_PLATFORM_ARP_ROWS_H
-#define ZORV_PLATFORM_ARP_ROWS_H
+// status_arp_rows.h - rows of the kernel's neighbour table.
+#ifndef ZORV_PLATFORM_STATUS_ARP_ROWS_H
+#define ZORV_PLATFORM_STATUS_ARP_ROWS_H
 
 #include <cstddef>
 

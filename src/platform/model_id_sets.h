@@ -1,6 +1,6 @@
-// id_sets.h - the classes of boards: fixed sets of system ids.
-#ifndef ZORV_PLATFORM_ID_SETS_H
-#define ZORV_PLATFORM_ID_SETS_H
+// model_id_sets.h - the classes of boards: fixed sets of system ids.
+#ifndef ZORV_PLATFORM_MODEL_ID_SETS_H
+#define ZORV_PLATFORM_MODEL_ID_SETS_H
 
 #include <cstdint>
 

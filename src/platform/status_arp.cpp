@@ -1,4 +1,4 @@
-#include "platform/arp_rows.h"
+#include "platform/status_arp_rows.h"
 
 #include <zorv/status.h>
 

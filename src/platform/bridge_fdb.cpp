@@ -1,4 +1,4 @@
-#include "platform/fdb_table.h"
+#include "platform/bridge_fdb_table.h"
 
 #include <cerrno>
 #include <climits>

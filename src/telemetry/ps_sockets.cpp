@@ -1,4 +1,4 @@
-#include "telemetry/sockets.h"
+#include "telemetry/ps_sockets.h"
 
 #include <cstring>
 #include <iterator>

@@ -1,4 +1,4 @@
-#include "platform/id_sets.h"
+#include "platform/model_id_sets.h"
 
 #include <algorithm>
 #include <iterator>

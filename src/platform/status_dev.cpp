@@ -1,4 +1,4 @@
-#include "platform/dev_rows.h"
+#include "platform/status_dev_rows.h"
 
 #include <cerrno>
 #include <cstddef>

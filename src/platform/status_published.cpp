@@ -1,11 +1,9 @@
 #include <zorv/status.h>
 
+#include <cstring>
+
 #include <unistd.h>
 #include <zorv/file.h>
-
-#include "core/lines.h"
-
-using namespace zorv;
 
 namespace {
 
@@ -21,9 +19,6 @@ constexpr struct {
     {"bound", 3},
     {"renew", 4},
 };
-
-constexpr size_t kTcpRow = 1024;
-constexpr char kSshListens[] = ":0016 00000000:0000 0A"; // port 22, no remote end, listening
 
 } // namespace
 
@@ -45,15 +40,5 @@ int system_dhcp_status()
     for (const auto &row : kDhcpStates)
         if (strcmp(word, row.word) == 0)
             return row.state;
-    return 0;
-}
-
-int system_is_ssh()
-{
-    const File table(fopen("/proc/net/tcp", "re"));
-    Lines<kTcpRow> rows(table.get());
-    while (const char *const row = rows.next())
-        if (strstr(row, kSshListens))
-            return 1;
     return 0;
 }

@@ -1,6 +1,6 @@
-// sockets.h - the sockets that the tables of /proc/net name, by inode.
-#ifndef ZORV_TELEMETRY_SOCKETS_H
-#define ZORV_TELEMETRY_SOCKETS_H
+// ps_sockets.h - the sockets that the tables of /proc/net name, by inode.
+#ifndef ZORV_TELEMETRY_PS_SOCKETS_H
+#define ZORV_TELEMETRY_PS_SOCKETS_H
 
 #include <cstdint>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "telemetry/conntrack.h"
+#include "telemetry/stats_conntrack.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,6 +1,6 @@
-// dev_rows.h - what fill_dev_status() makes of the kernel's answers.
-#ifndef ZORV_PLATFORM_DEV_ROWS_H
-#define ZORV_PLATFORM_DEV_ROWS_H
+// status_dev_rows.h - what fill_dev_status() makes of the kernel's answers.
+#ifndef ZORV_PLATFORM_STATUS_DEV_ROWS_H
+#define ZORV_PLATFORM_STATUS_DEV_ROWS_H
 
 #include <zorv/status.h>
 

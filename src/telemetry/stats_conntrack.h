@@ -1,6 +1,6 @@
-// conntrack.h - hosts from a table in the form of /proc/net/nf_conntrack.
-#ifndef ZORV_TELEMETRY_CONNTRACK_H
-#define ZORV_TELEMETRY_CONNTRACK_H
+// stats_conntrack.h - hosts from a table in the form of /proc/net/nf_conntrack.
+#ifndef ZORV_TELEMETRY_STATS_CONNTRACK_H
+#define ZORV_TELEMETRY_STATS_CONNTRACK_H
 
 #include <string_view>
 

@@ -1,4 +1,4 @@
-#include "platform/cpu_arch.h"
+#include "platform/board_cpu_arch.h"
 
 #include <cstring>
 

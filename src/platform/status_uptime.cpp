@@ -1,21 +1,12 @@
 #include <zorv/status.h>
 
-#include <cstring>
-#include <ctime>
+#include <cstdio>
+#include <cstdlib>
 
 #include <sys/sysinfo.h>
 #include <zorv/file.h>
 
-#include "core/text_tools.h"
-
-using namespace zorv;
-
 namespace {
-
-constexpr size_t kCell = 8;
-
-// The words of "Sat Nov 21 09:05:00 2026\n" by what ends each.
-constexpr char kWordEnds[7][2] = {" ", " ", " ", ":", ":", " ", " "};
 
 // A part of a duration, "" for none.
 struct Part {
@@ -59,16 +50,4 @@ void uptime2str(unsigned long seconds, char *buf, size_t size)
     const Part days = part_of(seconds / 86400, 'd'), hours = part_of(seconds / 3600 % 24, 'h');
     const Part minutes = part_of(seconds / 60 % 60, 'm'), rest = part_of(seconds % 60, 's');
     snprintf(buf, size, "%s%s%s%s", days.text, hours.text, minutes.text, rest.text);
-}
-
-void get_system_time(char cells[7][kCell])
-{
-    tzset(); // ctime() would, ctime_r() need not: the zone may have changed
-    const time_t now = time(nullptr);
-    char text[64]; // ctime_r() asks for 26
-    char *rest = ctime_r(&now, text);
-    for (size_t i = 0; cells && i < std::size(kWordEnds); ++i) {
-        const char *const word = rest ? strtok_r(rest, kWordEnds[i], &rest) : nullptr;
-        copy_text(cells[i], kCell, word ? word : "");
-    }
 }

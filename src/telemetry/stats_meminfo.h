@@ -1,6 +1,6 @@
-// meminfo.h - the memory record from a table in the form of /proc/meminfo.
-#ifndef ZORV_TELEMETRY_MEMINFO_H
-#define ZORV_TELEMETRY_MEMINFO_H
+// stats_meminfo.h - the memory record from a table in the form of /proc/meminfo.
+#ifndef ZORV_TELEMETRY_STATS_MEMINFO_H
+#define ZORV_TELEMETRY_STATS_MEMINFO_H
 
 #include <zorv/stats.h>
 

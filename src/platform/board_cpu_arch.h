@@ -1,6 +1,6 @@
-// cpu_arch.h - the processor's architecture, in the codes of arch_name_to_type().
-#ifndef ZORV_PLATFORM_CPU_ARCH_H
-#define ZORV_PLATFORM_CPU_ARCH_H
+// board_cpu_arch.h - the processor's architecture, in the codes of arch_name_to_type().
+#ifndef ZORV_PLATFORM_BOARD_CPU_ARCH_H
+#define ZORV_PLATFORM_BOARD_CPU_ARCH_H
 
 #include <cstddef>
 

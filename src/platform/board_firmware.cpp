@@ -1,9 +1,8 @@
-#include "platform/firmware.h"
+#include "platform/board_firmware.h"
 
 #include <algorithm>
 
-#include "core/lines.h"
-#include "platform/id_sets.h"
+#include "platform/model_id_sets.h"
 
 using namespace zorv;
 
@@ -129,22 +128,6 @@ void zorv::raise_firmware_minimum(board_record &record)
         oui_of(record) == OUI_C ? kFirmwareWithOuiC : kNone,
         candidate_by_bomrev(record),
     });
-}
-
-uint32_t pluvo_get_bomrev()
-{
-    const File board(fopen("/proc/zorvhal/board", "re"));
-    if (!board)
-        return UINT32_MAX;
-    char value[kLineBuffer];
-    if (!read_last_value(board.get(), "bomrev", value))
-        return 0;
-    return static_cast<uint32_t>(strtoul(value, nullptr, 16));
-}
-
-uint32_t pluvo_get_hw_board_id()
-{
-    return pluvo_get_bomrev() & ~UINT32_C(0xFF);
 }
 
 int pluvo_board_is_beta_firmware(const board_record *record)

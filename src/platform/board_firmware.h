@@ -1,6 +1,6 @@
-// firmware.h - the oldest firmware that may run on a unit.
-#ifndef ZORV_PLATFORM_FIRMWARE_H
-#define ZORV_PLATFORM_FIRMWARE_H
+// board_firmware.h - the oldest firmware that may run on a unit.
+#ifndef ZORV_PLATFORM_BOARD_FIRMWARE_H
+#define ZORV_PLATFORM_BOARD_FIRMWARE_H
 
 #include <zorv/board.h>
 

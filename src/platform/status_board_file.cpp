@@ -1,17 +1,14 @@
 #include <zorv/status.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
-#include <zorv/file.h>
-
-#include "core/device_files.h"
 #include "core/lines.h"
 
 using namespace zorv;
 
 namespace {
-
-constinit char g_main_mac[sizeof "00:11:22:33:44:55"] = ""; // of the last call
 
 File open_board_file(const char *path)
 {
@@ -48,19 +45,4 @@ int get_boardsn(const char *path, char *buf, int size)
     }
     memcpy(buf, text, static_cast<size_t>(length)); // without its NUL
     return 0;
-}
-
-const char *get_main_mac_str()
-{
-    freadvalue(kSystemInfo, "eth0.macaddr", g_main_mac, sizeof g_main_mac, "");
-    if (*g_main_mac == '\0')
-        freadvalue(kSystemInfo, "wifi0.macaddr", g_main_mac, sizeof g_main_mac,
-                   "00:11:22:33:44:55");
-    return g_main_mac;
-}
-
-long get_manufid()
-{
-    char text[5];
-    return strtol(freadvalue(kSystemInfo, "manufid", text, sizeof text, "0000"), nullptr, 16);
 }

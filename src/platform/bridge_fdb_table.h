@@ -1,6 +1,6 @@
-// fdb_table.h - the records of a bridge's forwarding table, as the kernel lays them out.
-#ifndef ZORV_PLATFORM_FDB_TABLE_H
-#define ZORV_PLATFORM_FDB_TABLE_H
+// bridge_fdb_table.h - the records of a bridge's forwarding table, as the kernel lays them out.
+#ifndef ZORV_PLATFORM_BRIDGE_FDB_TABLE_H
+#define ZORV_PLATFORM_BRIDGE_FDB_TABLE_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "telemetry/meminfo.h"
+#include "telemetry/stats_meminfo.h"
 
 #include <cerrno>
 #include <cstdlib>

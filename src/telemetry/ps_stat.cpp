@@ -1,4 +1,4 @@
-#include "telemetry/proc_stat.h"
+#include "telemetry/ps_stat.h"
 
 #include <cstdio>
 #include <cstring>
