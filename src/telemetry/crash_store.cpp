@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 
 #include <fcntl.h>
@@ -199,7 +199,6 @@ bool save_meta(CrashLogWalk &walk)
     const Text text = dump_json(walk.meta.get(), 0);
     if (!text || !rewrite_meta(walk.meta_file.get(), text.get())) {
         walk.error = text ? errno : ENOMEM;
-        log_error("Cannot save %s %s%s meta file", walk.family, walk.meta_dir, walk.name);
         return false;
     }
     if (!(walk.flags & kMetaCounted) && is_dir_in_persistent(walk.meta_dir))
@@ -290,7 +289,9 @@ void zorv::finish_crash_meta(CrashLogWalk &walk)
     const bool has_changed =
         walk.flags & (kMetaChanged | kMetaCounted) && walk.meta_file && walk.meta;
     // The marker comes behind the meta: no call looks at a log again that has one.
-    if ((!has_changed || save_meta(walk)) && is_set(walk.meta.get(), kToNet))
+    if (has_changed && !save_meta(walk))
+        log_error("Cannot save %s %s%s meta file", walk.family, walk.meta_dir, walk.name);
+    else if (is_set(walk.meta.get(), kToNet))
         make_marker(walk);
     walk.payload = nullptr;
     walk.meta.reset();
@@ -316,6 +317,10 @@ int zorv::iterate_crash_logs(CrashLogWalk &walk)
         return -1;
     }
     const Fd sent_dir(open(walk.sent_dir, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!sent_dir) { // what is finished would pass for unfinished
+        log_error("Couldn't open %s: %s", walk.sent_dir, strerror(errno));
+        return 0;
+    }
     const int log_dir = dirfd(logs.get());
     while (!(walk.flags & kStop)) {
         errno = 0;
