@@ -166,6 +166,14 @@ bool write_at(int fd, const char *text, size_t length, size_t offset)
     return true;
 }
 
+// Cuts a file back to what it held before a write failed.
+void cut_back(int fd, size_t size)
+{
+    const int saved = errno;
+    static_cast<void>(!ftruncate(fd, static_cast<off_t>(size)));
+    errno = saved;
+}
+
 // Writes what of the text is behind the end of the file, so that what overwrites the file's bytes
 // afterwards fits. On a file system that is full the file stays as it was.
 bool write_tail(int fd, const char *text, size_t length, size_t &size)
@@ -176,9 +184,7 @@ bool write_tail(int fd, const char *text, size_t length, size_t &size)
     size = static_cast<size_t>(info.st_size);
     if (length <= size || write_at(fd, text + size, length - size, size))
         return true;
-    const int saved = errno;
-    static_cast<void>(!ftruncate(fd, info.st_size));
-    errno = saved;
+    cut_back(fd, size);
     return false;
 }
 
@@ -188,8 +194,12 @@ bool rewrite_meta(int fd, const char *text)
 {
     const size_t length = strlen(text);
     size_t size;
-    return write_tail(fd, text, length, size) && write_at(fd, text, std::min(length, size), 0) &&
-           (length >= size || ftruncate(fd, static_cast<off_t>(length)) == 0);
+    if (!write_tail(fd, text, length, size))
+        return false;
+    if (write_at(fd, text, std::min(length, size), 0))
+        return length >= size || ftruncate(fd, static_cast<off_t>(length)) == 0;
+    cut_back(fd, size); // without a tail of another text
+    return false;
 }
 
 // False, and walk.error, when it cannot be stored.

@@ -69,11 +69,11 @@ TEST_F(Torture, Processes)
                       "[{\"pid\":7,*,\"fd_count\":*,\"comm\":\"a\",\"fds\":[*]}]: *"},
          .prepare = prepare,
          .most = 80,
-         .messages = {"read_process: #: malloc(#) failed",
-                      "fread_cmdline: Failed to open '/proc/#/",
-                      "zorv_ps_list_init: Failed to allocate memory for zorv_ps_list",
-                      "[warn ] libzorv_proc.zorv_ps_filter(): Failed to cache sockets",
-                      "init_socket_inode: Failed to init socket inode"}},
+         .messages =
+             {"read_process: #: malloc(#) failed", "fread_cmdline: Failed to open '/proc/#/",
+              "zorv_ps_list_init: Failed to allocate memory for zorv_ps_list",
+              "/unix': Input/output error; [warn ] libzorv_proc.zorv_ps_filter(): Failed to cache ",
+              "init_socket_inode: Failed to init socket inode"}},
         {.name = "statistics",
          .scenario = statistics,
          .outcomes = {"none*: *", "*-1: *", "*none: *",
@@ -141,8 +141,13 @@ TEST_F(Torture, CrashStore)
                       return std::to_string(rc) + (next ? " next " : " none ") +
                              stored(marked + mark_crash_log_finished("a.tgz"));
                   },
-              .outcomes = {"0 * 1 {*\"uplink_model\":\"unknown\"},\"sent_to_net\":true} marked*"},
-              .prepare = make_log,
-              .most = 20,
+              .outcomes =
+                  {R"(0 * 1 {"payload":{},"sent_to_analytics":true,"sent_to_net":true} marked*)"},
+              .prepare =
+                  [] {
+                      make_log();
+                      file(kMetas + "a.tgz", R"({"payload":{},"sent_to_analytics":true})");
+                  },
+              .most = 60,
               .messages = {"finish_crash_meta: Cannot save vwire_disconnect /etc/"}}});
 }
