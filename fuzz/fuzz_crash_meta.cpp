@@ -3,6 +3,7 @@
 #include <zorv/log.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -48,8 +49,8 @@ Json count_and_store(const char *path)
     Json stored;
     if (walk.error == 0 && json_is_object(walk.meta.get())) {
         json_t *const meta = walk.meta.get();
-        const auto before = static_cast<uint64_t>(zorv_json_read_long(meta, "send_attempts", 0));
-        require(count_failure(meta) == static_cast<long>(before + 1));
+        const long before = zorv_json_read_long(meta, "send_attempts", 0);
+        require(count_failure(meta) == (before < LONG_MAX ? before + 1 : before));
         require(is_set(meta, "sent_to_net") == json_is_true(json_object_get(meta, "sent_to_net")));
         walk.flags |= kMetaCounted;
         stored.reset(json_deep_copy(meta));

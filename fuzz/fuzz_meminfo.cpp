@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include <jansson.h>
 #include <zorv/log.h>
 
 #include "core/own.h"

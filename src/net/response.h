@@ -21,16 +21,21 @@ inline char *body_text(const curl_simple_response &response)
     return reinterpret_cast<char *>(body->data(body));
 }
 
-// The same for a log line, which a service might use to write others: control characters, those of
-// the body too from then on, are blanks.
-inline const char *loggable_body(const curl_simple_response &response)
+// Makes blanks of the control characters of a text from a service, which might use them to write
+// log lines of its own.
+inline const char *loggable(char *text)
 {
-    char *const text = body_text(response);
     for (char *at = text; *at != '\0'; ++at) {
         if (static_cast<unsigned char>(*at) < ' ' || *at == '\x7f')
             *at = ' ';
     }
     return text;
+}
+
+// The body as a text for a log line, loggable from then on.
+inline const char *loggable_body(const curl_simple_response &response)
+{
+    return loggable(body_text(response));
 }
 
 } // namespace zorv

@@ -84,7 +84,7 @@ int zorv::post_crash(const char *url, json_t *payload, json_t **response)
     *response = json_loads(body_text(*reply), 0, &error);
     if (*response)
         return 0;
-    log_warning("Failed to parse response: %s at line %d, column %d", error.text, error.line,
-                error.column);
+    log_warning("Failed to parse response: %s at line %d, column %d", loggable(error.text),
+                error.line, error.column);
     return -1;
 }

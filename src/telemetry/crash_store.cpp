@@ -166,6 +166,14 @@ bool write_at(int fd, const char *text, size_t length, size_t offset)
     return true;
 }
 
+// Cuts a file back to what it held before a write failed.
+void cut_back(int fd, size_t size)
+{
+    const int saved = errno;
+    static_cast<void>(!ftruncate(fd, static_cast<off_t>(size)));
+    errno = saved;
+}
+
 // Writes what of the text is behind the end of the file, so that what overwrites the file's bytes
 // afterwards fits. On a file system that is full the file stays as it was.
 bool write_tail(int fd, const char *text, size_t length, size_t &size)
@@ -176,9 +184,7 @@ bool write_tail(int fd, const char *text, size_t length, size_t &size)
     size = static_cast<size_t>(info.st_size);
     if (length <= size || write_at(fd, text + size, length - size, size))
         return true;
-    const int saved = errno;
-    static_cast<void>(!ftruncate(fd, info.st_size));
-    errno = saved;
+    cut_back(fd, size);
     return false;
 }
 
@@ -188,8 +194,12 @@ bool rewrite_meta(int fd, const char *text)
 {
     const size_t length = strlen(text);
     size_t size;
-    return write_tail(fd, text, length, size) && write_at(fd, text, std::min(length, size), 0) &&
-           (length >= size || ftruncate(fd, static_cast<off_t>(length)) == 0);
+    if (!write_tail(fd, text, length, size))
+        return false;
+    if (write_at(fd, text, std::min(length, size), 0))
+        return length >= size || ftruncate(fd, static_cast<off_t>(length)) == 0;
+    cut_back(fd, size); // without a tail of another text
+    return false;
 }
 
 // False, and walk.error, when it cannot be stored.
@@ -199,7 +209,6 @@ bool save_meta(CrashLogWalk &walk)
     const Text text = dump_json(walk.meta.get(), 0);
     if (!text || !rewrite_meta(walk.meta_file.get(), text.get())) {
         walk.error = text ? errno : ENOMEM;
-        log_error("Cannot save %s %s%s meta file", walk.family, walk.meta_dir, walk.name);
         return false;
     }
     if (!(walk.flags & kMetaCounted) && is_dir_in_persistent(walk.meta_dir))
@@ -290,7 +299,9 @@ void zorv::finish_crash_meta(CrashLogWalk &walk)
     const bool has_changed =
         walk.flags & (kMetaChanged | kMetaCounted) && walk.meta_file && walk.meta;
     // The marker comes behind the meta: no call looks at a log again that has one.
-    if ((!has_changed || save_meta(walk)) && is_set(walk.meta.get(), kToNet))
+    if (has_changed && !save_meta(walk))
+        log_error("Cannot save %s %s%s meta file", walk.family, walk.meta_dir, walk.name);
+    else if (is_set(walk.meta.get(), kToNet))
         make_marker(walk);
     walk.payload = nullptr;
     walk.meta.reset();
@@ -316,6 +327,10 @@ int zorv::iterate_crash_logs(CrashLogWalk &walk)
         return -1;
     }
     const Fd sent_dir(open(walk.sent_dir, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!sent_dir) { // what is finished would pass for unfinished
+        log_error("Couldn't open %s: %s", walk.sent_dir, strerror(errno));
+        return 0;
+    }
     const int log_dir = dirfd(logs.get());
     while (!(walk.flags & kStop)) {
         errno = 0;

@@ -30,7 +30,7 @@ size_t character_length(std::string_view text)
     for (size_t i = 1; i < length; ++i) {
         if ((text[i] & 0xc0) != 0x80)
             return 0;
-        code = code << 6 | (text[i] & 0x3fU);
+        code = code << 6 | (static_cast<unsigned char>(text[i]) & 0x3fU);
     }
     const bool is_surrogate = code >= 0xd800 && code < 0xe000;
     return code >= kLeast[length] && code <= 0x10ffff && !is_surrogate ? length : 0;

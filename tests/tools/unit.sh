@@ -61,7 +61,7 @@ END
     done
 }
 
-# hurry COMMAND...: runs it, and all it starts, with a sleep() that takes no time.
+# hurry COMMAND...: runs it, and all it starts, with waits that take no time.
 hurry() {
     LD_PRELOAD=$build/tests/tools/libhurry.so \
         ASAN_OPTIONS=$ASAN_OPTIONS:verify_asan_link_order=0 "$@"
