@@ -27,10 +27,7 @@ public:
             freadvalue(kManagementCfg, key, text_, sizeof text_, fallback);
     }
     bool is(const char *word) const { return strcmp(text_, word) == 0; }
-    bool begins_with(std::string_view word) const
-    {
-        return zorv::begins_with(text_, word);
-    }
+    bool begins_with(std::string_view word) const { return zorv::begins_with(text_, word); }
 
 private:
     char text_[8];
