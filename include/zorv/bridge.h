@@ -83,7 +83,8 @@ typedef void (*fdb_callback)(void *user, const fdb_record *record, const char *i
  * units publishes them. The kernel's own bridges answer such a read with 16 bytes, which ends the
  * walk over theirs at once: ask for those by get_mac_brinfo().
  *
- * Prints "PATH: REASON" when /sys/class/net or a table cannot be opened, and goes on.
+ * Prints "PATH: REASON" when /sys/class/net, a bridge's ports, a port's number or a table cannot be
+ * read, and goes on.
  */
 void fdb_foreach(const char *bridge_prefix, const char **exclude, fdb_callback callback,
                  void *user);

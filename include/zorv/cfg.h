@@ -67,7 +67,7 @@ typedef struct cfg_collector {
  * A NUL byte ends its line's text early; the value then loses the character before it.
  *
  * Returns the configuration, owned, release it with free_cfg(); NULL when there are no entries or
- * stream is NULL. A read error or a lack of memory ends the list there.
+ * stream is NULL. A read error or a lack of memory ends the list there, with an error line.
  */
 cfg_entry *parse_stream(FILE *stream);
 

@@ -9,7 +9,8 @@
  * seconds, redirects included; there is one attempt, or one for each resolver that is tried. (A
  * libcurl before 7.87 also waits until the system's resolver gives up.) Only http and https are
  * spoken, and no redirect leads from https to http. Proxies that the environment names are not
- * used. There are no signals: time-outs raise none, and a peer that goes away raises no SIGPIPE.
+ * used, except by what libcurl itself asks a DNS-over-HTTPS resolver. There are no signals:
+ * time-outs raise none, and a peer that goes away raises no SIGPIPE.
  *
  * A request returns libcurl's result code (CURLcode of <curl/curl.h>; 0 is success, whatever the
  * HTTP status). Two of them also come from here: 2 (CURLE_FAILED_INIT) when there is no handle, and

@@ -113,7 +113,7 @@ char *gen_rand_string(char *out, size_t length);
  * so the file is edited in place and keeps its size. A line of 255 characters or more, its newline
  * aside, is left as it is.
  *
- * Returns 0; -1 when there was a line that was too long, or the stream cannot be written or
+ * Returns 0; -1 when there was a line that was too long, or the stream cannot be read, written or
  * positioned, which ends the search for that text.
  */
 int comment_out_lines(FILE *stream, char *patterns);

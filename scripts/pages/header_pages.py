@@ -21,7 +21,8 @@ class Block:
         self.declarations = [] if self.is_type() else split_declarations(code)
 
     def is_type(self):
-        return any("{" in line or line.startswith(("#", "typedef", "struct", "static_assert"))
+        # A function may give a struct.
+        return any("{" in line or re.match(r"#|typedef|struct(?! \w+ \*\w+\()|static_assert", line)
                    for line in self.code)
 
     def names(self):

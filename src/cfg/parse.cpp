@@ -1,5 +1,6 @@
 #include <zorv/cfg.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -154,6 +155,8 @@ cfg_entry *parse_stream(FILE *stream)
     do {
         length = getline(&line, &size, stream);
     } while (length > 0 && configuration.add(parse_line({line, static_cast<size_t>(length)})));
+    if (length < 0 && !feof(stream))
+        log_error("Couldn't read all lines: %s", strerror(errno));
     const Text owner(line);
     return configuration.head();
 }

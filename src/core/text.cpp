@@ -92,7 +92,7 @@ int comment_out_pattern(FILE *stream, const char *pattern)
             return -1;
         }
     }
-    return fflush(stream) == 0 ? rc : -1;
+    return feof(stream) && fflush(stream) == 0 ? rc : -1;
 }
 
 } // namespace

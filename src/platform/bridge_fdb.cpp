@@ -85,14 +85,27 @@ struct Ports {
     char last[NAME_MAX + 1] = "";
 };
 
+void print_error(const char *path)
+{
+    fprintf(stderr, "%s: %s\n", path, strerror(errno));
+}
+
+// Unless it just is not there.
+void print_failure(const char *path)
+{
+    if (errno != 0 && errno != ENOENT && errno != ENOTDIR)
+        print_error(path);
+}
+
 // Adds a port, unless its number cannot be read.
 void add_port(int folder, const char *name, Ports &ports)
 {
     char path[NAME_MAX + sizeof "/port_no"];
     snprintf(path, sizeof path, "%s/port_no", name);
+    errno = 0;
     const long number = freadlongat(folder, path, -1);
     if (number < 0)
-        return;
+        return print_failure(path);
     ports.wanted[number & 0xFF] = true;
     ports.count++;
     snprintf(ports.last, sizeof ports.last, "%s", name);
@@ -110,17 +123,12 @@ void collect_ports(DIR *folder, const char *const *exclude, Ports &ports)
         fprintf(stderr, "%s: WARN: MAX_ETH_PORTS hit!\n", "_fdb_foreach_on_bridge");
 }
 
-void print_error(const char *path)
-{
-    fprintf(stderr, "%s: %s\n", path, strerror(errno));
-}
-
 void visit_bridge(const char *bridge, const char *const *exclude, fdb_callback callback, void *user)
 {
     Path path = path_of(bridge, "brif");
     const Dir folder(opendir(path.text));
     if (!folder)
-        return; // not a bridge
+        return print_failure(path.text); // mostly it is no bridge
     Ports ports;
     collect_ports(folder.get(), exclude, ports);
     if (errno != 0)

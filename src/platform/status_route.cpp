@@ -1,5 +1,7 @@
 #include <zorv/status.h>
 
+#include <cerrno>
+
 #include <arpa/inet.h>
 #include <linux/neighbour.h>
 #include <net/if.h>
@@ -26,10 +28,13 @@ bool request_routes(const Fd &socket, uint32_t port)
     return request.send_on(socket);
 }
 
-bool leaves_through_uplink(const Route &route)
+// Whether a route leaves through the uplink; -1 when the kernel does not say.
+int leaves_through_uplink(const Route &route)
 {
     char ifname[IF_NAMESIZE];
-    return if_indextoname(route.oif, ifname) && strcmp(ifname, kUplink) == 0;
+    if (!if_indextoname(route.oif, ifname))
+        return errno == ENXIO ? 0 : -1;
+    return strcmp(ifname, kUplink) == 0 ? 1 : 0;
 }
 
 } // namespace
@@ -43,17 +48,18 @@ int get_gateway(char *buf, uint32_t *addr, uint32_t len)
     uint8_t room[kDatagram];
     Bytes datagram;
     Route route;
-    bool found = false;
+    int found = 0;
     Answer state;
     do { // to its end, for what is broken there is no answer
         state = receive_answer(socket, port, room, datagram);
-        while (state != Answer::is_broken && !found && take_route(datagram, route))
-            found = route.is_default && route.has_gateway && leaves_through_uplink(route);
+        while (state != Answer::is_broken && found == 0 && take_route(datagram, route))
+            if (route.is_default && route.has_gateway)
+                found = leaves_through_uplink(route);
     } while (state == Answer::goes_on);
     if (state == Answer::is_broken)
         return -1;
-    if (!found)
-        return 0;
+    if (found <= 0)
+        return found;
     char text[INET_ADDRSTRLEN];
     copy_text(buf, len, inet_ntop(AF_INET, &route.gateway, text, sizeof text));
     *addr = route.gateway;

@@ -11,7 +11,7 @@ for header in "$include"/zorv/*.h; do
     unit="#include <$name>
 int not_empty;"
     # shellcheck disable=SC2086 # the warnings are words
-    echo "$unit" | "$cc" -std=c11 -pedantic $warnings -I "$include" -fsyntax-only -xc -
+    echo "$unit" | "$cc" -std=c99 -pedantic $warnings -I "$include" -fsyntax-only -xc -
     # shellcheck disable=SC2086
     echo "$unit" | "$cxx" -std=c++20 $warnings -I "$include" -fsyntax-only -xc++ -
     case $name in

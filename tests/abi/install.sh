@@ -20,6 +20,10 @@ answers() {
 "$cc" -std=c11 -o "$work/five_lines" "$source/tests/abi/five_lines.c" \
     $(pkg-config --cflags --libs zorv)
 answers "$work/five_lines"
+# shellcheck disable=SC2046
+"$cc" -std=c11 -o "$work/static" "$source/tests/abi/five_lines.c" \
+    $(pkg-config --static --cflags --libs zorv | sed 's/-lzorv/-l:libzorv.a/')
+answers "$work/static"
 
 env -u PKG_CONFIG_PATH "$cmake" -G Ninja -S "$source/tests/abi/consumer" -B "$work/consumer" \
     "-DCMAKE_C_COMPILER=$cc" "-DCMAKE_PREFIX_PATH=$work" >/dev/null

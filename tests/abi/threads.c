@@ -12,74 +12,47 @@
 enum { THREADS = 4, ROUNDS = 20 };
 
 static char path[] = "/tmp/zorv-threads.XXXXXX";
+static pthread_barrier_t all_here; /* the sanitizer takes no new threads behind a clone() */
 
-static void note(buffer *all, const char *text)
-{
-    all->append(all, text ? text : "-", strlen(text ? text : "-") + 1);
-}
-
-static void crypto(buffer *all)
+/* What each family gives, as one text. */
+static void use_all(char *text, size_t size)
 {
     uint8_t key[16] = "0123456789abcde", block[64] = "a secret", digest[32];
-    char text[200];
+    char hex[65], base64[200], line[80], output[80];
     aes_cbc_encrypt_128(key, key, block, sizeof block);
     sha256(block, sizeof block, digest);
-    uchar2hex(digest, sizeof digest, text, sizeof text);
-    note(all, text);
-    base64rfc_encode(text, block, sizeof block);
-    note(all, text);
-    gen_rand_hex(text, 20); /* differs, so it is not noted */
-}
-
-static void texts(buffer *all)
-{
-    char text[200];
-    cfg_entry *cfg = parse(path);
-    note(all, get_value(cfg, "none", "radio.%d.name", 1));
-    note(all, freadline(path, text, sizeof text, "none"));
-    free_cfg(cfg);
+    uchar2hex(digest, sizeof digest, hex, sizeof hex);
+    base64rfc_encode(base64, block, sizeof block);
+    gen_rand_hex(line, 20); /* differs */
     url *parsed = url_parse("http://me@127.0.0.1:9/a?b");
-    snprintf(text, sizeof text, "%d", url_resolve(parsed, NULL));
-    note(all, text);
+    const int resolved = url_resolve(parsed, NULL);
     dump_addrinfo(&parsed->addr);
-    note(all, parsed->host);
-    url_destroy(parsed);
     json_t *json = json_pack("{s:i}", "a", 1);
     zorv_json_add_long(json, "a", 2);
-    snprintf(text, sizeof text, "%ld", zorv_json_read_long(json, "a", 0));
-    note(all, text);
-    json_decref(json);
-}
-
-static void processes(buffer *all)
-{
-    char text[200];
     exec_command *command = exec_create("/bin/true", "x", NULL);
     forkexec(command->argv);
+    popen_get_output("echo out", output, sizeof output);
+    cfg_entry *cfg = parse(path);
+    snprintf(text, size, "%s %s %s %s %d %s %ld %s %d", hex, base64,
+             get_value(cfg, "none", "radio.%d.name", 1), freadline(path, line, sizeof line, "none"),
+             resolved, parsed->host, zorv_json_read_long(json, "a", 0), output,
+             curl_simple_get("http://127.0.0.1:9/", 0, NULL, NULL));
+    free_cfg(cfg);
     exec_destroy(command);
-    popen_get_output("echo out", text, sizeof text);
-    note(all, text);
-    snprintf(text, sizeof text, "%d", curl_simple_get("http://127.0.0.1:9/", 0, NULL, NULL));
-    note(all, text);
+    json_decref(json);
+    url_destroy(parsed);
 }
 
 static void *work(void *unused)
 {
-    buffer *first = buffer_create();
+    char first[500], text[500];
     void *failed = unused;
-    for (int i = 0; i < ROUNDS && !failed; ++i) {
-        buffer *all = i == 0 ? first : buffer_create();
-        crypto(all);
-        texts(all);
-        processes(all);
-        if (all != first) {
-            if (all->length(all) != first->length(first) ||
-                memcmp(all->data(all), first->data(first), first->length(first)) != 0)
-                failed = path;
-            buffer_destroy(all);
-        }
+    pthread_barrier_wait(&all_here);
+    use_all(first, sizeof first);
+    for (int i = 1; i < ROUNDS && !failed; ++i) {
+        use_all(text, sizeof text);
+        failed = strcmp(text, first) == 0 ? NULL : path;
     }
-    buffer_destroy(first);
     return failed;
 }
 
@@ -87,17 +60,13 @@ int main(void)
 {
     pthread_t threads[THREADS];
     const int fd = mkstemp(path);
-    FILE *const file = fd < 0 ? NULL : fdopen(fd, "w");
-    if (!file)
+    if (fd < 0 || dprintf(fd, "radio.1.name=ath0\nradio.1.channel=36\n") < 0)
         return 2;
-    fputs("radio.1.name=ath0\nradio.1.channel=36\n", file);
-    fclose(file);
     curl_global_init(CURL_GLOBAL_DEFAULT);
     libzorv_log_use_syslog = 0;
     libzorv_log_level = 16;
     stderr = fopen("/dev/null", "w"); /* for the log; the sanitizer has its descriptor */
-    if (!stderr)
-        return 2;
+    pthread_barrier_init(&all_here, NULL, THREADS);
     for (int i = 0; i < THREADS; ++i)
         pthread_create(&threads[i], NULL, work, NULL);
     int status = 0;

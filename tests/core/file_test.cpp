@@ -67,6 +67,8 @@ TEST_F(Files, LinesAndValuesAreFoundByTheirKeys)
         const int rc = fsreadlinebykey(path, key, line, size);
         EXPECT_EQ(std::string(value) + ", " + std::to_string(rc) + " " + line, want);
     }
+    file(kState, std::string(1 << 20, '\n') + "last=1\n"); // as long as only a device may be cut
+    EXPECT_STREQ(freadvalue(kState, "last", value, sizeof value, "none"), "1");
     EXPECT_EQ(fsreadlinebykey(kState, nullptr, line, sizeof line), -1);
     libzorv_log_level = 16; // a missing default is an error, and an empty text
     EXPECT_STREQ(freadline("/tmp/missing", line, sizeof line, nullptr), "");

@@ -55,6 +55,19 @@ TEST_F(Log, GoesToTheKernelLogUntilADaemonIsThere)
     EXPECT_THAT(logged(), IsEmpty());
 }
 
+TEST_F(Log, AStandardErrorWithoutReaderEndsNobody)
+{
+    int ends[2];
+    check(pipe(ends), "pipe");
+    close(ends[0]);
+    FILE *const old = std::exchange(stderr, fdopen(ends[1], "we"));
+    setvbuf(stderr, nullptr, _IONBF, 0);
+    libzorv_log(3, "m", "f", "x");
+    libzorv_log(3, "m", "f", "%s", std::string(2000, 'x').c_str());
+    EXPECT_TRUE(ferror(stderr));
+    stderr = old;
+}
+
 TEST_F(Log, LinesAreWholeAndLabelsLineUp)
 {
     std::string labels;

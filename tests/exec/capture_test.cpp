@@ -40,10 +40,17 @@ TEST_F(Capture, TheStatusIsLoggedAndChangesNothing)
           "[error]" + alloc + "open failed on '': Invalid argument"}},
     };
     libzorv_log_level = 2;
+    signal(SIGPIPE, SIG_IGN); // the command has it as a shell would
     for (const auto &[command, size, want, lines] : rows) {
         EXPECT_EQ(captured(command, size), want);
         EXPECT_EQ(logged(), lines) << want;
     }
+    struct sigaction action = {}; // signals cut nothing
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, nullptr);
+    ualarm(2000, 2000);
+    EXPECT_EQ(captured("echo a; sleep 0.1; echo b", 10), "4 a\nb\n|a\nb\n");
+    ualarm(0, 0);
     signal(SIGCHLD, SIG_IGN); // the kernel reaps, and pclose() finds nobody
     EXPECT_EQ(captured("exit 1", 10), "0 |");
     EXPECT_THAT(

@@ -61,6 +61,14 @@ TEST_F(Syswrapper, DetachedScriptOutlivesTheCallAsAChildOfInit)
     EXPECT_EQ(waitpid(other, nullptr, WNOHANG), -1);
     const pid_t program = std::stoi(read("/tmp/started"));
     EXPECT_EQ(waitpid(program, nullptr, WNOHANG), 0);
+
+    // Who reaps does not matter, nor another child that goes on: the FIFO's reader, for good.
+    for (const sighandler_t handler :
+         {SIG_IGN, sighandler_t([](int) { waitpid(-1, nullptr, WNOHANG); })}) {
+        signal(SIGCHLD, handler);
+        run_alone("/bin/true");
+        EXPECT_EQ(kill(program, 0), 0);
+    }
 }
 
 TEST_F(Syswrapper, OnlyASignalIsReportedAndOnlyForkexecFlushesStreams)
@@ -86,6 +94,11 @@ TEST_F(Syswrapper, OnlyASignalIsReportedAndOnlyForkexecFlushesStreams)
     run_alone("/no/such/program");
     EXPECT_EQ(read("/tmp/words"), "last words\n");
     fclose(stream);
+
+    script(kScript, "#!/bin/sh\necho -n $$ >/tmp/pid\n");
+    start_syslog();
+    syswrapper_impl(1, "set", nullptr); // the line is the child's
+    EXPECT_THAT(syslogged(), HasSubstr("[" + read("/tmp/pid") + "]: libzorv_exec."));
 }
 
 } // namespace

@@ -51,6 +51,7 @@ TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
     const std::string to = "Location: https://other.test/in\r\n";
     CloudHost host({.sites = {{"cloud.test"}, {"other.test"}},
                     .answers = {{.path = "/in"}, {.path = "/302", .status = 302, .headers = to}}});
+    setenv("ALL_PROXY", "https://none.test/", 1); // no way around it
     // A request: where to, its length, type, word of what it takes, header of its own, and body.
     const auto sent = [&host](int result) {
         std::string text = std::to_string(result);
@@ -89,9 +90,9 @@ TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
         logged(),
         ElementsAre("[error] curl_simple.curl_simple_json(): Failed to dump json payload object"));
 
-    // A redirect takes the word along, but not the body.
+    // A redirect takes the word and the body along.
     EXPECT_EQ(sent(post("https://cloud.test/302", "a=b", 3)),
-              "0 POST cloud.test/302" + form + "a=b POST other.test/in" + bare);
+              "0 POST cloud.test/302" + form + "a=b POST other.test/in" + form + "a=b");
 }
 
 TEST_F(CurlSimple, KeepsOfTheBodyWhatTheLimitAllows)
@@ -124,25 +125,29 @@ TEST_F(CurlSimple, EveryPeerHasItsResultAndASilentOneFiveSeconds)
 {
     const std::string first = cloud::kResolvers[0], second = cloud::kResolvers[1];
     const std::string here = "127.0.0.1";
-    CloudHost host({.sites = {{"cloud.test"},
-                              {"untrusted.test", Identity::untrusted},
-                              {"misnamed.test", Identity::misnamed},
-                              {"both.test", Identity::trusted, false},
-                              {"refused.test", Identity::trusted, false}},
-                    .names = {{"both.test", here},
-                              {"refused.test", here, first, Lookup::refused},
-                              {"refused.test", here, second},
-                              {"closed.test", "127.0.0.2", first},
-                              {"closed.test", here, second},
-                              {.name = "waiting.test", .lookup = Lookup::silent}},
-                    .answers = {
-                        {.path = "/a", .body = "a"},
-                        {.path = "/reset", .body = "0123456789", .conduct = Conduct::reset},
-                    }});
+    CloudHost host(
+        {.sites = {{"cloud.test"},
+                   {"untrusted.test", Identity::untrusted},
+                   {"misnamed.test", Identity::misnamed},
+                   {"both.test", Identity::trusted, false},
+                   {"refused.test", Identity::trusted, false}},
+         .names = {{"both.test", here},
+                   {"refused.test", here, first, Lookup::refused},
+                   {"refused.test", here, second},
+                   {"closed.test", "127.0.0.2", first},
+                   {"closed.test", here, second},
+                   {.name = "waiting.test", .lookup = Lookup::silent}},
+         .answers = {
+             {.path = "/a", .body = "a"},
+             {.path = "/down", .status = 302, .headers = "Location: http://cloud.test/a\r\n"},
+             {.path = "/reset", .body = "0123456789", .conduct = Conduct::reset},
+         }});
     const std::string asked = " <" + first + " <" + second;
     const std::string said = "[debug] curl_simple.curl_simple(): GET '";
     const std::tuple<const char *, unsigned, int, std::string> rows[] = {
         {"", 0, CURLE_URL_MALFORMAT, "0 "},
+        {"file:///etc/hosts", 0, CURLE_UNSUPPORTED_PROTOCOL, "0 "},
+        {"https://cloud.test/down", 0, CURLE_UNSUPPORTED_PROTOCOL, "302  <cloud.test"},
         {"https://none.test/", 0, CURLE_COULDNT_RESOLVE_HOST, "0 "},
         {"https://untrusted.test/", 0, CURLE_PEER_FAILED_VERIFICATION, "0 "},
         {"https://misnamed.test/", 0, CURLE_PEER_FAILED_VERIFICATION, "0 "},

@@ -45,16 +45,19 @@ TEST_F(Hardware, TheEepromIsThePartitionOfThatNameAndPciDevicesAreOfOneVendor)
     EXPECT_EQ(devices(4, 0x168C), "-1");
     file("/proc/bus/pci/devices", "0008\t168c003c\t10\tffff\n00a1\t80862922\t11\n168c\n"
                                   "01fd\t168cabcd\tffffffff\n");
-    // Only when the configuration space is there whole the ids are swapped.
+    // Only when the configuration space is there whole the ids are swapped; what of it is not there
+    // stays the caller's.
     std::string space(256, '\0');
     space[8] = 7;
     space.replace(44, 4, "\x8c\x16\x34\x12");
-    const std::pair<size_t, const char *> kRows[] = {
-        {8, "0 0 0 10"}, {9, "0 0 7 10"}, {47, "168c 0 7 10"}, {256, "8c16 3412 7 10"}};
+    const std::pair<size_t, const char *> kRows[] = {{8, "eeee eeee 238 10"},
+                                                     {9, "eeee eeee 7 10"},
+                                                     {47, "168c eeee 7 10"},
+                                                     {256, "8c16 3412 7 10"}};
     for (const auto &[size, want] : kRows) {
         file("/proc/bus/pci/00/01.0", space.substr(0, size));
         EXPECT_EQ(devices(3, 0x168C),
-                  shown("2; 0 1 0 168c 3c", want) + "; 1 31 5 168c abcd 0 0 0 ffffffff");
+                  shown("2; 0 1 0 168c 3c", want) + "; 1 31 5 168c abcd eeee eeee 238 ffffffff");
     }
     EXPECT_EQ(devices(1, 0x168C), "1; 0 1 0 168c 3c 8c16 3412 7 10");
     EXPECT_EQ(pci_detect(nullptr, 4, 0x168C), -1);

@@ -1,4 +1,6 @@
-// The locks with a sleep of their own that takes no time, so that waiting for one is counted.
+// The locks with a wait of their own that takes no time and is counted.
+
+#include <cmath>
 
 #include <sys/file.h>
 
@@ -9,10 +11,17 @@ using Lock = Device;
 // The seconds asked for, how many until the other holder lets go, its descriptor.
 static int g_sleeps = 0, g_release_after = 0, g_other = -1;
 
-// The locks' own sleep.
-extern "C" unsigned sleep(unsigned seconds)
+// Of a second to a deadline, which a signal cuts each time.
+extern "C" int clock_nanosleep(clockid_t clock, int, const timespec *deadline, timespec *)
 {
-    g_sleeps += static_cast<int>(seconds);
+    static timespec cut;
+    if (std::exchange(cut, *deadline).tv_nsec != deadline->tv_nsec)
+        return EINTR;
+    timespec now;
+    clock_gettime(clock, &now);
+    const auto parts = static_cast<double>(deadline->tv_nsec - now.tv_nsec);
+    g_sleeps +=
+        static_cast<int>(std::lround(difftime(deadline->tv_sec, now.tv_sec) + parts * 1e-9));
     if (g_sleeps == g_release_after)
         flock(g_other, LOCK_UN);
     return 0;

@@ -62,7 +62,8 @@ TEST_F(Status, VersionAndFlagFiles)
         EXPECT_EQ(rc, 0);
     EXPECT_EQ(run("stat -c %a /tmp/old /tmp/new; cat /tmp/old").output, "600\n644\n%d\n");
     for (const int rc : {touch_file("/tmp/none/new", 0600), touch_file(nullptr, 0600),
-                         system_set_value("/dev/full", "x"), system_set_value(nullptr, "x")})
+                         system_set_value("/dev/full", std::string(5000, 'x').c_str()),
+                         system_set_value(nullptr, "x")})
         EXPECT_EQ(rc, -1);
     EXPECT_EQ(with_log(""), " [error] libzorv_status.touch_file(): /tmp/none/new - 2/No such file "
                             "or directory [error] libzorv_status.touch_file():  - 14/Bad address");
@@ -207,14 +208,11 @@ TEST_F(Status, InterfacesGatewayAndNeighboursAsTheKernelShowsThem)
     EXPECT_EQ(gateway(), "1 192.0.2.254 c00002fe 0 kept");
     uint32_t address;
     EXPECT_EQ(get_gateway(nullptr, &address, 16), -1);
-    // About a hundred routes come in several datagrams; six hundred are too many.
+    // Some hundred routes come in several datagrams.
     must_run("ip neigh add 192.0.2.254 lladdr 02:a0:f1:00:00:fe dev br0");
-    const std::string routes =
-        "); do echo route add 10.1.1.1 dev br0 metric $i; done | ip -batch -";
-    must_run("for i in $(seq 100" + routes);
+    must_run("for i in $(seq 600); do echo route add 10.1.1.1 dev br0 metric $i; done |"
+             "ip -batch -");
     EXPECT_EQ(gateway(6), "1 192.0 c00002fe 1 02:a0:f1:00:00:fe");
-    must_run("for i in $(seq 101 600" + routes);
-    EXPECT_EQ(gateway(), "-1 kept 7000000 0 kept");
 
     EXPECT_EQ(add_ip_neigh_entry("br0", "192.0.2.77"), 0);
     EXPECT_THAT(run("ip neigh show dev br0 nud all").output, HasSubstr("192.0.2.77 INCOMPLETE"));

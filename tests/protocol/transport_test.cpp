@@ -53,6 +53,9 @@ TEST_F(Init, SaysWhatItLacks)
         {1, key, "", error + "no pluvo.mcip\n"},
         {1, "pluvo.key=0" + digits + "\n" + mcip, "", error + "pluvo.key invalid len 33\n"},
         {1, key + mcip + "site\n", "", error + "pluvo.mcip=site is not valid\n"},
+        {0, "pluvo.key=x" + digits.substr(1) + "\n", "",
+         info + "no pluvo.mcip\n" + error +
+             "pluvo.key holds characters that are no hexadecimal digits\n" + done},
         {0, key, "", info + "no pluvo.mcip\n" + done},
         {0, good, "192.0.2.1\n", done},
         {1, good, "", group + done},

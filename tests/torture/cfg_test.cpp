@@ -45,14 +45,12 @@ std::string query()
 
 TEST_F(Torture, Cfg)
 {
-    const char *const cut = "a=3 a=2 *"; // a read error ends the list without a word
     torture({
         {"parse",
          [] { return shown<free_cfg>(parse("/tmp/system.cfg")); },
-         {"", "*: parse_stream: #: *alloc(*) failed"},
-         prepare,
-         40,
-         {cut}},
+         {"", "*: parse_stream: #: *alloc(*) failed",
+          "*: parse_stream: Couldn't read all lines: *"},
+         prepare},
         {"save_cfg", save, {"-1 old", "0 "}, prepare}, // on purpose writing is not looked at
         {"queries",
          query,
