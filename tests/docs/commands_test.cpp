@@ -27,7 +27,7 @@ Page read_page(const std::string &path)
     bool open = false;
     int number = 0;
     std::string before;
-    for (const auto &line : lines_of(path)) {
+    for (const auto &line : split(Device::read(path))) {
         ++number;
         if (line.starts_with("```")) {
             open = !open;

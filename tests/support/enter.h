@@ -2,9 +2,11 @@
 #ifndef ZORV_TESTS_SUPPORT_ENTER_H
 #define ZORV_TESTS_SUPPORT_ENTER_H
 
+#include <cerrno>
 #include <functional>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include <sys/types.h>
 
@@ -13,7 +15,11 @@
 int run_in_device(const std::function<int()> &work);
 
 // Passes the result of a system call on; throws std::system_error for -1.
-long check(long rc, const std::string &what);
+template <class Result>
+Result check(Result rc, const std::string &what)
+{
+    return rc != -1 ? rc : throw std::system_error(errno, std::generic_category(), what);
+}
 
 // Waits for one child. Returns its exit status, or 128 and the number of a signal.
 int wait_for(pid_t child);
