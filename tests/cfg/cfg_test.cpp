@@ -42,17 +42,15 @@ std::vector<unsigned long long> order(const std::string &key)
     return ranks;
 }
 
-template <class Test>
-List filter(List list, Test test)
+List filter(List list, const std::function<bool(Record &)> &test)
 {
-    std::erase_if(list, [&](auto &record) { return !test(record); });
+    std::erase_if(list, std::not_fn(test));
     return list;
 }
 
 List equal(const List &list, const std::string &key)
 {
-    return filter(list,
-                  [&](auto &record) { return !strcasecmp(record.first.c_str(), key.c_str()); });
+    return filter(list, [&](auto &r) { return !strcasecmp(r.first.c_str(), key.c_str()); });
 }
 
 // A null postfix stands for none.
@@ -117,9 +115,9 @@ std::pair<std::string, List> random_config()
         text += one_of({"", "", " ", " \t", "# note\n", "\n", "\r\n", "no value\n"}) + name +
                 one_of({" =", "="}) + value + "\n";
         const bool misc = text.find("# misc") != text.npos;
-        auto same = misc ? list.begin() : list.end();
-        while (same != list.end() && strcasecmp(same->first.c_str(), name.c_str()) != 0)
-            ++same;
+        auto same = std::find_if(misc ? list.begin() : list.end(), list.end(), [&](auto &record) {
+            return !strcasecmp(record.first.c_str(), name.c_str());
+        });
         if (same == list.end())
             same = list.insert(same, {name, ""});
         same->second = value;
