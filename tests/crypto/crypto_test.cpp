@@ -6,8 +6,6 @@
 #include "crypto/samples.h"
 #include "crypto/sha256_impl.h"
 
-namespace {
-
 // The keys of FIPS-197 A.1 to A.3, the first block of the text under them (SP 800-38A F.1), and
 // that block encrypted 1000 times in all, as OpenSSL does it.
 const std::tuple<int, int, const char *, const char *, const char *> kVectors[] = {
@@ -23,12 +21,8 @@ const std::string kPlain = "6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb7
 const std::string kCbc = "7649abac8119b246cee98e9b12e9197d5086cb9b507219ee95db113a917678b2";
 
 // The forms of AES that this machine can run.
-std::vector<const zorv::AesForm *> forms()
-{
-    if (zorv::aes_hardware())
-        return {&zorv::aes_portable(), zorv::aes_hardware()};
-    return {&zorv::aes_portable()};
-}
+const zorv::AesForm *const kForms[] = {
+    &zorv::aes_portable(), zorv::aes_hardware() ? zorv::aes_hardware() : &zorv::aes_portable()};
 
 TEST(Aes, BlocksMatchThePublishedVectorsInPlace)
 {
@@ -45,7 +39,7 @@ TEST(Aes, BlocksMatchThePublishedVectorsInPlace)
         rijndael_decrypt(&ctx, block.data(), block.data());
         EXPECT_EQ(to_hex(block), kPlain.substr(0, 32));
         rijndaelEncrypt(ctx.ek, ctx.Nr, block.data(), block.data());
-        for (const auto *const form : forms()) {
+        for (const auto *const form : kForms) {
             for (int i = 1; i < 1000; ++i)
                 form->encrypt(ctx.ek, ctx.Nr, block.data(), block.data());
             EXPECT_EQ(to_hex(block), often) << bits;
@@ -84,7 +78,7 @@ TEST(Aes, CbcMatchesThePublishedVectorAndTakesWholeBlocksOnly)
         const Bytes text = random_bytes(offset + length + 5);
         Bytes expected = text;
         zorv::aes_portable().cbc_encrypt(key.data(), iv.data(), &expected[offset], length);
-        for (const auto *const form : forms()) {
+        for (const auto *const form : kForms) {
             Bytes made = text;
             form->cbc_encrypt(key.data(), iv.data(), &made[offset], length);
             ASSERT_EQ(to_hex(made), to_hex(expected));
@@ -92,14 +86,13 @@ TEST(Aes, CbcMatchesThePublishedVectorAndTakesWholeBlocksOnly)
             ASSERT_EQ(to_hex(made), to_hex(text));
         }
     }
-    Bytes random(24);
+    Bytes random(17);
     EXPECT_EQ(aes_cbc_generate_iv(random.data(), 16), 16U);
-    EXPECT_EQ(std::count(random.begin() + 16, random.end(), 0), 8);
-    EXPECT_NE(random, Bytes(24));
+    EXPECT_TRUE(random[16] == 0 && random != Bytes(17));
 }
 
 // A buffer of exactly the documented size, so that the sanitizers see a byte too many.
-std::string encoded(decltype(base64rfc_encode) *encode, std::span<const uint8_t> bytes)
+static std::string encoded(decltype(base64rfc_encode) *encode, std::span<const uint8_t> bytes)
 {
     const int length = static_cast<int>(bytes.size());
     std::vector<char> text(static_cast<size_t>(base64_encode_len(length)), '#');
@@ -108,7 +101,7 @@ std::string encoded(decltype(base64rfc_encode) *encode, std::span<const uint8_t>
 }
 
 // The text has so many characters before the first foreign one.
-std::string decoded(const char *text, size_t characters)
+static std::string decoded(const char *text, size_t characters)
 {
     Bytes bytes(static_cast<size_t>(base64_decode_len(text)), '#');
     EXPECT_EQ(bytes.size(), (characters + 3) / 4 * 3 + 1);
@@ -161,7 +154,7 @@ TEST(Base64, TextsAndLengthsAreThePublishedOnesAndRandomBytesComeBack)
     }
 }
 
-Bytes digest_of(const Bytes &message)
+static Bytes digest_of(const Bytes &message)
 {
     Bytes digest(32);
     sha256(message.data(), static_cast<unsigned>(message.size()), digest.data());
@@ -206,5 +199,3 @@ TEST(Sha256, DigestsMatchThePublishedOnesAndThoseOfPieces)
         EXPECT_EQ(portable, hardware) << count << " blocks";
     }
 }
-
-} // namespace

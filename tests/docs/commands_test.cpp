@@ -4,14 +4,12 @@
 
 #include "support/device.h"
 
-namespace {
-
 constexpr char kTree[] = ZORV_SOURCE_DIR "/", kPages[] = ZORV_SOURCE_DIR "/docs/";
 
 // A fenced block. A comment "<!-- MARK -->" on the line above it is its mark:
 //
 //   file: PATH        the block is a piece of that file
-//   run: site         its commands are for a simulated site: site.sh runs them, not a device
+//   run: site         its commands are for a simulated site: tests/sim runs them, not a device
 //   not run: REASON   its commands are not for the tests
 struct Block {
     int line; // of its fence
@@ -21,7 +19,7 @@ struct Block {
 
 using Page = std::vector<Block>;
 
-Page read_page(const std::string &path)
+static Page read_page(const std::string &path)
 {
     Page page;
     bool open = false;
@@ -44,7 +42,7 @@ Page read_page(const std::string &path)
 
 // Puts the pieces of files together, in the reader's folder. A path with a folder is one of the
 // tree's.
-void write_pieces(const Page &page)
+static void write_pieces(const Page &page)
 {
     std::map<std::string, std::string> files;
     for (const auto &block : page)
@@ -58,7 +56,7 @@ void write_pieces(const Page &page)
     }
 }
 
-std::vector<Step> steps_of(const Page &page)
+static std::vector<Step> steps_of(const Page &page)
 {
     std::vector<Step> steps;
     for (const auto &[number, language, mark, lines] : page) {
@@ -74,17 +72,18 @@ std::vector<Step> steps_of(const Page &page)
                 step.shown.push_back("[" + match[1].str() + "]");
             steps.push_back(step);
         }
-        if (language == "console")
+        if (language == "console") {
             for (const auto &step : read_steps(lines, number + 1))
                 steps.push_back({step.line, step.command + "\n:", step.shown});
-        else if (language != "sh") // has no command in it
+        } else if (language != "sh") { // has no command in it
             EXPECT_THAT(lines, testing::Each(testing::Not(testing::MatchesRegex(
                                    R"((\$ )?(zorvctl|zorv-sim|cc|cmake|\./run) .*)"))));
+        }
     }
     return steps;
 }
 
-std::vector<std::string> page_names()
+static std::vector<std::string> page_names()
 {
     auto names = names_in(kPages, ".md");
     names.emplace_back("../README");
@@ -92,8 +91,6 @@ std::vector<std::string> page_names()
 }
 
 struct Manual : Device, testing::WithParamInterface<std::string> {};
-
-} // namespace
 
 // Each test of a page costs a device, an access point after set-up; so there is one.
 TEST_P(Manual, ShowsWhatIsSo)

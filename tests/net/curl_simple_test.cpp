@@ -46,11 +46,14 @@ std::string fetched(CloudHost &host, const char *url, unsigned flags = 0)
     return text;
 }
 
-TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
+TEST_F(CurlSimple, SendsWhatItIsGivenAndKeepsOfTheBodyWhatTheLimitAllows)
 {
     const std::string to = "Location: https://other.test/in\r\n";
     CloudHost host({.sites = {{"cloud.test"}, {"other.test"}},
-                    .answers = {{.path = "/in"}, {.path = "/302", .status = 302, .headers = to}}});
+                    .answers = {{.path = "/in"},
+                                {.path = "/302", .status = 302, .headers = to},
+                                {.path = "/a", .status = 201, .body = "abcde"},
+                                {.path = "/error", .status = 500, .body = "oh"}}});
     // A request: where to, its length, type, word of what it takes, header of its own, and body.
     const auto sent = [&host](int result) {
         std::string text = std::to_string(result);
@@ -92,13 +95,7 @@ TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
     // A redirect takes the word along, but not the body.
     EXPECT_EQ(sent(post("https://cloud.test/302", "a=b", 3)),
               "0 POST cloud.test/302" + form + "a=b POST other.test/in" + bare);
-}
 
-TEST_F(CurlSimple, KeepsOfTheBodyWhatTheLimitAllows)
-{
-    CloudHost host({.sites = {{"cloud.test"}},
-                    .answers = {{.path = "/a", .status = 201, .body = "abcde"},
-                                {.path = "/error", .status = 500, .body = "oh"}}});
     const Response response = make_response(9); // one that is used again goes on
     const std::tuple<const char *, size_t, const char *> rows[] = {
         // Limit, then result, status, bytes that came, body.

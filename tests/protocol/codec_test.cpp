@@ -4,15 +4,13 @@
 
 #include "protocol/peer.h"
 
-namespace {
-
 // "hello", method 5, type 7, sequence 0x123, made by another implementation of AES and CRC-32.
 constexpr char kHello[] =
     "223344550202001000050007f0f1f2f3f4f5f6f7f8f9fafbfcfdfeff02a0f100000712300b6b2f9e"
     "c5fc2cbc3f0f1ad4f003707aa67b4c7f";
 
 // The same with other bytes: "8:0003" puts two at 8, and a ":" without any ends it there.
-Bytes edited(const std::string &edits)
+static Bytes edited(const std::string &edits)
 {
     std::string hex = kHello, edit;
     for (std::istringstream words(edits); words >> edit;) {
@@ -23,7 +21,7 @@ Bytes edited(const std::string &edits)
 }
 
 // A datagram of any payload with the right check sum, encrypted where it can be.
-Bytes seal(const std::string &payload)
+static Bytes seal(const std::string &payload)
 {
     const Bytes clear(payload.begin(), payload.end());
     char edits[100];
@@ -38,7 +36,7 @@ Bytes seal(const std::string &payload)
 // What comes of a datagram: the status, length, method, type, sequence, the message if it is
 // accepted, and what is logged. It stands at an odd address, as in a capture, and on the heap
 // without a byte to spare, so that the sanitizer sees a step beyond it.
-std::string taken(const Bytes &datagram, const zorv_protocol_ctrl_t &ctrl = make_ctrl(7, 1))
+static std::string taken(const Bytes &datagram, const zorv_protocol_ctrl_t &ctrl = make_ctrl(7, 1))
 {
     const auto room = std::make_unique<uint8_t[]>(1 + datagram.size());
     std::copy(datagram.begin(), datagram.end(), &room[1]);
@@ -141,5 +139,3 @@ TEST_F(Codec, WhatOneMakesTheOtherTakes)
         EXPECT_THAT(logged(), ElementsAre("[error] libzorv.gen_payload(): hdr malloc fail"));
     }
 }
-
-} // namespace

@@ -4,31 +4,24 @@
 
 #include "protocol/peer.h"
 
-namespace {
-
 constexpr char kSite[] = "/var/run/zorv_protocol.info";
 constexpr char kAddress[] = "/var/run/ipready.br0";
 
 // What has been logged since the last call, without the module and the functions' prefix. Why a
 // group cannot be left is the kernel's.
-std::string said()
+static std::string said()
 {
-    const std::string head = "zorv_protocol.zorv_", left = "drop membership, ";
+    static const std::regex head("zorv_protocol\\.zorv_"), left("(drop membership, ).*");
     std::string text;
-    for (std::string line : Device::logged()) {
-        if (line.compare(8, head.size(), head) == 0)
-            line.erase(8, head.size());
-        if (line.find(left) != line.npos)
-            line.erase(line.find(left) + left.size());
-        text += line + "\n";
-    }
+    for (const std::string &line : Device::logged())
+        text += std::regex_replace(std::regex_replace(line, head, ""), left, "$1") + "\n";
     return text;
 }
 
 constexpr char kNone[] = "Cannot assign requested address\n";
 constexpr char kLeaving[] = "[error] multicast_socket_deinit(): unable to drop membership, \n";
 
-bool is_reset()
+static bool is_reset()
 {
     zorv_protocol_ctrl_t reset{};
     reset.fd = -1;
@@ -101,10 +94,10 @@ TEST_F(Init, SaysWhatItLacks)
 }
 
 // What the handlers heard: a letter for the handler, the message, and its length as a text of C.
-std::vector<std::string> g_heard;
+static std::vector<std::string> g_heard;
 
 template <char Letter>
-void hear(const void *message)
+static void hear(const void *message)
 {
     g_heard.push_back(Letter + (" " + shown(message)) + " " +
                       std::to_string(strlen(static_cast<const char *>(message))));
@@ -120,8 +113,7 @@ constexpr zorv_protocol_handler kTable[] = {{hear<'A'>, 5},
                                             {hear<'A'>, 7}};
 
 // A transport at the bridge, in the group. What is sent to it is there when the loop turns.
-class Site : public Device {
-protected:
+struct Site : Device {
     Site()
     {
         start_peer();
@@ -131,11 +123,11 @@ protected:
     void start()
     {
         check(zorv_protocol_init(1), "init");
-        zorv_protocol_init_recv(base_, kTable);
+        zorv_protocol_init_recv(base, kTable);
         said();
     }
 
-    void turn() { event_base_loop(base_, EVLOOP_ONCE | EVLOOP_NONBLOCK); }
+    void turn() { event_base_loop(base, EVLOOP_ONCE | EVLOOP_NONBLOCK); }
 
     // What the handlers hear of a datagram.
     std::vector<std::string> heard(const Bytes &datagram)
@@ -155,8 +147,7 @@ protected:
         return said();
     }
 
-private:
-    event_base *const base_ = event_base_new();
+    event_base *const base = event_base_new();
 };
 
 TEST_F(Site, HandlersHearWhatIsTheirs)
@@ -252,5 +243,3 @@ TEST_F(Site, LeavesNothingBehindWhenItStopsOrItsGroupCannotBeJoined)
         EXPECT_EQ(open_descriptors(), before);
     }
 }
-
-} // namespace

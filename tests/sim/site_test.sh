@@ -3,6 +3,7 @@
 set -euo pipefail
 
 build=$2 cmake=$3 zorv_sim=$2/sim/bin/zorv-sim
+source=$(readlink -f "$0/../../..")
 work=$(mktemp -d)
 export ZORV_SIM_STATE=$work/state TMPDIR=$work/tmp
 mkdir "$TMPDIR"
@@ -209,6 +210,19 @@ test_it_works_where_it_is_installed() {
     expect 0 cellar sim exec cellar hostname
     expect 0 '' sim exec attic oopsdump -c
     expect 0 '' sim down
+}
+
+# What README.md and docs/*.md show at a site, the blocks marked "run: site" of each.
+test_the_manual_shows_what_is_so() {
+    export PATH=$build/sim/bin:$build/tools/zorvctl:$PATH
+    for text in "$source"/README.md "$source"/docs/*.md; do
+        awk '/^```/ { inside = /^```sh$/ && before == "<!-- run: site -->" }
+            inside && !/^```/
+            { before = $0 }' "$text" | tee -a "$work/all" >"$work/commands"
+        (cd "$work" && bash -ex commands </dev/null) || fail "$text"
+        sim down >/dev/null 2>&1 || : # where the text has not done so
+    done
+    [ -s "$work/all" ]
 }
 
 mkfifo "$work/ready"

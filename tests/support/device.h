@@ -31,6 +31,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <tuple>
 #include <vector>
 
@@ -48,14 +49,34 @@
 #include <unistd.h>
 #include <zorv/zorv.h>
 
-#include "support/enter.h"
-
 // What most tests compare with.
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
+
+// Runs work() as a process in a new device. Returns its exit status, or 128 and the number of the
+// signal that ended it; 1, with the reason on standard output, when the device cannot be entered.
+int run_in_device(const std::function<int()> &work);
+
+// Passes the result of a system call on; throws std::system_error for -1.
+template <class Result>
+Result check(Result rc, const std::string &what)
+{
+    return rc != -1 ? rc : throw std::system_error(errno, std::generic_category(), what);
+}
+
+// Waits for one child. Returns its exit status, or 128 and the number of a signal.
+int wait_for(pid_t child);
+
+// Replaces a file's content.
+void write_text(const std::string &path, std::string_view text);
+
+inline void mount_at(const char *type, const std::string &path, const char *options = nullptr)
+{
+    check(mount(type, path.c_str(), type, 0, options), path);
+}
 
 // Each line of a text, without its newline.
 std::vector<std::string> split(const std::string &text);

@@ -1,22 +1,12 @@
-#include "support/enter.h"
+// The way into a throw-away device.
 
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <map>
+#include "support/device.h"
 
-#include <fcntl.h>
 #include <linux/magic.h>
 #include <sched.h>
-#include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/vfs.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -52,22 +42,6 @@ const char *const kVariables[] = {
 };
 
 const std::string kHost = "/.host"; // the build machine's root
-
-void unshare_all()
-{
-    const auto uid = std::to_string(getuid()), gid = std::to_string(getgid());
-    const int flags = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS;
-    if (unshare(flags | CLONE_NEWUSER) == 0) {
-        write_text("/proc/self/setgroups", "deny");
-        write_text("/proc/self/uid_map", "0 " + uid + " 1");
-        write_text("/proc/self/gid_map", "0 " + gid + " 1");
-        check(prctl(PR_SET_DUMPABLE, 1), "PR_SET_DUMPABLE"); // LeakSanitizer traces the process
-    } else {
-        // Root does without. In a user-mode emulator it has to: that has a thread of its own, and a
-        // process with threads gets no user namespace.
-        check(unshare(flags), "unshare");
-    }
-}
 
 // Makes a path of the build machine valid in the device, where it is not yet.
 void expose(const fs::path &path)
@@ -123,22 +97,6 @@ void make_read_only()
     }
 }
 
-void clean_environment()
-{
-    std::map<std::string, std::string> kept = {
-        {"PATH", "/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"},
-        {"HOME", "/root"},
-        {"LC_ALL", "C.UTF-8"},
-        {"TZ", "UTC"},
-    };
-    for (const auto name : kVariables)
-        if (const char *value = getenv(name))
-            kept[name] = value;
-    clearenv();
-    for (const auto &[name, value] : kept)
-        setenv(name.c_str(), value.c_str(), 1);
-}
-
 // In the first process of the new PID namespace.
 void make_device()
 {
@@ -154,7 +112,18 @@ void make_device()
     mount_at("tmpfs", "/proc", "mode=755");
     mount_at("tmpfs", "/sys", "mode=755");
     check(sethostname("device", 6), "sethostname");
-    clean_environment();
+    std::map<std::string, std::string> kept = {
+        {"PATH", "/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"},
+        {"HOME", "/root"},
+        {"LC_ALL", "C.UTF-8"},
+        {"TZ", "UTC"},
+    };
+    for (const auto name : kVariables)
+        if (const char *value = getenv(name))
+            kept[name] = value;
+    clearenv();
+    for (const auto &[name, value] : kept)
+        setenv(name.c_str(), value.c_str(), 1);
     check(system("ip link set lo up") == 0 ? 0 : -1, "lo");
 }
 
@@ -192,7 +161,18 @@ int shown_status(int status)
 [[noreturn]] void enter(const std::function<int()> &work)
 {
     try {
-        unshare_all();
+        const auto uid = std::to_string(getuid()), gid = std::to_string(getgid());
+        const int flags = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS;
+        if (unshare(flags | CLONE_NEWUSER) == 0) {
+            write_text("/proc/self/setgroups", "deny");
+            write_text("/proc/self/uid_map", "0 " + uid + " 1");
+            write_text("/proc/self/gid_map", "0 " + gid + " 1");
+            check(prctl(PR_SET_DUMPABLE, 1), "PR_SET_DUMPABLE"); // LeakSanitizer traces the process
+        } else {
+            // Root does without. In a user-mode emulator it has to: that has a thread of its own,
+            // and a process with threads gets no user namespace.
+            check(unshare(flags), "unshare");
+        }
         prctl(PR_SET_PDEATHSIG, SIGKILL); // behind it, for a change of credentials forgets it
         const pid_t init = check(fork(), "fork");
         if (init == 0)
@@ -225,11 +205,6 @@ void write_text(const std::string &path, std::string_view text)
     std::ofstream stream(path, std::ios::binary);
     stream << text << std::flush;
     check(stream ? 0 : -1, path);
-}
-
-void mount_at(const char *type, const std::string &path, const char *options)
-{
-    check(mount(type, path.c_str(), type, 0, options), path);
 }
 
 int run_in_device(const std::function<int()> &work)

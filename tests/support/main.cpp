@@ -1,12 +1,5 @@
 // main.cpp - runs each selected TEST in a process and a device of its own.
-#include <cstdio>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "support/enter.h"
+#include "support/device.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 #include "support/torture.h"
 
 #include <cstddef>
+#include <utility>
 
 #include <fnmatch.h>
 #include <linux/filter.h>
@@ -55,7 +56,7 @@ FaultPlan *g_plan;
 int g_plan_fd;
 int g_closed;                         // stands in for what close() closes and says it could not
 std::map<const Kind *, long> g_calls; // of the last run that was attended
-std::map<std::string, long> g_total;  // faults, by kind
+std::map<std::string, long> g_total;  // faults, by kind, to be told
 bool g_is_child;
 
 struct Fault {
@@ -345,12 +346,6 @@ extern "C" int __lsan_is_turned_off() // NOLINT(bugprone-reserved-identifier,cer
     return g_is_child ? 1 : 0;
 }
 
-Torture::~Torture()
-{
-    for (const auto &[kind, count] : g_total)
-        printf("faults: %ld %s\n", count, kind.c_str());
-}
-
 void Torture::torture(const std::vector<Row> &rows)
 {
     if (!g_plan) {
@@ -361,17 +356,13 @@ void Torture::torture(const std::vector<Row> &rows)
     }
     for (const Row &row : rows)
         Rack(row).judge();
+    for (const auto &[kind, count] : std::exchange(g_total, {}))
+        printf("faults: %ld %s\n", count, kind.c_str());
 }
 
 void Torture::settle()
 {
     g_plan->armed = false;
-}
-
-std::string Torture::settled(const std::string &text)
-{
-    settle();
-    return text;
 }
 
 std::function<std::string()> Torture::command(const std::string &line)

@@ -5,18 +5,16 @@
 #include "support/json.h"
 #include "support/torture.h"
 
-namespace {
-
 using Url = std::unique_ptr<url, decltype([](url *record) { url_destroy(record); })>;
 using Text = std::unique_ptr<char, decltype([](char *text) { free(text); })>;
 using Response = std::unique_ptr<curl_simple_response, decltype(&curl_simple_response_free)>;
 
 constexpr long kAll = 1000; // calls are all to fail
 
-Json g_json; // made by the row's prepare()
+static Json g_json; // made by the row's prepare()
 
 // At level 1 a failure has to be an error, or it is not seen.
-std::function<void()> with(const char *json, int level = 1)
+static std::function<void()> with(const char *json, int level = 1)
 {
     return [json, level] {
         g_json = loaded(json);
@@ -26,7 +24,7 @@ std::function<void()> with(const char *json, int level = 1)
 }
 
 // What calls came to, and what the object of the row holds.
-std::string results(std::initializer_list<long> numbers, const char *text = "")
+static std::string results(std::initializer_list<long> numbers, const char *text = "")
 {
     Torture::settle();
     std::string shown;
@@ -34,8 +32,6 @@ std::string results(std::initializer_list<long> numbers, const char *text = "")
         shown += std::to_string(number) + " ";
     return shown + text + dumped(g_json.get());
 }
-
-} // namespace
 
 TEST_F(Torture, Url)
 {
@@ -62,9 +58,6 @@ TEST_F(Torture, Url)
 TEST_F(Torture, Json)
 {
     file("/tmp/core", "foo");
-    file("/usr/lib/build.properties", "build_date=d\nbuild_time=t\nscm_reftype=atag\n");
-    file("/var/run/system.uplink", "wds\n");
-    file("/var/run/system.uplink_ifname", "wds0\n");
     const auto values = [] {
         json_t *const json = g_json.get();
         const int added = zorv_json_add_long(json, "n", 2);
@@ -83,13 +76,6 @@ TEST_F(Torture, Json)
     const auto core = [] {
         const std::unique_ptr<FILE, int (*)(FILE *)> stream(fopen("/tmp/core", "re"), fclose);
         return results({json_object_load_file_base64(g_json.get(), "core", stream.get())});
-    };
-    const auto facts = [] {
-        char time[32] = "", name[16] = "kept";
-        const int result = get_build_time(time, sizeof time), type = get_zorv_scm_reftype();
-        const Json oui(mac_str_to_oui_json_string("00:1a:2b"));
-        const int state = get_wireless_uplink_state(), uplink = get_uplink_device(name, 16);
-        return results({result, type, oui ? 1 : 0, state, uplink}, time) + name;
     };
     const auto interface = [] {
         uint32_t address = 0;
@@ -110,13 +96,6 @@ TEST_F(Torture, Json)
          {"Failed to allocate json array"}},
         {"array", array, {"-1 5 *: zorv_json_read_array: Failed to allocate memory"}, series},
         {"file", core, {"-1 {\"core\":\"\"}*", "-1 {}*"}, with("{}")},
-        // A file that cannot be opened or read is like one without the word.
-        {"facts",
-         facts,
-         {"0 1 0 2 0 d t{}wds0"},
-         with("{}"),
-         kAll,
-         {"0 * 1 2 0 *{}wds0", "0 1 *", "0 0 0 0 0 *{}kept: iface_is_up: *"}},
         {"interface",
          interface,
          {"0 -1 0 1 1 0 {}*", "0 0 -1 1 0 *: get_iface_index: *", "-1 *: set_iface_ip: *",
