@@ -3,7 +3,7 @@
 set -euo pipefail
 
 build=$2 cmake=$3 zorv_sim=$2/sim/bin/zorv-sim
-source=$(readlink -f "$0/../../..")
+source=$(readlink -f "$(dirname "$0")/../..")
 work=$(mktemp -d)
 export ZORV_SIM_STATE=$work/state TMPDIR=$work/tmp
 mkdir "$TMPDIR"
