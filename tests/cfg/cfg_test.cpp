@@ -6,20 +6,18 @@
 
 using namespace zorv;
 
-namespace {
-
 using Config = std::unique_ptr<cfg_entry, Closer<free_cfg>>;
 using Matches = std::unique_ptr<cfg_entry, Closer<free_cfg_it>>;
 using Record = std::pair<std::string, std::string>; // key and value
 using List = std::vector<Record>;
 
-Config parse_text(std::string_view text)
+static Config parse_text(std::string_view text)
 {
     Device::file("/tmp/system.cfg", text);
     return Config(parse("/tmp/system.cfg"));
 }
 
-List list_of(const cfg_entry *entry)
+static List list_of(const cfg_entry *entry)
 {
     List list;
     for (; entry; entry = entry->next)
@@ -27,14 +25,14 @@ List list_of(const cfg_entry *entry)
     return list;
 }
 
-List taken(cfg_entry *matches)
+static List taken(cfg_entry *matches)
 {
     return list_of(Matches(matches).get());
 }
 
 // The library's answers as plain code: slow, and easy to check against the header. The first one is
 // the natural order, character by character; for numbers of at most 19 digits.
-std::vector<unsigned long long> order(const std::string &key)
+static std::vector<unsigned long long> order(const std::string &key)
 {
     std::vector<unsigned long long> ranks;
     for (const char *c = key.c_str(); *c; ++c)
@@ -42,21 +40,19 @@ std::vector<unsigned long long> order(const std::string &key)
     return ranks;
 }
 
-template <class Test>
-List filter(List list, Test test)
+static List filter(List list, const std::function<bool(Record &)> &test)
 {
-    std::erase_if(list, [&](auto &record) { return !test(record); });
+    std::erase_if(list, std::not_fn(test));
     return list;
 }
 
-List equal(const List &list, const std::string &key)
+static List equal(const List &list, const std::string &key)
 {
-    return filter(list,
-                  [&](auto &record) { return !strcasecmp(record.first.c_str(), key.c_str()); });
+    return filter(list, [&](auto &r) { return !strcasecmp(r.first.c_str(), key.c_str()); });
 }
 
 // A null postfix stands for none.
-List section(const List &list, const std::string &prefix, const char *postfix)
+static List section(const List &list, const std::string &prefix, const char *postfix)
 {
     List result = filter(list, [&](auto &record) {
         if (!record.first.starts_with(prefix))
@@ -71,7 +67,7 @@ List section(const List &list, const std::string &prefix, const char *postfix)
     return result;
 }
 
-List difference(const List &before, const List &after)
+static List difference(const List &before, const List &after)
 {
     List result;
     for (const Record &record : after)
@@ -86,14 +82,14 @@ List difference(const List &before, const List &after)
 
 // Texts from few pieces, so that equal and nearly equal keys come up all the time.
 // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): the same texts in every run
-std::mt19937 g_random(20);
+static std::mt19937 g_random(20);
 
-const char *one_of(std::initializer_list<const char *> words)
+static const char *one_of(std::initializer_list<const char *> words)
 {
     return words.begin()[g_random() % words.size()];
 }
 
-std::string random_key()
+static std::string random_key()
 {
     if (g_random() % 3 == 0)
         return one_of({"vlan.", "vlan.", "vlan.0x", "vlan. +", "vlan.-", "vlan. x"}) +
@@ -106,7 +102,7 @@ std::string random_key()
 }
 
 // A file, and what is in it.
-std::pair<std::string, List> random_config()
+static std::pair<std::string, List> random_config()
 {
     List list;
     std::string text = one_of({"# misc\n", ""});
@@ -117,9 +113,9 @@ std::pair<std::string, List> random_config()
         text += one_of({"", "", " ", " \t", "# note\n", "\n", "\r\n", "no value\n"}) + name +
                 one_of({" =", "="}) + value + "\n";
         const bool misc = text.find("# misc") != text.npos;
-        auto same = misc ? list.begin() : list.end();
-        while (same != list.end() && strcasecmp(same->first.c_str(), name.c_str()) != 0)
-            ++same;
+        auto same = std::find_if(misc ? list.begin() : list.end(), list.end(), [&](auto &record) {
+            return !strcasecmp(record.first.c_str(), name.c_str());
+        });
         if (same == list.end())
             same = list.insert(same, {name, ""});
         same->second = value;
@@ -215,10 +211,7 @@ TEST_F(Cfg, ValuesAreReadAsStrtolAndTheShellReadThem)
         EXPECT_EQ(get_bool(parse_text("s=" + word + "\n").get(), 9, "s"), 1) << word;
     for (const std::string word : {"0", "oFF", "disabled", "disable", "inactive", "false"})
         EXPECT_EQ(get_bool(parse_text("s=" + word + "\n").get(), 9, "s"), 0) << word;
-}
 
-TEST_F(Cfg, LookupHasItsFallbackAndItsMemory)
-{
     const std::string longer(128, 'a');
     const Config cfg = parse_text("n=1\nvalue=$\n" + longer.substr(1) + "=x\n" + longer + "=y\n");
     EXPECT_STREQ(get_value(cfg.get(), nullptr, "%s", longer.c_str() + 1), "x");
@@ -238,7 +231,7 @@ TEST_F(Cfg, LookupHasItsFallbackAndItsMemory)
     EXPECT_EQ(esc_value(Matches(get_cfg_it(cfg.get(), 1, "n")).get()), cfg->value);
 }
 
-TEST_F(Cfg, ListsAreJoinedAndBadOrdersAreLogged)
+TEST_F(Cfg, ListsAreJoinedKeysComparedAndBadOrdersLogged)
 {
     const Config cfg = parse_text("vlan.1.on= on\nvlan.2.on=On\nvlan.-=on\nvlan.=on\nvlan7=a\n");
     EXPECT_EQ(get_cfg_section_enabled_count(cfg.get(), ".on", "vlan."), 1U); // blanks count here
@@ -262,10 +255,7 @@ TEST_F(Cfg, ListsAreJoinedAndBadOrdersAreLogged)
         "[error] cfg.process_cfg_section(): postfix must start with '.': 'on'",
         "[error] cfg.append_cfg_match_cb(): invalid ctx state"};
     EXPECT_THAT(logged(), testing::ElementsAreArray(lines));
-}
 
-TEST_F(Cfg, KeysAreComparedAndTakenApart)
-{
     // The model knows shorter numbers.
     EXPECT_EQ(compare_keys("9999999999999999999999", "88888888888888888888888"), -1);
     EXPECT_EQ(compare_keys("88888888888888888888888", "09999999999999999999999"), 1);
@@ -283,11 +273,9 @@ TEST_F(Cfg, KeysAreComparedAndTakenApart)
         {"a.4294967296.7", 7, -1, "7"}, // cut to 32 bits it is 0
         {"a.b", -1, -1, nullptr},
     };
-    for (const auto &[key, first, second, rest] : rows) {
-        EXPECT_EQ(get_cfg_key_idx(key, 1), first) << key;
-        EXPECT_EQ(get_cfg_key_idx(key, 2), second) << key;
+    for (const auto &[key, one, two, rest] : rows) {
+        EXPECT_EQ(get_cfg_key_idx(key, 1), one) << key;
+        EXPECT_EQ(get_cfg_key_idx(key, 2), two) << key;
         EXPECT_STREQ(get_key_element(key, 2), rest);
     }
 }
-
-} // namespace

@@ -2,13 +2,11 @@
 
 #include "support/device.h"
 
-namespace {
-
 using Buffer = Device;
 using Owned = std::unique_ptr<buffer, decltype(&buffer_destroy)>;
 
 // Offsets of reading and writing, capacity, and runs of the unread bytes: "0 4 8 abb 5*\0".
-std::string shown(buffer *b)
+static std::string shown(buffer *b)
 {
     const uint8_t *const data = b->data(b);
     std::ostringstream text;
@@ -22,7 +20,7 @@ std::string shown(buffer *b)
 }
 
 // Does so many steps, each a letter and a number, with a buffer of 8 bytes.
-std::string after(const char *steps)
+static std::string after(const char *steps)
 {
     Owned b(buffer_create2(8), buffer_destroy);
     std::istringstream words(steps);
@@ -100,5 +98,3 @@ TEST_F(Buffer, HasItsLimits)
               "0001-0100 " + line + "0101-0200 " + line);
     buffer_destroy(b);
 }
-
-} // namespace

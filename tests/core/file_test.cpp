@@ -2,13 +2,11 @@
 
 #include "support/device.h"
 
-namespace {
-
 using Files = Device;
 constexpr char kState[] = "/tmp/state";
 
 // What all readers make of a file: the line, given so many bytes, and the number.
-std::string readings(const char *path, int size)
+static std::string readings(const char *path, int size)
 {
     char line[16] = "kept", text[300];
     errno = 0;
@@ -111,5 +109,3 @@ TEST_F(Files, WritingReplacesTheContentAndCountersAddUp)
         EXPECT_EQ(stream ? fclose(stream) : errno, error) << slashes;
     }
 }
-
-} // namespace

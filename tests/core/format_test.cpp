@@ -2,13 +2,11 @@
 
 #include "support/device.h"
 
-namespace {
-
 using Format = Device;
 using Owned = std::unique_ptr<char, decltype(&free)>;
 constexpr wint_t kNone = 0xD800; // no character: printf fails
 
-std::string reduce(const std::string &path)
+static std::string reduce(const std::string &path)
 {
     const Owned reduced(vq_reduce_path(path.c_str(), nullptr), free);
     return reduced ? reduced.get() : "failed: " + std::to_string(errno);
@@ -88,5 +86,3 @@ TEST_F(Format, PathsReduceByTheirTextAndAreMadeWithTheirParents)
     }
     EXPECT_EQ(run("stat -c '%a %n' y y/z q q/r").output, "750 y\n750 y/z\n750 q\n750 q/r\n");
 }
-
-} // namespace

@@ -7,17 +7,13 @@
 using testing::EndsWith;
 using Log = Device;
 
-namespace {
-
-size_t g_longest_write; // of the library and the test, since it was last cleared
+static size_t g_longest_write; // of the library and the test, since it was last cleared
 
 // The program's part of a line, which logged() takes off.
-std::string prefix()
+static std::string prefix()
 {
     return program_invocation_short_name + ("[" + std::to_string(getpid())) + "]: ";
 }
-
-} // namespace
 
 extern "C" ssize_t write(int fd, const void *bytes, size_t size)
 {

@@ -2,8 +2,6 @@
 
 #include "support/device.h"
 
-namespace {
-
 using Texts = Device;
 using namespace std::literals;
 
@@ -115,5 +113,3 @@ TEST_F(Texts, MatchingLinesAreCommentedOutInPlace)
         fclose(stream);
     }
 }
-
-} // namespace

@@ -2,11 +2,9 @@
 #ifndef ZORV_TESTS_CRYPTO_SAMPLES_H
 #define ZORV_TESTS_CRYPTO_SAMPLES_H
 
-#include <cstdint>
-#include <random>
 #include <span>
-#include <string>
-#include <vector>
+
+#include "support/device.h"
 
 using Bytes = std::vector<uint8_t>;
 

@@ -4,14 +4,12 @@
 
 #include "support/device.h"
 
-namespace {
-
 constexpr char kTree[] = ZORV_SOURCE_DIR "/", kPages[] = ZORV_SOURCE_DIR "/docs/";
 
 // A fenced block. A comment "<!-- MARK -->" on the line above it is its mark:
 //
 //   file: PATH        the block is a piece of that file
-//   run: site         its commands are for a simulated site: site.sh runs them, not a device
+//   run: site         its commands are for a simulated site: tests/sim runs them, not a device
 //   not run: REASON   its commands are not for the tests
 struct Block {
     int line; // of its fence
@@ -21,32 +19,30 @@ struct Block {
 
 using Page = std::vector<Block>;
 
-Page read_page(const std::string &path)
+static Page read_page(const std::string &path)
 {
     Page page;
     bool open = false;
     int number = 0;
-    std::string before;
-    for (const auto &line : lines_of(path)) {
+    std::string mark; // the line before
+    for (const auto &line : split(Device::read(path))) {
         ++number;
-        if (line.starts_with("```")) {
-            open = !open;
-            const bool marked = before.starts_with("<!-- ");
-            const auto mark = marked ? before.substr(5, before.size() - 9) : "";
+        if (!line.starts_with("```")) {
             if (open)
-                page.push_back({number, line.substr(3), mark, {}});
-        } else if (open) {
-            page.back().lines.push_back(line);
+                page.back().lines.push_back(line);
+        } else if ((open = !open)) {
+            mark = mark.starts_with("<!-- ") ? mark.substr(5, mark.size() - 9) : "";
+            page.push_back({number, line.substr(3), mark, {}});
         }
-        before = line;
+        mark = line;
     }
-    EXPECT_TRUE(!open && !before.empty()) << path << " is missing, or ends within a block";
+    EXPECT_FALSE(open) << path << " ends within a block";
     return page;
 }
 
 // Puts the pieces of files together, in the reader's folder. A path with a folder is one of the
 // tree's.
-void write_pieces(const Page &page)
+static void write_pieces(const Page &page)
 {
     std::map<std::string, std::string> files;
     for (const auto &block : page)
@@ -60,39 +56,34 @@ void write_pieces(const Page &page)
     }
 }
 
-// A block of `sh`: commands, which may go on behind a backslash, and may end in "# exit status N".
-void add_commands(const Block &block, std::vector<Step> &steps)
-{
-    for (size_t i = 0; i < block.lines.size(); ++i) {
-        Step step = {block.line + 1 + static_cast<int>(i), block.lines[i], {"..."}};
-        while (step.command.ends_with('\\'))
-            step.command += "\n" + block.lines[++i];
-        std::smatch match;
-        if (std::regex_search(step.command, match, std::regex("# exit status ([0-9]+)$")))
-            step.shown.push_back("[" + match[1].str() + "]");
-        steps.push_back(step);
-    }
-}
-
-std::vector<Step> steps_of(const Page &page)
+static std::vector<Step> steps_of(const Page &page)
 {
     std::vector<Step> steps;
-    for (const auto &block : page) {
-        if (block.mark == "run: site" || block.mark.starts_with("not run: "))
+    for (const auto &[number, language, mark, lines] : page) {
+        if (mark == "run: site" || mark.starts_with("not run: "))
             continue;
-        if (block.language == "sh")
-            add_commands(block, steps);
-        else if (block.language == "console")
-            for (const auto &step : read_steps(block.lines, block.line + 1))
+        // Commands of `sh` may go on behind a backslash, and may end in "# exit status N".
+        for (size_t i = 0; language == "sh" && i < lines.size(); ++i) {
+            Step step = {number + 1 + static_cast<int>(i), lines[i], {"..."}};
+            while (step.command.ends_with('\\'))
+                step.command += "\n" + lines[++i];
+            std::smatch match;
+            if (std::regex_search(step.command, match, std::regex("# exit status ([0-9]+)$")))
+                step.shown.push_back("[" + match[1].str() + "]");
+            steps.push_back(step);
+        }
+        if (language == "console") {
+            for (const auto &step : read_steps(lines, number + 1))
                 steps.push_back({step.line, step.command + "\n:", step.shown});
-        else // has no command in it
-            EXPECT_THAT(block.lines, testing::Each(testing::Not(testing::MatchesRegex(
-                                         R"((\$ )?(zorvctl|zorv-sim|cc|cmake|\./run) .*)"))));
+        } else if (language != "sh") { // has no command in it
+            EXPECT_THAT(lines, testing::Each(testing::Not(testing::MatchesRegex(
+                                   R"((\$ )?(zorvctl|zorv-sim|cc|cmake|\./run) .*)"))));
+        }
     }
     return steps;
 }
 
-std::vector<std::string> page_names()
+static std::vector<std::string> page_names()
 {
     auto names = names_in(kPages, ".md");
     names.emplace_back("../README");
@@ -100,8 +91,6 @@ std::vector<std::string> page_names()
 }
 
 struct Manual : Device, testing::WithParamInterface<std::string> {};
-
-} // namespace
 
 // Each test of a page costs a device, an access point after set-up; so there is one.
 TEST_P(Manual, ShowsWhatIsSo)
@@ -112,12 +101,11 @@ TEST_P(Manual, ShowsWhatIsSo)
     write_pieces(page);
     run_steps(path, steps_of(page), "docs/reader.sh");
     // A family that is new has its place in the picture and in the table below it.
-    for (const auto &family : names_in(ZORV_SOURCE_DIR "/include/zorv", ".h")) {
-        if (GetParam() != "architecture" || family == "api" || family == "zorv")
-            continue;
-        EXPECT_THAT(page.at(0).lines, Contains(testing::ContainsRegex("\\b" + family + "\\b")));
-        EXPECT_THAT(read(path), HasSubstr("`" + family + ".h`"));
-    }
+    for (const auto &family : names_in(ZORV_SOURCE_DIR "/include/zorv", ".h"))
+        if (GetParam() == "architecture" && family != "api" && family != "zorv") {
+            EXPECT_THAT(page.at(0).lines, Contains(testing::ContainsRegex("\\b" + family + "\\b")));
+            EXPECT_THAT(read(path), HasSubstr("`" + family + ".h`"));
+        }
 }
 
 INSTANTIATE_TEST_SUITE_P(, Manual, testing::ValuesIn(page_names()), [](const auto &page) {

@@ -1,14 +1,8 @@
 // The daemon of the guide, beside another unit of the site.
 #include "protocol/peer.h"
-#include "support/device.h"
-
-namespace {
-
-using testing::MatchesRegex;
 
 using FirstDaemon = Device;
-
-} // namespace
+using testing::MatchesRegex;
 
 TEST_F(FirstDaemon, AsksAnswersFollowsItsNameAndEnds)
 {

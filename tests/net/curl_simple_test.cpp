@@ -46,11 +46,14 @@ std::string fetched(CloudHost &host, const char *url, unsigned flags = 0)
     return text;
 }
 
-TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
+TEST_F(CurlSimple, SendsWhatItIsGivenAndKeepsOfTheBodyWhatTheLimitAllows)
 {
     const std::string to = "Location: https://other.test/in\r\n";
     CloudHost host({.sites = {{"cloud.test"}, {"other.test"}},
-                    .answers = {{.path = "/in"}, {.path = "/302", .status = 302, .headers = to}}});
+                    .answers = {{.path = "/in"},
+                                {.path = "/302", .status = 302, .headers = to},
+                                {.path = "/a", .status = 201, .body = "abcde"},
+                                {.path = "/error", .status = 500, .body = "oh"}}});
     setenv("ALL_PROXY", "https://none.test/", 1); // no way around it
     // A request: where to, its length, type, word of what it takes, header of its own, and body.
     const auto sent = [&host](int result) {
@@ -93,13 +96,7 @@ TEST_F(CurlSimple, SendsTheMethodTheHeadersAndTheBody)
     // A redirect takes the word and the body along.
     EXPECT_EQ(sent(post("https://cloud.test/302", "a=b", 3)),
               "0 POST cloud.test/302" + form + "a=b POST other.test/in" + form + "a=b");
-}
 
-TEST_F(CurlSimple, KeepsOfTheBodyWhatTheLimitAllows)
-{
-    CloudHost host({.sites = {{"cloud.test"}},
-                    .answers = {{.path = "/a", .status = 201, .body = "abcde"},
-                                {.path = "/error", .status = 500, .body = "oh"}}});
     const Response response = make_response(9); // one that is used again goes on
     const std::tuple<const char *, size_t, const char *> rows[] = {
         // Limit, then result, status, bytes that came, body.

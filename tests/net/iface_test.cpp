@@ -2,12 +2,10 @@
 
 #include "support/device.h"
 
-namespace {
-
 using Interfaces = Device;
 
 // A result, and behind it the lines that were logged, without what they all have.
-std::string with_lines(std::string result)
+static std::string with_lines(std::string result)
 {
     for (std::string line : Device::logged())
         result += " | " + line.erase(line.find(" libzorv_util"), strlen(" libzorv_util"));
@@ -15,7 +13,7 @@ std::string with_lines(std::string result)
 }
 
 // What is said of an interface: its index, its address, whether it is up. The outputs begin as 9.
-std::string shown(const char *name)
+static std::string shown(const char *name)
 {
     int index = 9;
     in_addr address = {htonl(9)};
@@ -27,7 +25,7 @@ std::string shown(const char *name)
 }
 
 // The state, the result for the uplink's device after an earlier failure, and its name.
-std::string uplink()
+static std::string uplink()
 {
     char name[16] = "kept";
     const int state = get_wireless_uplink_state();
@@ -36,8 +34,6 @@ std::string uplink()
     EXPECT_EQ(get_uplink_device(nullptr, 16), result);
     return std::to_string(state) + " " + std::to_string(result) + " " + name;
 }
-
-} // namespace
 
 TEST_F(Interfaces, AreAsTheKernelHasThem)
 {

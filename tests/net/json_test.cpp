@@ -3,12 +3,10 @@
 #include "support/device.h"
 #include "support/json.h"
 
-namespace {
-
 using JsonHelpers = Device;
 
 // A file's Base64, or "none" and what was logged.
-std::string encoded(FILE *stream)
+static std::string encoded(FILE *stream)
 {
     fseek(stream, 1, SEEK_SET); // it need not stand at its beginning
     const std::unique_ptr<char, decltype(&free)> text(load_file_base64(stream), free);
@@ -18,8 +16,6 @@ std::string encoded(FILE *stream)
         result += " " + line;
     return result;
 }
-
-} // namespace
 
 // A member as text, as yes or no, as two integers with a default, and as a number that may stand
 // in a text, with what is said of one that does not.
@@ -144,7 +140,7 @@ TEST_F(JsonHelpers, ASeriesKeepsItsDistance)
     EXPECT_THAT(vq_now.tv_sec - before.tv_sec, testing::AnyOf(0, 1));
 }
 
-TEST_F(JsonHelpers, AFileIsEncodedWhole)
+TEST_F(JsonHelpers, AFileIsEncodedWholeAndFactsOfTheUnitAreRead)
 {
     libzorv_log_level = 8;
     const std::pair<size_t, const char *> rows[] = {{0, ""}, {2, "eHg="}, {300, ""}, {301, "eA=="}};
@@ -174,14 +170,11 @@ TEST_F(JsonHelpers, AFileIsEncodedWhole)
     kernel_sys(); // files there have a size that they do not fill
     EXPECT_EQ(encoded(fopen("/sys/kernel/uevent_seqnum", "re")),
               "none [error" + at + "Couldn't read all bytes from file");
-}
 
-TEST_F(JsonHelpers, FactsOfTheUnitAreRead)
-{
-    EXPECT_EQ(dumped(Json(mac_str_to_oui_json_string("00:1A:2b:3c:4d:5e")).get()), "\"001a2b\"");
+    EXPECT_EQ(dumped(Json(mac_str_to_oui_json_string("00:1A:2b")).get()), "\"001a2b\"");
     for (const char *const mac : {"00:1A", static_cast<const char *>(nullptr)})
         EXPECT_EQ(mac_str_to_oui_json_string(mac), nullptr);
-    const std::tuple<const char *, int, const char *> rows[] = {
+    const std::tuple<const char *, int, const char *> units[] = {
         {"build_date=2024-05-06\nbuild_time=07:08:09\nscm_reftype=atag\n", 32,
          "0 2024-05-06 07:08:09 1"},
         {"build_date=2024-05-06T07:08:09\nscm_reftype=branch\n", 32, "0 2024-05-06T  2"},
@@ -189,10 +182,10 @@ TEST_F(JsonHelpers, FactsOfTheUnitAreRead)
     };
     char text[32] = "kept";
     EXPECT_EQ(get_build_time(text, sizeof text), -1);
-    for (const auto &[facts, size, want] : rows) {
+    for (const auto &[facts, room, want] : units) {
         file("/usr/lib/build.properties", facts);
         strcpy(text, "kept");
-        const std::string result = std::to_string(get_build_time(text, size));
+        const std::string result = std::to_string(get_build_time(text, room));
         EXPECT_EQ(result + " " + text + " " + std::to_string(get_zorv_scm_reftype()), want);
     }
 }

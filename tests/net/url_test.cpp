@@ -2,18 +2,16 @@
 
 #include "support/device.h"
 
-namespace {
-
 using UrlPtr = std::unique_ptr<url, decltype(&url_destroy)>;
 using Urls = Device;
 
-UrlPtr parsed(const std::string &text)
+static UrlPtr parsed(const std::string &text)
 {
     return {url_parse(text.c_str()), url_destroy};
 }
 
 // A record: its normalised text, what that is made of, and whether it is HTTPS or IPv6.
-std::string shown(const url *record)
+static std::string shown(const url *record)
 {
     if (!record)
         return "none";
@@ -26,7 +24,7 @@ std::string shown(const url *record)
 }
 
 // What was logged, without the words that all lines of dump_addrinfo() begin with.
-std::string said()
+static std::string said()
 {
     constexpr std::string_view kDump = "[debug] libzorv.dump_addrinfo(): ";
     std::string text;
@@ -37,7 +35,7 @@ std::string said()
 
 // What resolving a host comes to after another: the result, the address, its port and type, and
 // what is said.
-std::string resolved(const char *host, const addrinfo *hints)
+static std::string resolved(const char *host, const addrinfo *hints)
 {
     const UrlPtr record = parsed("http://10.0.0.1:81");
     url_resolve(record.get(), nullptr);
@@ -175,5 +173,3 @@ TEST_F(Urls, TheLastAddressOfAnAnswerIsTaken)
                       "Socket Address (len=16):\n  Unknown address family\n"
                       "Protocol:\t0 (Unknown)\n");
 }
-
-} // namespace

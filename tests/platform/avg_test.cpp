@@ -5,14 +5,12 @@
 
 using Avg = Device;
 
-namespace {
-
 using Values = std::vector<int64_t>;
 
 constexpr int64_t kLeast = INT64_MIN, kMost = INT64_MAX;
 
 // The result, the mean and how many values are kept.
-std::string filter(Values &values)
+static std::string filter(Values &values)
 {
     int64_t mean = -7;
     uint64_t count = values.size();
@@ -21,7 +19,7 @@ std::string filter(Values &values)
 }
 
 // The filter as it is defined: one value after the other, nothing taken together.
-std::string filter_plainly(Values &values)
+static std::string filter_plainly(Values &values)
 {
     uint64_t total = 0;
     for (const int64_t value : values)
@@ -47,8 +45,6 @@ std::string filter_plainly(Values &values)
     }
     return shown(0, mean, kept);
 }
-
-} // namespace
 
 TEST_F(Avg, QuotientsRoundHalfAwayFromZeroAndSamplesHaveWeights)
 {

@@ -2,27 +2,26 @@
 
 #include "platform/rows.h"
 
-namespace {
-
 using Bridge = Device;
 
 const char *const kNothing = nullptr;
 
 // A record of 02:a0:f1:00:00:`last`, as the kernel writes it; the switch driver's have 24 bytes.
-std::string record(uint8_t last, uint8_t port, uint32_t age, size_t size = 16)
+static std::string record(uint8_t last, uint8_t port, uint32_t age, size_t size = 16)
 {
     const fdb_record r = {{0x02, 0xa0, 0xf1, 0, 0, last}, port, 0, age, 1, {}};
     return {reinterpret_cast<const char *>(&r), size};
 }
 
 // A written bridge's port with its number as text.
-void write_port(const std::string &bridge, const std::string &port, const std::string &number)
+static void write_port(const std::string &bridge, const std::string &port,
+                       const std::string &number)
 {
     Device::file("/sys/class/net/" + bridge + "/brif/" + port + "/port_no", number);
 }
 
 // The result, age and port of a lookup.
-std::string learned(const char *bridge, const char *mac)
+static std::string learned(const char *bridge, const char *mac)
 {
     unsigned age = 77, port = 77;
     const int rc = get_mac_brinfo(bridge, mac, &age, &port);
@@ -30,7 +29,7 @@ std::string learned(const char *bridge, const char *mac)
 }
 
 // What the walk visits, as "name port age", and what it says.
-std::string visit(const char *prefix, std::vector<const char *> exclude = {kNothing})
+static std::string visit(const char *prefix, std::vector<const char *> exclude = {kNothing})
 {
     std::multiset<std::string> visits;
     const fdb_callback note = [](void *user, const fdb_record *entry, const char *ifname) {
@@ -43,8 +42,6 @@ std::string visit(const char *prefix, std::vector<const char *> exclude = {kNoth
         text += one + ";";
     return with_log(text);
 }
-
-} // namespace
 
 TEST_F(Bridge, AnAddressIsFoundWhereItWasLearned)
 {

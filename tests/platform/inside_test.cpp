@@ -11,46 +11,42 @@
 using namespace zorv;
 using namespace std::string_literals;
 
-namespace {
-
 using PlatformInside = Device;
 
-Bytes view(const std::string &bytes)
+static Bytes view(const std::string &bytes)
 {
     return {reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size()};
 }
 
 // A header before a body, and what fills the last word.
 template <class Header>
-std::string framed(const Header &header, const std::string &body)
+static std::string framed(const Header &header, const std::string &body)
 {
     std::string bytes(reinterpret_cast<const char *>(&header), sizeof header);
     bytes += body;
     return bytes + std::string((4 - body.size() % 4) % 4, '\0');
 }
 
-std::string message(uint16_t type, const std::string &body, uint16_t flags = NLM_F_MULTI,
-                    uint32_t port = 78)
+static std::string message(uint16_t type, const std::string &body, uint16_t flags = NLM_F_MULTI,
+                           uint32_t port = 78)
 {
     const auto length = static_cast<uint32_t>(sizeof(nlmsghdr) + body.size());
     return framed(nlmsghdr{length, type, flags, 1, port}, body);
 }
 
-std::string attribute(uint16_t type, const std::string &value)
+static std::string attribute(uint16_t type, const std::string &value)
 {
     return framed(rtattr{static_cast<uint16_t>(sizeof(rtattr) + value.size()), type}, value);
 }
 
-std::string route(const std::string &attributes, uint8_t family = AF_INET,
-                  uint8_t table = RT_TABLE_MAIN)
+static std::string route(const std::string &attributes, uint8_t family = AF_INET,
+                         uint8_t table = RT_TABLE_MAIN)
 {
     rtmsg fixed = {};
     fixed.rtm_family = family;
     fixed.rtm_table = table;
     return message(RTM_NEWROUTE, framed(fixed, attributes));
 }
-
-} // namespace
 
 TEST_F(PlatformInside, FirmwareArchitectureAndLinksGoByTheirRules)
 {

@@ -4,17 +4,12 @@
 #include <stdexcept>
 
 #include <linux/capability.h>
-#include <sys/mman.h>
-#include <sys/mount.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 
 namespace fs = std::filesystem;
 
 namespace {
-
-// A program built with sanitizers gives up at exit when it has leaks to look for and no /proc.
-char kNoLeakCheck[] = "ASAN_OPTIONS=detect_leaks=0";
 
 // What the log and other writers of the stream stderr have written. The descriptor 2 stays as it
 // is, for the reports of sanitizers and for programs.
@@ -34,15 +29,26 @@ std::string read_from(int fd, off_t offset)
     return text;
 }
 
+} // namespace
+
+std::vector<std::string> split(const std::string &text)
+{
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
 int memory_file(const char *name)
 {
-    const int fd = static_cast<int>(check(memfd_create(name, MFD_CLOEXEC), "memfd_create"));
+    const int fd = check(memfd_create(name, MFD_CLOEXEC), "memfd_create");
     check(fcntl(fd, F_SETFL, O_APPEND), "F_SETFL");
     return fd;
 }
 
 // Effective capabilities: all that are permitted, or none.
-void set_powers(bool all)
+void Device::set_powers(bool all)
 {
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct data[2] = {};
@@ -51,8 +57,6 @@ void set_powers(bool all)
         word.effective = all ? word.permitted : 0;
     check(syscall(SYS_capset, &header, data), "capset");
 }
-
-} // namespace
 
 Device::Device()
 {
@@ -93,11 +97,6 @@ std::string Device::read(const std::string &path)
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-bool Device::exists(const std::string &path)
-{
-    return fs::exists(fs::symlink_status(path));
-}
-
 void Device::remove(const std::string &path)
 {
     umount2(path.c_str(), UMOUNT_NOFOLLOW); // mostly there is no mount
@@ -108,16 +107,10 @@ std::vector<std::string> Device::logged()
 {
     const std::string text = read_from(fileno(g_log.stream), g_log.read);
     g_log.read += static_cast<off_t>(text.size());
-
-    const std::string program = program_invocation_short_name + std::string("[");
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        const auto end = line.find("]: ");
-        if (line.starts_with(program) && end != std::string::npos)
-            line.erase(0, end + 3);
-        lines.push_back(line);
-    }
+    const std::regex program("^" + std::string(program_invocation_short_name) + "\\[[0-9]+\\]: ");
+    std::vector<std::string> lines = split(text);
+    for (std::string &line : lines)
+        line = std::regex_replace(line, program, "", std::regex_constants::format_first_only);
     return lines;
 }
 
@@ -125,12 +118,12 @@ Device::Outcome Device::run(const std::string &command)
 {
     const int output = memory_file("output");
     const int errors = memory_file("errors");
-    const auto child = static_cast<pid_t>(check(fork(), "fork"));
+    const pid_t child = check(fork(), "fork");
     if (child == 0) {
         dup2(output, 1);
         dup2(errors, 2);
-        if (!exists("/proc/self"))
-            putenv(kNoLeakCheck);
+        if (!exists("/proc/self")) // then LeakSanitizer gives up at exit
+            setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
         execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
         _exit(127);
     }
@@ -148,16 +141,6 @@ void Device::must_run(const std::string &command)
                                  outcome.output + outcome.errors);
 }
 
-void Device::kernel_proc()
-{
-    check(umount2("/proc", MNT_DETACH), "/proc"); // the kernel's lies beneath
-}
-
-void Device::kernel_sys()
-{
-    mount_at("sysfs", "/sys");
-}
-
 void Device::kernel_processes()
 {
     const std::string kernel = "/run/kernel-proc";
@@ -169,11 +152,6 @@ void Device::kernel_processes()
         if (!exists("/proc" + name))
             fs::create_symlink(kernel + name, "/proc" + name);
     }
-}
-
-void Device::unprivileged()
-{
-    set_powers(false);
 }
 
 void Device::make_bridge()
@@ -192,7 +170,7 @@ void Device::start_syslog()
     file("/var/log/messages", "");
     const sockaddr_un address = {AF_UNIX, "/dev/log"};
     const int type = SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK;
-    g_syslog = static_cast<int>(check(socket(AF_UNIX, type, 0), "socket"));
+    g_syslog = check(socket(AF_UNIX, type, 0), "socket");
     check(bind(g_syslog, reinterpret_cast<const sockaddr *>(&address), sizeof address), "/dev/log");
 }
 

@@ -31,6 +31,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <tuple>
 #include <vector>
 
@@ -39,6 +40,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -46,14 +49,40 @@
 #include <unistd.h>
 #include <zorv/zorv.h>
 
-#include "support/enter.h"
-
 // What most tests compare with.
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
+
+// Runs work() as a process in a new device. Returns its exit status, or 128 and the number of the
+// signal that ended it; 1, with the reason on standard output, when the device cannot be entered.
+int run_in_device(const std::function<int()> &work);
+
+// Passes the result of a system call on; throws std::system_error for -1.
+template <class Result>
+Result check(Result rc, const std::string &what)
+{
+    return rc != -1 ? rc : throw std::system_error(errno, std::generic_category(), what);
+}
+
+// Waits for one child. Returns its exit status, or 128 and the number of a signal.
+int wait_for(pid_t child);
+
+// Replaces a file's content.
+void write_text(const std::string &path, std::string_view text);
+
+inline void mount_at(const char *type, const std::string &path, const char *options = nullptr)
+{
+    check(mount(type, path.c_str(), type, 0, options), path);
+}
+
+// Each line of a text, without its newline.
+std::vector<std::string> split(const std::string &text);
+
+// A memory file whose writers append.
+int memory_file(const char *name);
 
 // The fixture. Its functions throw std::system_error, which fails the test, when the device cannot
 // do what they are asked; they are static and public, so that helpers of a test file can call them.
@@ -72,7 +101,10 @@ public:
     static std::string read(const std::string &path);
 
     // Whether something is there; a dangling link is.
-    static bool exists(const std::string &path);
+    static bool exists(const std::string &path)
+    {
+        return std::filesystem::exists(std::filesystem::symlink_status(path));
+    }
 
     // Removes a file or a whole folder, a device node of /dev included.
     static void remove(const std::string &path);
@@ -97,15 +129,15 @@ public:
 
     // Puts the kernel's own /proc, of the device's processes, or /sys in place for the rest of the
     // test.
-    static void kernel_proc();
-    static void kernel_sys();
+    static void kernel_proc() { check(umount2("/proc", MNT_DETACH), "/proc"); } // its own is below
+    static void kernel_sys() { mount_at("sysfs", "/sys"); }
 
     // Links the kernel's folders of processes below 2000 into the /proc that the test fills, where
     // it has none of its own: sanitizers look their own process up there.
     static void kernel_processes();
 
     // Gives up the powers of root, so that file modes and limits hold, for the rest of the test.
-    static void unprivileged();
+    static void unprivileged() { set_powers(false); }
 
     // Makes a bridge br0 at 192.0.2.1/24 with a port eth0, whose other end is far0: all are up, and
     // the port forwards. Their addresses are 02:a0:f1:00:00:01 and 02:a0:f1:00:00:10.
@@ -120,6 +152,9 @@ public:
 
     // How many descriptors are open.
     static int open_descriptors();
+
+private:
+    static void set_powers(bool all);
 };
 
 #endif

@@ -1,45 +1,22 @@
-#include "support/enter.h"
+// The way into a throw-away device.
 
-#include <cerrno>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <stdexcept>
-#include <system_error>
-#include <vector>
+#include "support/device.h"
 
-#include <fcntl.h>
 #include <linux/magic.h>
-#include <net/if.h>
 #include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/vfs.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-// Folders of the device's own, in the order of their making.
+// Folders of the device's own.
 const char *const kFolders[] = {
-    "/dev",     "/dev/shm", "/etc",     "/etc/ssl", "/etc/ssl/certs", "/proc",
-    "/root",    "/run",     "/sys",     "/tmp",     "/var",           "/var/log",
-    "/var/tmp", "/usr",     "/usr/etc", "/usr/lib", "/usr/local",     "/usr/local/bin",
+    "/dev/shm", "/etc/ssl/certs", "/proc",    "/root",    "/run",     "/sys",
+    "/tmp",     "/var/log",       "/var/tmp", "/usr/etc", "/usr/lib", "/usr/local/bin",
 };
-
-// Folders whose other entries are those of the build machine.
-const char *const kMerged[] = {"/", "/usr", "/usr/lib"};
-
-const char *const kNodes[] = {"null", "zero", "full", "random", "urandom", "tty"};
 
 // What programs need of the build machine's /etc, where it has it.
 const char *const kShared[] = {
@@ -47,10 +24,7 @@ const char *const kShared[] = {
     "/etc/protocols",    "/etc/services",    "/etc/ssl/openssl.cnf",
 };
 
-constexpr struct {
-    const char *path;
-    const char *text;
-} kFiles[] = {
+const std::pair<const char *, const char *> kFiles[] = {
     {"/etc/passwd", "root:x:0:0:root:/root:/bin/sh\nnobody:x:65534:65534:nobody:/:/bin/false\n"},
     {"/etc/group", "root:x:0:\nnogroup:x:65534:\n"},
     {"/etc/hosts", "127.0.0.1 localhost\n::1 localhost\n127.0.1.1 device\n"},
@@ -67,28 +41,7 @@ const char *const kVariables[] = {
     "GTEST_COLOR",  "QEMU_LD_PREFIX", kProfile,
 };
 
-constexpr char kHost[] = "/.host"; // the build machine's root
-
-std::string on_host(const std::string &path)
-{
-    return kHost + path;
-}
-
-void unshare_all()
-{
-    const auto uid = std::to_string(getuid()), gid = std::to_string(getgid());
-    const int flags = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS;
-    if (unshare(flags | CLONE_NEWUSER) == 0) {
-        write_text("/proc/self/setgroups", "deny");
-        write_text("/proc/self/uid_map", "0 " + uid + " 1");
-        write_text("/proc/self/gid_map", "0 " + gid + " 1");
-        check(prctl(PR_SET_DUMPABLE, 1), "PR_SET_DUMPABLE"); // LeakSanitizer traces the process
-    } else {
-        // Root does without. In a user-mode emulator it has to: that has a thread of its own, and a
-        // process with threads gets no user namespace.
-        check(unshare(flags), "unshare");
-    }
-}
+const std::string kHost = "/.host"; // the build machine's root
 
 // Makes a path of the build machine valid in the device, where it is not yet.
 void expose(const fs::path &path)
@@ -96,60 +49,24 @@ void expose(const fs::path &path)
     if (fs::exists(fs::symlink_status(path)))
         return;
     fs::create_directories(path.parent_path());
-    fs::create_symlink(on_host(path), path);
+    fs::create_symlink(kHost + path.string(), path);
 }
 
-void make_root()
+void bind_mount(const std::string &path)
 {
-    check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "MS_PRIVATE");
-    mount_at("tmpfs", "/tmp", "mode=755");
-    check(chdir("/tmp"), "/tmp");
-    check(mkdir(kHost + 1, 0755), kHost); // relative, for now
-    check(syscall(SYS_pivot_root, ".", kHost + 1), "pivot_root");
-    check(chdir("/"), "/");
+    check(mount((kHost + path).c_str(), path.c_str(), nullptr, MS_BIND, nullptr), path);
 }
 
-void make_read_only()
-{
-    mount_attr attributes = {};
-    attributes.attr_set = MOUNT_ATTR_RDONLY;
-    if (syscall(SYS_mount_setattr, -1, kHost, AT_RECURSIVE, &attributes, sizeof attributes) == 0)
-        return;
-    // An emulator that lacks the call: then the one file system that the links lead into.
-    check(mount(nullptr, kHost, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY | MS_RELATIME, nullptr),
-          kHost);
-}
-
-void make_nodes()
-{
-    for (const std::string node : kNodes) {
-        const std::string path = "/dev/" + node;
-        write_text(path, "");
-        check(mount(on_host(path).c_str(), path.c_str(), nullptr, MS_BIND, nullptr), path);
-    }
-}
-
-void expose_profile()
-{
-    const char *const path = getenv(kProfile);
-    if (!path)
-        return;
-    fs::create_directories(path);
-    check(mount(on_host(path).c_str(), path, nullptr, MS_BIND, nullptr), path);
-    mount_attr attributes = {}; // it may lie in what is read-only
-    attributes.attr_clr = MOUNT_ATTR_RDONLY;
-    syscall(SYS_mount_setattr, AT_FDCWD, path, 0, &attributes, sizeof attributes);
-}
-
-void make_folders()
+void make_files()
 {
     for (const auto folder : kFolders)
-        check(mkdir(folder, 0755), folder);
+        fs::create_directories(folder);
     for (const auto folder : {"/tmp", "/var/tmp", "/dev/shm"})
         check(chmod(folder, 01777), folder);
     fs::create_symlink("/run", "/var/run");
-    for (const fs::path folder : kMerged)
-        for (const auto &entry : fs::directory_iterator(on_host(folder)))
+    for (const fs::path folder :
+         {"/", "/usr", "/usr/lib"}) // others of theirs are as they are there
+        for (const auto &entry : fs::directory_iterator(kHost + folder.string()))
             expose(folder / entry.path().filename());
     for (const auto path : kShared)
         expose(path);
@@ -157,21 +74,45 @@ void make_folders()
         write_text(path, text);
     expose(ZORV_SOURCE_DIR);
     expose(ZORV_BUILD_DIR);
+    for (const std::string node : {"null", "zero", "full", "random", "urandom", "tty"}) {
+        write_text("/dev/" + node, "");
+        bind_mount("/dev/" + node);
+    }
 }
 
-void raise_loopback()
+// What is outside cannot be written, but for the folder of the profile.
+void make_read_only()
 {
-    ifreq request = {};
-    strcpy(request.ifr_name, "lo");
-    request.ifr_flags = IFF_UP | IFF_RUNNING;
-    const int fd = static_cast<int>(check(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));
-    check(ioctl(fd, SIOCSIFFLAGS, &request), "lo");
-    close(fd);
+    mount_attr read_only = {MOUNT_ATTR_RDONLY, 0, 0, 0}, writable = {0, MOUNT_ATTR_RDONLY, 0, 0};
+    const char *const host = kHost.c_str();
+    if (syscall(SYS_mount_setattr, -1, host, AT_RECURSIVE, &read_only, sizeof read_only) != 0)
+        // An emulator that lacks the call: then the one file system that the links lead into.
+        check(
+            mount(nullptr, host, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY | MS_RELATIME, nullptr),
+            kHost);
+    if (const char *const path = getenv(kProfile)) {
+        fs::create_directories(path);
+        bind_mount(path);
+        syscall(SYS_mount_setattr, AT_FDCWD, path, 0, &writable, sizeof writable);
+    }
 }
 
-void clean_environment()
+// In the first process of the new PID namespace.
+void make_device()
 {
-    std::vector<std::pair<const char *, std::string>> kept = {
+    umask(022);
+    check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "MS_PRIVATE");
+    mount_at("tmpfs", "/tmp", "mode=755");
+    fs::create_directory("/tmp" + kHost);
+    check(syscall(SYS_pivot_root, "/tmp", ("/tmp" + kHost).c_str()), "pivot_root");
+    check(chdir("/"), "/");
+    make_files();
+    make_read_only();
+    mount_at("proc", "/proc");
+    mount_at("tmpfs", "/proc", "mode=755");
+    mount_at("tmpfs", "/sys", "mode=755");
+    check(sethostname("device", 6), "sethostname");
+    std::map<std::string, std::string> kept = {
         {"PATH", "/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"},
         {"HOME", "/root"},
         {"LC_ALL", "C.UTF-8"},
@@ -179,27 +120,11 @@ void clean_environment()
     };
     for (const auto name : kVariables)
         if (const char *value = getenv(name))
-            kept.emplace_back(name, value);
+            kept[name] = value;
     clearenv();
     for (const auto &[name, value] : kept)
-        setenv(name, value.c_str(), 1);
-}
-
-// In the first process of the new PID namespace.
-void make_device()
-{
-    umask(022);
-    make_root();
-    make_folders();
-    make_nodes();
-    make_read_only();
-    expose_profile();
-    mount_at("proc", "/proc");
-    mount_at("tmpfs", "/proc", "mode=755");
-    mount_at("tmpfs", "/sys", "mode=755");
-    raise_loopback();
-    check(sethostname("device", 6), "sethostname");
-    clean_environment();
+        setenv(name.c_str(), value.c_str(), 1);
+    check(system("ip link set lo up") == 0 ? 0 : -1, "lo");
 }
 
 // The kernel's own /proc again, which sanitizers look into at exit.
@@ -211,40 +136,45 @@ void uncover_proc()
         ;
 }
 
-} // namespace
-
-// AddressSanitizer calls this before it writes a report, whose symbols it looks up by /proc.
-extern "C" void __asan_on_error() // NOLINT(bugprone-reserved-identifier,cert-dcl*): its name
+int shown_status(int status)
 {
-    uncover_proc();
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
-
-namespace {
 
 [[noreturn]] void be_init(const std::function<int()> &work)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL); // takes the whole device along
     make_device();
-    const auto child = static_cast<pid_t>(check(fork(), "fork"));
+    const pid_t child = check(fork(), "fork");
     if (child == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         const int status = work();
         uncover_proc();
         exit(status);
     }
-    for (;;) { // orphans of the test come here to be reaped
-        int status = 0;
-        if (check(wait(&status), "wait") == child)
-            _exit(WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status));
-    }
+    int status = 0;
+    while (check(wait(&status), "wait") != child)
+        ; // orphans of the test come here to be reaped
+    _exit(shown_status(status));
 }
 
 [[noreturn]] void enter(const std::function<int()> &work)
 {
     try {
-        unshare_all();
+        const auto uid = std::to_string(getuid()), gid = std::to_string(getgid());
+        const int flags = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS;
+        if (unshare(flags | CLONE_NEWUSER) == 0) {
+            write_text("/proc/self/setgroups", "deny");
+            write_text("/proc/self/uid_map", "0 " + uid + " 1");
+            write_text("/proc/self/gid_map", "0 " + gid + " 1");
+            check(prctl(PR_SET_DUMPABLE, 1), "PR_SET_DUMPABLE"); // LeakSanitizer traces the process
+        } else {
+            // Root does without. In a user-mode emulator it has to: that has a thread of its own,
+            // and a process with threads gets no user namespace.
+            check(unshare(flags), "unshare");
+        }
         prctl(PR_SET_PDEATHSIG, SIGKILL); // behind it, for a change of credentials forgets it
-        const auto init = static_cast<pid_t>(check(fork(), "fork"));
+        const pid_t init = check(fork(), "fork");
         if (init == 0)
             be_init(work);
         _exit(wait_for(init));
@@ -257,18 +187,17 @@ namespace {
 
 } // namespace
 
-long check(long rc, const std::string &what)
+// AddressSanitizer calls this before it writes a report, whose symbols it looks up by /proc.
+extern "C" void __asan_on_error() // NOLINT(bugprone-reserved-identifier,cert-dcl*): its name
 {
-    if (rc == -1)
-        throw std::system_error(errno, std::generic_category(), what);
-    return rc;
+    uncover_proc();
 }
 
 int wait_for(pid_t child)
 {
     int status = 0;
     check(waitpid(child, &status, 0), "waitpid");
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    return shown_status(status);
 }
 
 void write_text(const std::string &path, std::string_view text)
@@ -278,15 +207,10 @@ void write_text(const std::string &path, std::string_view text)
     check(stream ? 0 : -1, path);
 }
 
-void mount_at(const char *type, const std::string &path, const char *options)
-{
-    check(mount(type, path.c_str(), type, 0, options), path);
-}
-
 int run_in_device(const std::function<int()> &work)
 {
     fflush(nullptr);
-    const auto outer = static_cast<pid_t>(check(fork(), "fork"));
+    const pid_t outer = check(fork(), "fork");
     if (outer == 0)
         enter(work);
     return wait_for(outer);

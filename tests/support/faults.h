@@ -3,8 +3,8 @@
 #define ZORV_TESTS_SUPPORT_FAULTS_H
 
 #include <atomic>
-#include <cstddef>
 
+#include <sys/mman.h>
 #include <sys/types.h>
 
 // In memory that runner, process and its forks share. Only while `armed` are calls counted.
@@ -17,17 +17,22 @@ struct FaultPlan {
     long first, last;          // those that fail; 1 is the first, a last of 0 lets none fail
     std::atomic<int> listener; // the descriptor at which the runner is asked, 0 until there is one
     std::atomic<bool> attended;
-    bool ended;      // the scenario came to its end
-    long blocks;     // of the library's memory that it left
-    int descriptors; // that it left
-    size_t length;   // of its result
-    char result[1 << 16];
+    bool ended;           // the scenario came to its end
+    long blocks;          // of the library's memory that it left
+    int descriptors;      // that it left
+    char result[1 << 16]; // a text
 };
 
 constexpr char kFaultsVariable[] = "ZORV_FAULTS"; // of a program: the descriptor of the plan
 
-// From here on allocations follow the plan.
-void follow_faults(FaultPlan *plan);
+// The plan of a descriptor.
+inline FaultPlan *share_plan(int fd)
+{
+    return static_cast<FaultPlan *>(
+        mmap(nullptr, sizeof(FaultPlan), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+}
+
+extern FaultPlan *g_followed; // by allocations
 
 // Blocks that the library, jansson and libevent have allocated while armed, and not released.
 long library_blocks();

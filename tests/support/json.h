@@ -2,11 +2,9 @@
 #ifndef ZORV_TESTS_SUPPORT_JSON_H
 #define ZORV_TESTS_SUPPORT_JSON_H
 
-#include <cstdlib>
-#include <memory>
-#include <string>
-
 #include <jansson.h>
+
+#include "support/device.h"
 
 struct ReleaseJson {
     void operator()(json_t *json) const { json_decref(json); }
@@ -29,14 +27,9 @@ inline std::string dumped(const json_t *json)
 }
 
 // A member as compact JSON, "" when there is none.
-inline std::string member(const json_t *object, const char *name)
-{
-    return dumped(json_object_get(object, name));
-}
-
 inline std::string member(const std::string &text, const char *name)
 {
-    return member(loaded(text).get(), name);
+    return dumped(json_object_get(loaded(text).get(), name));
 }
 
 #endif

@@ -18,8 +18,6 @@
 
 class Torture : public Device {
 public:
-    ~Torture() override; // prints how many faults of each kind there were
-
     struct Row {
         const char *name;
         std::function<std::string()> scenario; // its undisturbed text is a success
@@ -33,11 +31,12 @@ public:
     };
 
     // Each outcome is that of the undisturbed run, with or without log lines, or has a pattern; and
-    // each of the known comes. The undisturbed run logs nothing.
+    // each of the known comes. The undisturbed run logs nothing. Prints how many faults of each
+    // kind there were.
     static void torture(const std::vector<Row> &rows);
 
     // From here to the end of the scenario nothing fails. Returns what it is given.
-    static std::string settled(const std::string &text);
+    static std::string settled(const std::string &text) { return settle(), text; }
     static void settle();
 
     // The scenario of a command line that ends in zorvctl and its arguments: "[status] output", the

@@ -4,19 +4,7 @@
 
 namespace {
 
-// The file for what step N prints.
-std::string printed(size_t step)
-{
-    return "/run/transcript/" + std::to_string(step);
-}
-
-// What a step has printed, as a transcript has it.
-std::string result(size_t step)
-{
-    const std::string text = Device::read(printed(step));
-    const std::string status = Device::read(printed(step) + ".status");
-    return text + (text.empty() || text.ends_with('\n') ? "" : "\\\n") + status;
-}
+constexpr char kPrinted[] = "/run/transcript/"; // N is what step N prints
 
 // An extended regular expression.
 std::string pattern_of(const std::vector<std::string> &shown)
@@ -55,30 +43,27 @@ void run_steps(const std::string &file, const std::vector<Step> &steps, const st
 {
     std::string script = "source=" ZORV_SOURCE_DIR " build=" ZORV_BUILD_DIR "\n. $source/tests/" +
                          unit + "\nshown_status() { [ $1 = 0 ] || echo \"[$1]\"; }\n";
-    for (size_t i = 0; i < steps.size(); ++i)
-        script += "exec >" + printed(i) + " 2>&1\n" + steps[i].command + "\nshown_status $? >" +
-                  printed(i) + ".status\n";
-    Device::file(printed(steps.size()), script);
-    const auto outcome = Device::run("exec sh " + printed(steps.size()) + " </dev/null");
+    for (size_t i = 0; i < steps.size(); ++i) {
+        const std::string path = kPrinted + std::to_string(i);
+        script += "exec >" + path + " 2>&1\n" + steps[i].command + "\nshown_status $? >" + path +
+                  ".status\n";
+    }
+    Device::file(kPrinted + std::string("script"), script);
+    const auto outcome = Device::run(std::string("exec sh </dev/null ") + kPrinted + "script");
     EXPECT_EQ(outcome.output + outcome.errors, "") << "before the first command of " << file;
     for (size_t i = 0; i < steps.size(); ++i) {
-        ASSERT_TRUE(Device::exists(printed(i) + ".status"))
+        const std::string path = kPrinted + std::to_string(i);
+        ASSERT_TRUE(Device::exists(path + ".status"))
             << file << ":" << steps[i].line << ": the shell has ended before";
-        if (!testing::Value(result(i), testing::MatchesRegex(pattern_of(steps[i].shown))))
+        std::string text = Device::read(path); // then as a transcript has it
+        text += text.empty() || text.ends_with('\n') ? "" : "\\\n";
+        text += Device::read(path + ".status");
+        if (!testing::Value(text, testing::MatchesRegex(pattern_of(steps[i].shown))))
             ADD_FAILURE_AT(file.c_str(), steps[i].line)
                 << "what it prints:\n$ "
                 << std::regex_replace(steps[i].command, std::regex("\n"), "\n> ") << "\n"
-                << result(i);
+                << text;
     }
-}
-
-std::vector<std::string> lines_of(const std::string &file)
-{
-    std::ifstream stream(file);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);)
-        lines.push_back(line);
-    return lines;
 }
 
 std::vector<std::string> names_in(const std::string &folder, const std::string &ending)

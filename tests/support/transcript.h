@@ -36,8 +36,6 @@ std::vector<Step> read_steps(const std::vector<std::string> &lines, int first);
 // output is printed as a transcript has it. Only in the device.
 void run_steps(const std::string &file, const std::vector<Step> &steps, const std::string &unit);
 
-std::vector<std::string> lines_of(const std::string &file);
-
 // The names, without it, of a folder's files with that ending.
 std::vector<std::string> names_in(const std::string &folder, const std::string &ending);
 

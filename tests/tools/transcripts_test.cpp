@@ -16,7 +16,7 @@ TEST_P(Zorvctl, Transcript)
     kernel_processes();
     make_bridge();
     const std::string path = kFolder + GetParam() + ".t";
-    run_steps(path, read_steps(lines_of(path), 1), "tools/unit.sh");
+    run_steps(path, read_steps(split(read(path)), 1), "tools/unit.sh");
 }
 
 INSTANTIATE_TEST_SUITE_P(, Zorvctl, testing::ValuesIn(names_in(kFolder, ".t")),

@@ -2,12 +2,10 @@
 
 #include "support/torture.h"
 
-namespace {
-
 const std::string kLongKey(200, 'k');
-cfg_entry *g_cfg;
+static cfg_entry *g_cfg;
 
-void prepare()
+static void prepare()
 {
     Torture::file("/tmp/saved", "old");
     Torture::file("/tmp/system.cfg", "a.1=1\na.2=2\n# misc\nA.1=3\n" + kLongKey + "=$\n" +
@@ -17,7 +15,7 @@ void prepare()
 
 // The records of a list, which is given back.
 template <auto Free>
-std::string shown(cfg_entry *list)
+static std::string shown(cfg_entry *list)
 {
     std::string text;
     for (const cfg_entry *entry = list; entry; entry = entry->next)
@@ -26,13 +24,13 @@ std::string shown(cfg_entry *list)
     return text;
 }
 
-std::string save()
+static std::string save()
 {
     const std::string rc = Torture::settled(std::to_string(save_cfg(g_cfg, "/tmp/saved")));
     return rc + " " + Torture::read("/tmp/saved");
 }
 
-std::string query()
+static std::string query()
 {
     const char *const key = kLongKey.c_str();
     std::string text = get_esc_value(g_cfg, "no", "%s", key);
@@ -40,8 +38,6 @@ std::string query()
     text += shown<free_cfg_it>(get_cfg_section(g_cfg, nullptr, nullptr, "a."));
     return text + shown<free_cfg_it>(get_cfg_diff_it(g_cfg, g_cfg->next->next));
 }
-
-} // namespace
 
 TEST_F(Torture, Cfg)
 {

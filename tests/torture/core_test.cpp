@@ -2,12 +2,10 @@
 
 #include "support/torture.h"
 
-namespace {
-
 using Text = std::unique_ptr<char, decltype([](char *text) { free(text); })>;
 constexpr char kState[] = "/tmp/state";
 
-std::string filled()
+static std::string filled()
 {
     const std::unique_ptr<buffer, decltype(&buffer_destroy)> b(buffer_create2(2), buffer_destroy);
     if (!b)
@@ -23,14 +21,12 @@ std::string filled()
     return text + " " + std::to_string(b->init(b.get(), 3));
 }
 
-int commented_out()
+static int commented_out()
 {
     char pattern[] = "mode";
     const std::unique_ptr<FILE, decltype(&fclose)> stream(fopen(kState, "r+e"), fclose);
     return stream ? comment_out_lines(stream.get(), pattern) : 9;
 }
-
-} // namespace
 
 TEST_F(Torture, Core)
 {

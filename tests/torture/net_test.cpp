@@ -5,18 +5,16 @@
 #include "support/json.h"
 #include "support/torture.h"
 
-namespace {
-
 using Url = std::unique_ptr<url, decltype([](url *record) { url_destroy(record); })>;
 using Text = std::unique_ptr<char, decltype([](char *text) { free(text); })>;
 using Response = std::unique_ptr<curl_simple_response, decltype(&curl_simple_response_free)>;
 
 constexpr long kAll = 1000; // calls are all to fail
 
-Json g_json; // made by the row's prepare()
+static Json g_json; // made by the row's prepare()
 
 // At level 1 a failure has to be an error, or it is not seen.
-std::function<void()> with(const char *json, int level = 1)
+static std::function<void()> with(const char *json, int level = 1)
 {
     return [json, level] {
         g_json = loaded(json);
@@ -26,7 +24,7 @@ std::function<void()> with(const char *json, int level = 1)
 }
 
 // What calls came to, and what the object of the row holds.
-std::string results(std::initializer_list<long> numbers, const char *text = "")
+static std::string results(std::initializer_list<long> numbers, const char *text = "")
 {
     Torture::settle();
     std::string shown;
@@ -34,8 +32,6 @@ std::string results(std::initializer_list<long> numbers, const char *text = "")
         shown += std::to_string(number) + " ";
     return shown + text + dumped(g_json.get());
 }
-
-} // namespace
 
 TEST_F(Torture, Url)
 {

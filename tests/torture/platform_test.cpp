@@ -17,6 +17,24 @@ TEST_F(Torture, Platform)
     static const std::string axes = "/sys/bus/i2c/devices/1-0018/iio:device0/";
     for (const std::string axis : {"x", "y", "z"})
         file(axes + "in_accel_" + axis + "_raw", "7\n");
+    const auto eeprom = [] {
+        buffer *const image = zorv_read_eeprom();
+        buffer_destroy(image);
+        return shown(image != nullptr);
+    };
+    const auto flag = [] {
+        const int rc = system_set_value("/tmp/flag", "1");
+        settle();
+        return shown(rc, read("/tmp/flag"));
+    };
+    const auto portals = [] {
+        guest_portal_set set;
+        guest_portal_set_init(&set);
+        guest_portal_set_read(&set);
+        const bool is_there = guest_portal_from_vlan(&set, 7) != nullptr;
+        guest_portal_set_clear(&set);
+        return shown(is_there);
+    };
     torture({
         {"fdb_foreach",
          [] {
@@ -36,34 +54,12 @@ TEST_F(Torture, Platform)
          },
          {"none", "{*\"x\":*,\"y\":*,\"z\":*}"}},
         {"board", [] { return shown(get_board() != nullptr); }, {"0"}},
-        {"eeprom",
-         [] {
-             const std::unique_ptr<buffer, void (*)(buffer *)> image(zorv_read_eeprom(),
-                                                                     buffer_destroy);
-             return shown(image != nullptr);
-         },
-         {"0"}},
-        {"flag",
-         [] {
-             const int rc = system_set_value("/tmp/flag", "1");
-             settle();
-             return shown(rc, read("/tmp/flag"));
-         },
-         {"-1 1\n", "-1 "}},
-        {"portals",
-         [] {
-             guest_portal_set set;
-             guest_portal_set_init(&set);
-             guest_portal_set_read(&set);
-             const bool is_there = guest_portal_from_vlan(&set, 7) != nullptr;
-             guest_portal_set_clear(&set);
-             return shown(is_there);
-         },
-         {"0: guest_portal_set_read: Couldn't*", "0: fill_portal_buffer_file: *", "0"},
-         [] {},
-         40,
-         {},
-         {"fill_portal_buffer_file: Couldn't read all of "}},
+        {"eeprom", eeprom, {"0"}},
+        {"flag", flag, {"-1 1\n", "-1 "}},
+        {.name = "portals",
+         .scenario = portals,
+         .outcomes = {"0: guest_portal_set_read: Couldn't*", "0: fill_portal_buffer_file: *", "0"},
+         .messages = {"fill_portal_buffer_file: Couldn't read all of "}},
     });
 }
 
@@ -75,13 +71,14 @@ TEST_F(Torture, PlatformNetwork)
     static uint8_t mac[6] = {0x02, 0xa0, 0xf1, 0, 0, 1};
     static uint32_t number;
     static char text[16];
+    const auto status = [] {
+        dev_status s = {};
+        const int rc = fill_dev_status("br0", &s);
+        return shown(rc, +s.hwaddr[0], s.ipaddr != 0, s.netmask != 0, s.flags & 1, s.speed);
+    };
     torture({
         {"status",
-         [] {
-             dev_status s = {};
-             const int rc = fill_dev_status("br0", &s);
-             return shown(rc, +s.hwaddr[0], s.ipaddr != 0, s.netmask != 0, s.flags & 1, s.speed);
-         },
+         status,
          {"-* 0 0 0 0 0", "0 0 1 1 1 10000", "0 2 0 1 1 10000", "0 2 1 0 1 10000",
           "0 2 1 1 0 10000", "0 2 1 1 1 0"}},
         {"gateway", [] { return shown(get_gateway(text, &number, 16)); }, {"-1"}},

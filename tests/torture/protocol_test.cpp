@@ -4,22 +4,20 @@
 #include "protocol/peer.h"
 #include "support/torture.h"
 
-namespace {
-
-event_base *g_base;
-std::string g_heard;
+static event_base *g_base;
+static std::string g_heard;
 
 constexpr zorv_protocol_handler kTable[] = {
     {[](const void *message) { g_heard += shown(message); }, 6}, {nullptr, 0}};
 
-void prepare()
+static void prepare()
 {
     libzorv_log_level = 1;
     write_site();
     Torture::file("/var/run/ipready.br0", "127.0.0.1\n");
 }
 
-std::string initialize()
+static std::string initialize()
 {
     const int rc = zorv_protocol_init(1);
     const auto &ctrl = zorv_protocol_ctrl;
@@ -31,7 +29,7 @@ std::string initialize()
 }
 
 // The transport with a datagram that waits for it.
-void open_transport()
+static void open_transport()
 {
     prepare();
     g_base = event_base_new();
@@ -41,15 +39,13 @@ void open_transport()
     send_to_site(generate("hello", 6, 9, 1, make_ctrl(0x11, 1)), "127.0.0.1");
 }
 
-std::string exchange()
+static std::string exchange()
 {
     const int sent = zorv_protocol_send("x", 1, 6, 9, 1);
     for (int i = 0; i < 3; ++i) // what was interrupted comes again
         event_base_loop(g_base, EVLOOP_ONCE | EVLOOP_NONBLOCK);
     return std::to_string(sent) + " " + g_heard;
 }
-
-} // namespace
 
 TEST_F(Torture, Protocol)
 {
