@@ -59,7 +59,7 @@ bool load()
             library = dlopen(LIBCURL, RTLD_NOW | RTLD_NODELETE);
         addresses[i] = library ? dlsym(library, kNames[i]) : nullptr;
         if (!addresses[i]) {
-            log_error("No HTTP without " LIBCURL ": %s", dlerror());
+            log_error_as("curl_simple", "No HTTP without " LIBCURL ": %s", dlerror());
             return false;
         }
     }

@@ -134,6 +134,7 @@ TEST_F(Torture, Requests)
                 dprintf(peer, "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ntext");
             close(peer);
         }
+    curl_simple_get("", 0, nullptr, nullptr); // loads libcurl
     const auto post = [] {
         const Response response(curl_simple_response_init(9), curl_simple_response_free);
         if (!response)
