@@ -10,11 +10,14 @@
 
 #include "core/log_gate.h"
 #include "core/own.h"
-#include "net/url_address.h"
 
 using namespace zorv;
 
 namespace {
+
+// The result of an answer without an IPv4 or IPv6 address, and of one whose last is too long.
+constexpr int kNoAddress = -6;
+constexpr int kOversize = -2;
 
 constexpr char kModule[] = "libzorv";
 constexpr int kDumpLevel = 16; // the one log level that shows whole answers
@@ -79,9 +82,8 @@ int take_address(url &record, const addrinfo &entry)
     return 0;
 }
 
-} // namespace
-
-int zorv::take_answer(url &record, const addrinfo *answer)
+// Takes an answer of the resolver into the record: of all its IPv4 and IPv6 addresses, the last.
+int take_answer(url &record, const addrinfo *answer)
 {
     int rc = kNoAddress;
     for (; answer; answer = answer->ai_next)
@@ -89,6 +91,8 @@ int zorv::take_answer(url &record, const addrinfo *answer)
             rc = take_address(record, *answer);
     return rc;
 }
+
+} // namespace
 
 int url_resolve(url *record, const addrinfo *hints)
 {

@@ -37,6 +37,7 @@ public:
         }
         char *const piece = page_ + begin_;
         begin_ += length;
+        // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.Assign): read() has filled it
         first_ = page_[begin_];
         page_[begin_] = '\0';
         return length > 0 ? piece : nullptr;
@@ -69,6 +70,7 @@ private:
         if (count < 0)
             error_ = errno;
         end_ += count > 0 ? static_cast<size_t>(count) : 0;
+        page_[end_] = '\0';
         return count > 0;
     }
 

@@ -65,7 +65,7 @@ int main(void)
     curl_global_init(CURL_GLOBAL_DEFAULT);
     libzorv_log_use_syslog = 0;
     libzorv_log_level = 16;
-    stderr = fopen("/dev/null", "w"); /* for the log; the sanitizer has its descriptor */
+    stderr = fopen("/dev/null", "we"); /* for the log; the sanitizer has its descriptor */
     pthread_barrier_init(&all_here, NULL, THREADS);
     for (int i = 0; i < THREADS; ++i)
         pthread_create(&threads[i], NULL, work, NULL);

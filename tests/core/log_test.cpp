@@ -54,7 +54,7 @@ TEST_F(Log, GoesToTheKernelLogUntilADaemonIsThere)
 TEST_F(Log, AStandardErrorWithoutReaderEndsNobody)
 {
     int ends[2];
-    check(pipe(ends), "pipe");
+    check(pipe2(ends, O_CLOEXEC), "pipe2");
     close(ends[0]);
     FILE *const old = std::exchange(stderr, fdopen(ends[1], "we"));
     setvbuf(stderr, nullptr, _IONBF, 0);

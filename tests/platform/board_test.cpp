@@ -40,9 +40,8 @@ TEST_F(Board, TheLastLinesOfItsFileTellTheUnit)
          "countrycode=276\nregdmn[0]=10 => " + console + "a:1b:2c:3d:4e:5f -1 -1 0",
          "regdmn[]=0010,002a\n => " + console + "a:1b:2c:3d:4e:5f -1 -1 840",
          // The address block raises the minimum, and nothing lowers it.
-         "serialno=02a0f3000007\n => Tarn Console 20306 2:a0:f3:0:0:7 -1 -1 0",
-         "vendorid=1f3e\nsystemid=7e8e\nregdmn[]=2a\ncpuid=8 => Tarn Console 20306 2:a0:f3:0:0:7 8 "
-         "-1 0",
+         "serialno=02a0f3000007\nregdmn[]=2a => Tarn Console 20306 2:a0:f3:0:0:7 -1 -1 0",
+         "vendorid=1f3e\nsystemid=7e8e\ncpuid=8 => Tarn Console 20306 2:a0:f3:0:0:7 8 -1 0",
          "(none) => Tarn Console 20306 2:a0:f3:0:0:7 8 -1 0"}); // as it was
 
     const board_record *const record = board_identify();

@@ -1,12 +1,12 @@
 // What cannot be had from outside: rules that no board of the table shows, answers that this
 // kernel does not give, a processor's architecture, which no record keeps.
 #include "platform/board_cpu_arch.h"
-#include "platform/status_dev_rows.h"
-#include "platform/bridge_fdb_table.h"
 #include "platform/board_firmware.h"
+#include "platform/bridge_fdb_table.h"
 #include "platform/item_list.h"
 #include "platform/netlink.h"
 #include "platform/rows.h"
+#include "platform/status_dev_rows.h"
 
 using namespace zorv;
 using namespace std::string_literals;

@@ -150,6 +150,7 @@ struct Site : Device {
         return said();
     }
 
+    // NOLINTNEXTLINE(misc-non-private-member-variables-in-classes): the tests'
     event_base *const base = event_base_new();
 };
 

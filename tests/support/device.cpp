@@ -66,7 +66,7 @@ Device::Device()
     stderr = g_log.stream;
 }
 
-Device::~Device()
+Device::~Device() // NOLINT(bugprone-exception-escape)
 {
     set_powers(true);
     if (HasFailure())

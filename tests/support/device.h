@@ -89,7 +89,7 @@ int memory_file(const char *name);
 class Device : public testing::Test {
 public:
     Device();
-    ~Device() override;
+    ~Device() override; // NOLINT(bugprone-exception-escape): which ends the test, as it shall
 
     // Writes a file, with the folders above it; what was there is replaced.
     static void file(const std::string &path, std::string_view text);

@@ -296,7 +296,7 @@ public:
         std::set<std::string> patterns(row_.outcomes.begin(), row_.outcomes.end()), fitting;
         patterns.insert(row_.known.begin(), row_.known.end());
         for (const auto &[outcome, fault] : outcomes_) {
-            const auto fits = [&](const auto &pattern) { return matches(pattern, outcome); };
+            const auto fits = [&text = outcome](const auto &p) { return matches(p, text); };
             EXPECT_TRUE(std::ranges::any_of(patterns, fits))
                 << row_.name << ", " << fault << ", has another outcome:\n"
                 << outcome;
