@@ -125,20 +125,6 @@ test_a_run_is_ended_by_a_signal() {
     done
 }
 
-test_a_start_is_interrupted() {
-    for signal in INT TERM KILL; do
-        set -m
-        "$zorv_sim" up --appliances 8 &
-        set +m
-        until [ -s "$ZORV_SIM_STATE/holder" ]; do
-            [ -d "/proc/$!" ] || fail 'it has ended already'
-        done
-        kill "-$signal" -- "-$!"
-        wait $! && fail "$signal: it came up"
-    done
-    nothing_left
-}
-
 test_a_run_gives_its_command_the_site() {
     expect 7 'ap1' sim run -- bash -c 'zorv-sim exec ap1 hostname; exit 7'
     expect 127 'no-such-program' sim run -- no-such-program
@@ -200,16 +186,6 @@ TEXT
     expect 2 'the status is' sim up --outage crash:5000:1s
     expect 2 'the duration is' sim up --outage crash:500:1
     [ ! -e "$ZORV_SIM_STATE" ] || fail 'something was started'
-}
-
-test_it_works_where_it_is_installed() {
-    "$cmake" "-DCMAKE_INSTALL_PREFIX=$work/prefix" -DCMAKE_INSTALL_COMPONENT=sim \
-        -P "$build/sim/cmake_install.cmake" >/dev/null
-    zorv_sim=$work/prefix/bin/zorv-sim
-    sim up --topology demo
-    expect 0 cellar sim exec cellar hostname
-    expect 0 '' sim exec attic oopsdump -c
-    expect 0 '' sim down
 }
 
 # What README.md and docs/*.md show at a site, the blocks marked "run: site" of each.

@@ -159,28 +159,6 @@ TEST_F(CrashStore, DeliveryIsGivenUpAfterFiveFailures)
     EXPECT_EQ(has_crash_logs(), 1); // the local management may still have it
 }
 
-// What becomes of them when the log is to be delivered.
-TEST_F(CrashStore, MetasThatAreDamagedOrForeign)
-{
-    const std::string sent = R"({"payload":{},"sent_to_analytics":true})";
-    const std::pair<std::string, std::string> rows[] = {
-        {R"({"filename": "a.tgz", "sent_to_ana)", meta_text("true")},
-        {std::string("\x00\xff\x1f\x8b{}", 6), meta_text("true")},
-        {std::string(100000, '['), meta_text("true")},
-        {"[1,2]", "[1,2]"},
-        {R"({"payload":"text"})", R"({"payload":"text"})"}, // no report is made of it
-        {R"({"payload":{},"sent_to_analytics":1})", sent},
-        {R"({"payload":{},"send_attempts":"4"})",
-         R"({"payload":{},"send_attempts":"4","sent_to_analytics":true})"},
-    };
-    add_log("a.tgz");
-    for (const auto &[meta, after] : rows) {
-        file(kMetas + "a.tgz", meta);
-        EXPECT_EQ(delivered().empty(), meta == after) << after;
-        EXPECT_EQ(known("a.tgz"), after);
-    }
-}
-
 TEST_F(CrashStore, LogsAreHandedToTheLocalManagementOneByOne)
 {
     for (const char *name : {"a.tgz", "b.tgz", "c.tgz"})

@@ -1,8 +1,5 @@
 // What a kernel would not write, in a written /proc; and real processes under the kernel's own.
 
-#include <sys/eventfd.h>
-#include <sys/un.h>
-
 #include "support/device.h"
 #include "support/json.h"
 
@@ -166,42 +163,6 @@ TEST_F(Ps, LinksAndTablesTellWhatADescriptorIs)
                             "'/proc/net/udp6': No such file or directory");
         EXPECT_EQ(lines.size() == 4 ? lines[3] : "", is_refused ? want : "");
     }
-}
-
-TEST_F(Ps, DescriptorsOfARealProcess)
-{
-    kernel_proc();
-    const pid_t child = stopped([] {
-        close_range(0, ~0U, 0);
-        for (const int family : {AF_INET, AF_INET6, AF_UNIX}) {
-            const auto fd = static_cast<int>(check(socket(family, SOCK_STREAM, 0), "socket"));
-            const sockaddr_un address = {AF_UNIX, "/tmp/my socket"};
-            if (family == AF_UNIX)
-                check(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address),
-                      "bind");
-            check(listen(fd, 1), "listen"); // at any port
-        }
-        check(eventfd(0, EFD_CLOEXEC), "eventfd");
-        for (int n = 0; n < 500; ++n) // more than the kernel hands out at a time
-            check(socket(AF_INET, SOCK_DGRAM, 0), "socket"); // in no table
-    });
-    const List counted(zorv_ps()), list(zorv_ps_filter(1, nullptr, nullptr));
-    const std::string found = dumped(Json(zorv_fds_to_array(list->last)).get());
-    EXPECT_THAT(
-        std::regex_replace(found, std::regex("\\d{3,}"), "~"),
-        StartsWith(R"([{"fd_type":"socket","socket_type":"tcp",)"
-                   R"("socket":{"local_port":~,"remote_port":"*","state":"LISTEN"}},)"
-                   R"({"fd_type":"socket","socket_type":"tcp6",)"
-                   R"("socket":{"local_port":~,"remote_port":"*","state":"LISTEN"}},)"
-                   R"({"fd_type":"socket","socket_type":"unix",)"
-                   R"("socket":{"refcnt":2,"type":"STREAM","path":"/tmp/my","state":"LISTENING"}},)"
-                   R"({"fd_type":"anon","link":"anon_inode:[eventfd]"},{"fd_type":"socket"},)"));
-    EXPECT_EQ(std::count(found.begin(), found.end(), '}'), 507);
-    for (const List *each : {&counted, &list}) {
-        EXPECT_EQ((*each)->last->pid, child);
-        EXPECT_EQ((*each)->last->fd_count, 504);
-    }
-    EXPECT_EQ(counted->last->fds.first, nullptr);
 }
 
 TEST_F(Ps, FilterLeavesOutWhatItAnswersOneFor)

@@ -46,7 +46,6 @@ TEST_F(Stats, MeminfoOfOddFiles)
     constexpr std::pair<const char *, const char *> kRows[] = {
         {"", "0 0 0% 0"},
         {"MemTotal: 200 kB\nMemAvailable: 50 kB\n", "200 0 75% 0"},
-        {"MemTotal: 200 kB", "200 0 100% 0"}, // an old kernel
         {"\nMemTotal 5\nMemTotal: 200\n", "200 0 100% 2"},
         {" MemTotal: 1\nmemtotal: 2\nMemTotal : 3\n", "0 0 0% 0"},
         {"MemTotal: 200 kB\nMemTotal: 100 kB\nMemFree: x\n", "100 0 100% 0"},
@@ -102,8 +101,6 @@ TEST_F(Stats, HostsByTheirConnections)
         {"ipv4src=dst=b ", "dst=b 1,b 1,"},         // both are found before either is cut
         {many, "gateway 3000,a 2000,c 1000,"},      // from the most on
         {"ipv5 src=a dst=b \nIPV4 src=a dst=b \n", ""},
-        {"ipv4 src=1:same-end dst=2:same-end \nipv4 src=2:same-end dst=1:same-end \n",
-         "1:same-end 2,2:same-end 2,"},
         {std::string("ipv4 src=a \0 dst=b \n", 20), "a 1,"}, // a line ends at a NUL
         // Pieces of 319 bytes: the address is cut and not taken; the rest is a line again.
         {"ipv4 " + blanks.substr(0, 309) + "src=a dst=b \n", ""},

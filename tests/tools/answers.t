@@ -41,6 +41,3 @@ $ printf 'good=\303\251\nbad=a\377\355\240\200z\n\300\257=1\n' >odd.cfg; zorvctl
 {"entries":[{"key":"good","value":"é"},{"key":"bad","value":"a����z","invalid_utf8":true},{"key":"��","invalid_utf8":true,"value":"1"}]}
 $ zorvctl cfg get odd.cfg bad | od -An -c
    a 377 355 240 200   z  \n
-$ echo vlan1=1 >vlan.cfg; zorvctl cfg section vlan.cfg vlan --json >said; zorvctl -v cfg section vlan.cfg vlan --json
-zorvctl[...]: [warn ] cfg.process_cfg_section(): deprecated prefix doesn't end with '.': '%s' => 'vlan'
-{"entries":[{"key":"vlan1","value":"1"}]}

@@ -29,11 +29,9 @@ $ while IFS='|' read -r command findings; do # each command on a whole unit: wha
 > :|0
 > rm /run/ntp.ready|clock: shut (the clock is not set: No such file or directory) /var/run/ntp.ready: missing (not there) 1
 > echo 0 >/run/system.analytics.mode|mode: shut (reporting is off) 1
-> echo mgmt.kelo.env=stage >/tmp/system.cfg|service: stage (as configured) 0
 > : >/etc/ssl/certs/ca-certificates.crt|certificates: unfit (none in it: no service is trusted) 1
 > : >/tmp/oops|kernel crash: pending (to be reported) 0
 > : >/tmp/oops; : >/run/last-crashlog.sent|kernel crash: reported (marked as reported: not again before the next reboot) 0
-> $log $sent',"send_attempts":4'|0
 > $log '"send_attempts":4'|crash logs: failed (1 failed, to be tried again) 1
 > $log $sent',"send_attempts":5'|crash logs: failed (1 given up after five failed attempts) 1
 > $log '"send_attempts":1' finished|crash logs: failed (1 finished before the service had it) 1
@@ -46,8 +44,6 @@ $ while IFS='|' read -r command findings; do # each command on a whole unit: wha
 > printf "$key\npluvo.mcip=192.0.2.9\n" >$site|/var/run/zorv_protocol.info pluvo.mcip: unfit (192.0.2.9: not a multicast address) 1
 > echo 0.0.0.0 >/run/ipready.br0|/var/run/ipready.br0: unfit (0.0.0.0: no address yet) 1
 > echo off >/run/system.analytics.mode|/var/run/system.analytics.mode: unfit (no number) 1
-> echo eth9 >/run/system.uplink_ifname|/var/run/system.uplink_ifname: unfit (eth9: no such interface) 1
-> rmdir /run/report|/var/run/report: missing (not there) 1
 > printf '\001\n' >/usr/etc/.version|/usr/etc/.version: unfit (\u0001: not a version) 1
 > : >/usr/lib/build.properties|service: dev (the build is no release) /usr/lib/build.properties scm_reftype: unfit (no such key) 1
 > echo garbage >/proc/net/tcp|/proc/net/tcp: unfit (its first line lacks \"local_address\") 1

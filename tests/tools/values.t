@@ -36,12 +36,6 @@ zorvctl: a:2: unexpected token near '}'
 $ zorvctl url encode 'a b&c'; zorvctl url parse HTTPS://u@[fe80::1]:8080/a?b --json
 a+b%26c
 {"url":"https://u@[fe80::1]:8080/a?b","scheme":"https","userinfo":"u","host":"fe80::1","port":8080,"path":"/a?b","https":true,"ipv6":true}
-$ printf '127.0.0.5 inform\n127.0.0.6 inform\n2001:db8::6 inform\n' >/etc/hosts; echo multi on >/etc/host.conf
-$ zorvctl url resolve inform --json; zorvctl url resolve --ipv6 inform; zorvctl url resolve nowhere.invalid
-{"host":"inform","address":"127.0.0.6","port":80}
-2001:db8::6
-zorvctl: nowhere.invalid: Temporary failure in name resolution
-[5]
 
 $ zorvctl capture --json --max 9 'seq 3; exit 3'
 {"command":"seq 3; exit 3","output":"1\n2\n3\n","length":6,"full":false}
