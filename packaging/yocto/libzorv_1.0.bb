@@ -11,7 +11,8 @@ SRC_URI = "file://zorv-${PV}.tar.gz"
 S = "${WORKDIR}/zorv-${PV}"
 
 DEPENDS = "curl jansson libevent uthash zlib"
-RDEPENDS:${PN} = "libcurl" # loaded by the first request, which no tool finds by itself
+# Loaded by the first request, which no tool finds by itself.
+RDEPENDS:${PN} = "libcurl"
 
 inherit cmake pkgconfig
 
