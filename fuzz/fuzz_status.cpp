@@ -5,11 +5,11 @@
 #include <string_view>
 
 #include "core/lines.h"
-#include "platform/status_arp_rows.h"
-#include "platform/status_dev_rows.h"
 #include "platform/bridge_fdb_table.h"
 #include "platform/item_list.h"
 #include "platform/netlink.h"
+#include "platform/status_arp_rows.h"
+#include "platform/status_dev_rows.h"
 
 using namespace zorv;
 

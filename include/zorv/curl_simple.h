@@ -1,8 +1,8 @@
 /*
  * curl_simple.h - one HTTP request in one call, over libcurl.
  *
- * The first request loads libcurl.so.4, which then stays, unless the program has libcurl's functions
- * itself: those are called then. Without it a request is an error line and the result 2.
+ * The first request loads libcurl.so.4, which then stays. A program that has libcurl's functions
+ * itself has those called. Without any a request is an error line and the result 2.
  *
  * Every call makes a libcurl handle of its own, sends one request and releases the handle. The
  * server's certificate and name are verified, redirects are followed, and an attempt ends after 5

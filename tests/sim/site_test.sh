@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# zorv-sim as its users have it: site_test.sh TEST BUILD_DIR CMAKE
+# zorv-sim as its users have it: site_test.sh TEST BUILD_DIR
 set -euo pipefail
 
-build=$2 cmake=$3 zorv_sim=$2/sim/bin/zorv-sim
+build=$2 zorv_sim=$2/sim/bin/zorv-sim
 source=$(readlink -f "$(dirname "$0")/../..")
 work=$(mktemp -d)
 export ZORV_SIM_STATE=$work/state TMPDIR=$work/tmp
