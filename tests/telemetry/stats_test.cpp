@@ -51,7 +51,6 @@ TEST_F(Stats, MeminfoOfOddFiles)
         {"MemTotal: 200 kB\nMemTotal: 100 kB\nMemFree: x\n", "100 0 100% 0"},
         // Read as "Padded:" and 24 blanks, then as the line "MemTotal: 9".
         {"Padded:                        MemTotal: 9\n", "9 0 100% 0"},
-        {"MemTotal:                             9\n", "0 0 0% 1"},
     };
     meminfo_t memory;
     struct sysinfo info = {};

@@ -37,14 +37,10 @@ $ while IFS='|' read -r command findings; do # each command on a whole unit: wha
 > $log '"send_attempts":1' finished|crash logs: failed (1 finished before the service had it) 1
 > sed -i /systemid/d $info|/proc/zorvhal/system.info systemid: missing (vendorid or systemid is not in it) 1
 > sed -i s/7e8b/0bad/ $info|/proc/zorvhal/system.info systemid: unfit (vendor 0x1f3d, system id 0x0bad: no board of the table) 1
-> sed -i s/addr=.*/addr=02-a0/ $info|/proc/zorvhal/system.info eth0.macaddr: unfit (02-a0: not a MAC address) 1
-> printf 'half a li' >/tmp/system.cfg|/tmp/system.cfg: unfit (no entries) 1
 > printf "pluvo.key=0001\n$group\n" >$site|/var/run/zorv_protocol.info pluvo.key: unfit (4 digits in place of 32) 1
 > printf "${key%?}z\n$group\n" >$site|/var/run/zorv_protocol.info pluvo.key: unfit (not hexadecimal) 1
 > printf "$key\npluvo.mcip=192.0.2.9\n" >$site|/var/run/zorv_protocol.info pluvo.mcip: unfit (192.0.2.9: not a multicast address) 1
-> echo 0.0.0.0 >/run/ipready.br0|/var/run/ipready.br0: unfit (0.0.0.0: no address yet) 1
 > echo off >/run/system.analytics.mode|/var/run/system.analytics.mode: unfit (no number) 1
 > printf '\001\n' >/usr/etc/.version|/usr/etc/.version: unfit (\u0001: not a version) 1
 > : >/usr/lib/build.properties|service: dev (the build is no release) /usr/lib/build.properties scm_reftype: unfit (no such key) 1
-> echo garbage >/proc/net/tcp|/proc/net/tcp: unfit (its first line lacks \"local_address\") 1
 > END

@@ -11,17 +11,12 @@ $ zorvctl iface show --json; ip link set far0 down; zorvctl iface up far0
 {"interfaces":[{"name":"lo","index":1,"up":true,"address":"127.0.0.1"},{"name":"br0","index":2,"up":true,"address":"192.0.2.1"},{"name":"far0","index":3,"up":true,"address":null},{"name":"eth0","index":4,"up":true,"address":null}]}
 no
 [1]
-$ : >/run/system.uplink; zorvctl --json iface uplink; echo down >/run/system.uplink; zorvctl --json iface uplink
-{"state":"connected","device":"eth0","wireless":"none"}
-{"state":"down","device":null,"wireless":"down"}
-[1]
 $ hotel=/run/guest/portal/hotel; mkdir -p $hotel; printf 'aa:bb\ncc:dd\n' >$hotel/authorized; printf 10,20 >$hotel/vlans
 $ zorvctl portal list --json; zorvctl portal auth hotel c:dd; zorvctl portal auth hotel cc:dd --json
 {"portals":[{"name":"hotel","authorized":["aa:bb","cc:dd"],"devnames":null,"vlans":["10","20"]}]}
 no
 {"portal":"hotel","client":"cc:dd","authorized":true}
-$ zorvctl portal find --vlan 20; zorvctl portal find --device wlan0
-hotel
+$ zorvctl portal find --device wlan0
 zorvctl: no portal serves that
 [1]
 $ echo 'site cloud.test' | cloud; zorvctl sockets --name zorv-cloud --json

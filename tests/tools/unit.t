@@ -9,10 +9,8 @@ $ for ids in '' 'vendorid=1f3e\nsystemid=7e8b' 'vendorid=1f3d\nsystemid=7e8c'; d
 reason            an id is missing in system.info: the default record
 reason            vendor 0x1f3e, system id 0x7e8b: another vendor: the default record
 reason            vendor 0x1f3d, system id 0x7e8c: no row of the board table: the default record
-$ zorvctl model | grep mesh; zorvctl model is_gen2 --json
+$ zorvctl model | grep mesh
 is_router_to_mesh     no
-{"class":"is_gen2","holds":false}
-[1]
 $ { printf '\002\240'; head -c 65534 /dev/zero | tr '\0' '\377'; } >EEPROM; zorvctl hw eeprom | head -1
 00000000: 02 a0 ff ff ff ff ff ff ff ff ff ff ff ff ff ff
 $ zorvctl hw eeprom --json --output saved; cmp EEPROM saved; zorvctl hw eeprom --output /dev/full
