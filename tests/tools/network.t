@@ -28,4 +28,4 @@ $ cat >named <<'END' # itself
 $ sh named | grep 'caf\|seven'
 ...  café \x1b\xff
 file     /tmp/seven...-      -           -            -     -
-{"processes":[{"pid":...,"ppid":...,"stat":"S","rss":...,"vsz":...,"fd_count":...,"comm":"café \u001B�","invalid_utf8":true,"cmdline":"sh named"}]}
+{"processes":[{"pid":...,"ppid":...,"stat":"...","rss":...,"vsz":...,"fd_count":...,"comm":"café \u001B�","invalid_utf8":true,"cmdline":"sh named"}]}
