@@ -19,38 +19,9 @@ static std::string shown(buffer *b)
     return text.str();
 }
 
-// Does so many steps, each a letter and a number, with a buffer of 8 bytes.
-static std::string after(const char *steps)
-{
-    Owned b(buffer_create2(8), buffer_destroy);
-    std::istringstream words(steps);
-    char step;
-    for (size_t n = 0; words >> step >> n;) {
-        std::string bytes(n, step);
-        if (step == 'a' || step == 'b')
-            EXPECT_EQ(b->append(b.get(), bytes.data(), n), n);
-        else if (step == 'f')
-            EXPECT_EQ(b->printf(b.get(), "%s", bytes.c_str()), static_cast<int>(n));
-        else if (step == 'z')
-            EXPECT_NE(b->append_zero(b.get(), n), nullptr);
-        else if (step == 'p')
-            buffer_pop(b.get(), static_cast<int>(n));
-        else if (step == 'r')
-            EXPECT_EQ(b->read(b.get(), n % 2 ? bytes.data() : nullptr, n), n) << bytes;
-        else if (step == 'w')
-            b->rewind(b.get());
-        else if (step == 'c')
-            b.reset(b->clone(b.get()));
-        else if (step == 'i')
-            EXPECT_EQ(b->init(b.get(), n), 0); // new storage in place of the old
-        else
-            b->reset(b.get());
-    }
-    return shown(b.get());
-}
-
 TEST_F(Buffer, GrowsByWholeStepsAndKeepsItsOddities)
 {
+    // Steps, each a letter and a number, with a buffer of 8 bytes.
     const std::pair<const char *, const char *> rows[] = {
         {"a8 b4096 a1", "0 4105 8200 8a 4096b 1a"},
         {"f7 f3 f0", "0 10 4104 10f"}, // the NUL needs room
@@ -62,8 +33,33 @@ TEST_F(Buffer, GrowsByWholeStepsAndKeepsItsOddities)
         {"a5000 r2 e0 z8", "0 8 8 8."},
         {"a9 i3 b3", "0 3 3 3b"},
     };
-    for (const auto &[steps, want] : rows)
-        EXPECT_EQ(after(steps), want) << steps;
+    for (const auto &[steps, want] : rows) {
+        Owned b(buffer_create2(8), buffer_destroy);
+        std::istringstream words(steps);
+        char step;
+        for (size_t n = 0; words >> step >> n;) {
+            std::string bytes(n, step);
+            if (step == 'a' || step == 'b')
+                EXPECT_EQ(b->append(b.get(), bytes.data(), n), n);
+            else if (step == 'f')
+                EXPECT_EQ(b->printf(b.get(), "%s", bytes.c_str()), static_cast<int>(n));
+            else if (step == 'z')
+                EXPECT_NE(b->append_zero(b.get(), n), nullptr);
+            else if (step == 'p')
+                buffer_pop(b.get(), static_cast<int>(n));
+            else if (step == 'r')
+                EXPECT_EQ(b->read(b.get(), n % 2 ? bytes.data() : nullptr, n), n) << bytes;
+            else if (step == 'w')
+                b->rewind(b.get());
+            else if (step == 'c')
+                b.reset(b->clone(b.get()));
+            else if (step == 'i')
+                EXPECT_EQ(b->init(b.get(), n), 0); // new storage in place of the old
+            else
+                b->reset(b.get());
+        }
+        EXPECT_EQ(shown(b.get()), want) << steps;
+    }
 }
 
 TEST_F(Buffer, HasItsLimits)

@@ -1,8 +1,8 @@
 
-#include <jansson.h>
 #include <sys/syscall.h>
 
 #include "support/device.h"
+#include "support/json.h"
 
 using testing::EndsWith;
 using Log = Device;
@@ -103,13 +103,10 @@ TEST_F(Log, JsonIsNumberedByPrintedLineAndCutAtTheWidthOfASyslogLine)
         for (size_t at = 0; at < length; at += width)
             expected.push_back(head + (at == 0 ? "   2: " : "    : ") + line.substr(at, width));
         expected.push_back(head + "   3: ]");
-        json_t *const json = json_pack("[s]", text.c_str());
-        libzorv_log_json(7, "m", "f", json, nullptr);
-        json_decref(json);
+        libzorv_log_json(7, "m", "f", Json(json_pack("[s]", text.c_str())).get(), nullptr);
         EXPECT_EQ(logged(), expected) << length;
     }
-    json_t *const empty = json_array(); // no room at all: one character a line
-    libzorv_log_json(7, std::string(2000, 'm').c_str(), "f", empty, nullptr);
-    json_decref(empty);
+    const Json empty(json_array()); // no room at all: one character a line
+    libzorv_log_json(7, std::string(2000, 'm').c_str(), "f", empty.get(), nullptr);
     EXPECT_THAT(logged(), ElementsAre(EndsWith("JSON -    1: ["), EndsWith("JSON -     : ]")));
 }

@@ -89,7 +89,6 @@ TEST_F(Texts, RandomOnesFillTheirBufferAndFollowTheSeedOfTheKernel)
     const std::string first(reinterpret_cast<char *>(bytes), sizeof bytes);
     gen_rand_bytes(bytes, sizeof bytes); // in the same second, and others all the same
     EXPECT_NE(std::string(reinterpret_cast<char *>(bytes), sizeof bytes), first);
-    logged();
 }
 // NOLINTEND(cert-msc30-c,cert-msc32-c,cert-msc50-cpp,cert-msc51-cpp)
 

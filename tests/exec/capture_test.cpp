@@ -2,27 +2,23 @@
 
 #include "support/device.h"
 
-namespace {
-
 using Capture = Device;
 using Owned = std::unique_ptr<char, decltype(&free)>;
 
 // What both functions hand out, the first with its length.
-std::string captured(const char *command, size_t size)
+static std::string captured(const char *command, size_t size)
 {
-    std::string buffer(size, '#');
-    const int length = popen_get_output(command, buffer.data(), size);
+    std::string bytes(size, '#');
+    const int length = popen_get_output(command, bytes.data(), size);
     const Owned text(popen_alloc_output(command, size), free);
-    return std::to_string(length) + " " + buffer.c_str() + "|" + (text ? text.get() : "(null)");
+    return std::to_string(length) + " " + bytes.c_str() + "|" + (text ? text.get() : "(null)");
 }
 
 TEST_F(Capture, TheStatusIsLoggedAndChangesNothing)
 {
-    std::string whole; // of numbers, so that a piece out of place shows
-    for (int i = 100000; whole.size() < 69999; ++i)
-        whole += std::to_string(i) + "\n";
-    whole.resize(69999);
-    file("/tmp/output", whole + "more");
+    // Numbers, so that a piece out of place shows.
+    must_run("seq 100000 119999 | head -c 70003 >/tmp/output");
+    const std::string whole = read("/tmp/output").substr(0, 69999);
     const std::string get = " libzorv_exec.popen_get_output(): ";
     const std::string alloc = " libzorv_exec.popen_alloc_output(): ";
     const std::tuple<const char *, size_t, std::string, std::vector<std::string>> rows[] = {
@@ -58,5 +54,3 @@ TEST_F(Capture, TheStatusIsLoggedAndChangesNothing)
         ElementsAre("[warn ]" + get + "error on pclose for[exit 1] errno[No child processes]",
                     "[error]" + alloc + "pclose failed on 'exit 1': No child processes"));
 }
-
-} // namespace

@@ -2,13 +2,11 @@
 
 #include "support/device.h"
 
-namespace {
-
 using Commands = Device;
 using Command = std::unique_ptr<exec_command, decltype(&exec_destroy)>;
 
 // The path and the arguments, in brackets.
-std::string shown(const Command &command)
+static std::string shown(const Command &command)
 {
     std::string text = command ? "" : "none";
     for (int slot = 0; command && slot < command->argc; ++slot)
@@ -47,5 +45,3 @@ TEST_F(Commands, AreMadeCopiedAndCompared)
     const exec_command cleared = {};
     EXPECT_EQ(exec_copy(&cleared), nullptr);
 }
-
-} // namespace

@@ -33,25 +33,6 @@ static std::string said()
     return text;
 }
 
-// What resolving a host comes to after another: the result, the address, its port and type, and
-// what is said.
-static std::string resolved(const char *host, const addrinfo *hints)
-{
-    const UrlPtr record = parsed("http://10.0.0.1:81");
-    url_resolve(record.get(), nullptr);
-    free(record->host);
-    record->host = strdup(host);
-    said();
-    const int result = url_resolve(record.get(), hints);
-    EXPECT_FALSE(record->addr.ai_canonname || record->addr.ai_next);
-    char address[INET6_ADDRSTRLEN] = "none";
-    EXPECT_EQ(url_addr_ntop(record.get(), address, sizeof address), 0);
-    std::ostringstream text;
-    text << result << ' ' << address << ' ' << ntohs(record->storage.sin6_port) << ' '
-         << record->addr.ai_socktype << '\n';
-    return text.str() + said();
-}
-
 TEST_F(Urls, ATextIsTakenApart)
 {
     libzorv_log_level = 16;
@@ -127,6 +108,8 @@ TEST_F(Urls, TheLastAddressOfAnAnswerIsTaken)
     six.ai_family = AF_INET6;
     six.ai_socktype = SOCK_STREAM;
     const std::string asked = "[debug] libzorv.url_resolve(): url: http://10.0.0.1:81/\n";
+    // What resolving a host comes to after another: the result, the address, its port and type, and
+    // what is said.
     const std::tuple<int, const char *, const addrinfo *, std::string> rows[] = {
         {1, "inform", &any, "0 127.0.0.3 81 2\n"},
         {1, "both", nullptr, "0 127.0.0.4 81 1\n"},
@@ -141,7 +124,19 @@ TEST_F(Urls, TheLastAddressOfAnAnswerIsTaken)
     };
     for (const auto &[level, host, hints, want] : rows) {
         libzorv_log_level = level;
-        EXPECT_EQ(resolved(host, hints), want);
+        const UrlPtr record = parsed("http://10.0.0.1:81");
+        url_resolve(record.get(), nullptr);
+        free(record->host);
+        record->host = strdup(host);
+        said();
+        const int result = url_resolve(record.get(), hints);
+        EXPECT_FALSE(record->addr.ai_canonname || record->addr.ai_next);
+        char address[INET6_ADDRSTRLEN] = "none";
+        EXPECT_EQ(url_addr_ntop(record.get(), address, sizeof address), 0);
+        std::ostringstream text;
+        text << result << ' ' << address << ' ' << ntohs(record->storage.sin6_port) << ' '
+             << record->addr.ai_socktype << '\n';
+        EXPECT_EQ(text.str() + said(), want);
     }
     EXPECT_EQ(url_resolve(nullptr, nullptr), -1);
 

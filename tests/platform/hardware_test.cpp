@@ -10,23 +10,19 @@ TEST_F(Hardware, TheEepromIsThePartitionOfThatNameAndPciDevicesAreOfOneVendor)
     for (const std::string path : {"/dev/mtd3", "/dev/mtd/4", "/dev/mtd5", "/dev/mtd7", "EEPROM"})
         file(path, std::string(65535, 'e') + path.back() + "more");
     const auto last_byte = [] {
-        buffer *const bytes = zorv_read_eeprom();
-        if (!bytes)
-            return std::string("none");
-        const std::string text(reinterpret_cast<const char *>(bytes->data(bytes)),
-                               bytes->length(bytes));
-        buffer_destroy(bytes);
-        return text.substr(65535);
+        const std::unique_ptr<buffer, decltype(&buffer_destroy)> image(zorv_read_eeprom(),
+                                                                       buffer_destroy);
+        return image ? shown(image->length(image.get()), image->data(image.get())[65535]) : "none";
     };
     expect_rows(
         "/proc/mtd", last_byte,
-        {"dev:    size   erasesize  name\nmtd3: 00010000 00010000 \"eeprom\"\n => 3",
-         "mtd4: 0 0 \"EEPROM\"\n => 4", // by the other device path
+        {"dev:    size   erasesize  name\nmtd3: 00010000 00010000 \"eeprom\"\n => 65536 3",
+         "mtd4: 0 0 \"EEPROM\"\n => 65536 4", // by the other device path
          // Longer names and rows in another form are passed over.
          ("mtd5: 0 0 \"EEPROM2\"\nmtd3: 0 0 \"EEPROMs\"\nmtdx: 0 0 \"EEPROM\"\nmtd4: 0 0 EEPROM\n"
-          "mtd7: 0 0 \"EEPROM => 7"),
-         "mtd0: 0 0 \"EEPROM\"\n => none", // named, so it must be there
-         "mtd3: 0 0 \"u-boot\"\n => M"});  // in the current folder
+          "mtd7: 0 0 \"EEPROM => 65536 7"),
+         "mtd0: 0 0 \"EEPROM\"\n => none",      // named, so it must be there
+         "mtd3: 0 0 \"u-boot\"\n => 65536 M"}); // in the current folder
     file("EEPROM", std::string(65535, 'e'));
     EXPECT_EQ(last_byte(), "none");
 

@@ -30,15 +30,6 @@ static std::string save()
     return rc + " " + Torture::read("/tmp/saved");
 }
 
-static std::string query()
-{
-    const char *const key = kLongKey.c_str();
-    std::string text = get_esc_value(g_cfg, "no", "%s", key);
-    text += std::to_string(get_cfg_section_count(g_cfg, nullptr, "v", "%s.", key));
-    text += shown<free_cfg_it>(get_cfg_section(g_cfg, nullptr, nullptr, "a."));
-    return text + shown<free_cfg_it>(get_cfg_diff_it(g_cfg, g_cfg->next->next));
-}
-
 TEST_F(Torture, Cfg)
 {
     torture({
@@ -49,7 +40,13 @@ TEST_F(Torture, Cfg)
          prepare},
         {"save_cfg", save, {"-1 old", "0 "}, prepare}, // on purpose writing is not looked at
         {"queries",
-         query,
+         [] {
+             const char *const key = kLongKey.c_str();
+             std::string text = get_esc_value(g_cfg, "no", "%s", key);
+             text += std::to_string(get_cfg_section_count(g_cfg, nullptr, "v", "%s.", key));
+             text += shown<free_cfg_it>(get_cfg_section(g_cfg, nullptr, nullptr, "a."));
+             return text + shown<free_cfg_it>(get_cfg_diff_it(g_cfg, g_cfg->next->next));
+         },
          {"no*: vget_value: OOM*", "no*: esc_value: #: malloc(#) failed*",
           "\\$0*: process_cfg_section: OOM*", "\\$1*: append_cfg_match_cb: #: calloc(*) failed*",
           "\\$1*: get_cfg_diff_it: #: calloc(*) failed"},

@@ -5,29 +5,6 @@
 using Text = std::unique_ptr<char, decltype([](char *text) { free(text); })>;
 constexpr char kState[] = "/tmp/state";
 
-static std::string filled()
-{
-    const std::unique_ptr<buffer, decltype(&buffer_destroy)> b(buffer_create2(2), buffer_destroy);
-    if (!b)
-        return "none";
-    std::string text = std::to_string(b->append(b.get(), "abc", 3)) + " ";
-    text += std::to_string(b->printf(b.get(), "%4200s", "x"));
-    text += b->append_zero(b.get(), 9000) ? " zeros" : " -";
-    buffer *const copy = b->clone(b.get());
-    text += (copy ? " copied " : " - ") + std::to_string(b->length(b.get()));
-    buffer_destroy(copy);
-    b->reset(b.get());
-    text += " " + std::to_string(b->capacity(b.get()));
-    return text + " " + std::to_string(b->init(b.get(), 3));
-}
-
-static int commented_out()
-{
-    char pattern[] = "mode";
-    const std::unique_ptr<FILE, decltype(&fclose)> stream(fopen(kState, "r+e"), fclose);
-    return stream ? comment_out_lines(stream.get(), pattern) : 9;
-}
-
 TEST_F(Torture, Core)
 {
     file("/dev/kmsg", "");
@@ -44,7 +21,21 @@ TEST_F(Torture, Core)
     };
     torture({
         {"buffer",
-         filled,
+         [] {
+             const std::unique_ptr<buffer, decltype(&buffer_destroy)> b(buffer_create2(2),
+                                                                        buffer_destroy);
+             if (!b)
+                 return std::string("none");
+             std::string text = std::to_string(b->append(b.get(), "abc", 3)) + " ";
+             text += std::to_string(b->printf(b.get(), "%4200s", "x"));
+             text += b->append_zero(b.get(), 9000) ? " zeros" : " -";
+             buffer *const copy = b->clone(b.get());
+             text += (copy ? " copied " : " - ") + std::to_string(b->length(b.get()));
+             buffer_destroy(copy);
+             b->reset(b.get());
+             text += " " + std::to_string(b->capacity(b.get()));
+             return text + " " + std::to_string(b->init(b.get(), 3));
+         },
          {"none", "0 0 - - 0 2 -1", "0 4200 *", "3 0 zeros *", "3 4200 - copied 4203 2 0",
           "3 4200 zeros - 13203 2 0", "3 4200 zeros copied 13203 2 -1",
           "3 *: [warn ] buffer.buffer_reset(): Failed to reallocate buffer"},
@@ -57,7 +48,11 @@ TEST_F(Torture, Core)
         [] { return fwriteline(kState, "%d\n", 6); },
         [] { return faddlong(kState, 1); },
         [] { return faddi64at(AT_FDCWD, kState, 1); },
-        commented_out,
+        [] {
+            char pattern[] = "mode";
+            const std::unique_ptr<FILE, decltype(&fclose)> stream(fopen(kState, "r+e"), fclose);
+            return stream ? comment_out_lines(stream.get(), pattern) : 9;
+        },
     };
     // What the disk refuses only when the file is closed does not show, and a counter that cannot
     // be read begins anew.

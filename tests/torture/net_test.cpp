@@ -57,8 +57,6 @@ TEST_F(Torture, Url)
 
 TEST_F(Torture, Json)
 {
-    file("/tmp/core", "foo");
-    file("/usr/lib/build.properties", "build_date=d\nbuild_time=t\nscm_reftype=atag\n");
     file("/var/run/system.uplink", "wds\n");
     file("/var/run/system.uplink_ifname", "wds0\n");
     const auto values = [] {
@@ -76,47 +74,27 @@ TEST_F(Torture, Json)
         free(numbers);
         return results({result, static_cast<long>(count)});
     };
-    const auto core = [] {
-        const std::unique_ptr<FILE, int (*)(FILE *)> stream(fopen("/tmp/core", "re"), fclose);
-        return results({json_object_load_file_base64(g_json.get(), "core", stream.get())});
-    };
-    const auto facts = [] {
-        char time[32] = "", name[16] = "kept";
-        const int result = get_build_time(time, sizeof time), type = get_zorv_scm_reftype();
-        const Json oui(mac_str_to_oui_json_string("00:1a:2b"));
-        const int state = get_wireless_uplink_state(), uplink = get_uplink_device(name, 16);
-        return results({result, type, oui ? 1 : 0, state, uplink}, time) + name;
-    };
-    const auto interface = [] {
-        uint32_t address = 0;
-        int index = 0;
-        const int set = set_iface_ip("lo", "127.0.0.1"), get = get_iface_ip("lo", &address);
-        const int found = get_iface_index("lo", &index);
-        return results({set, get, found, iface_is_up("lo"), index, ntohl(address)});
-    };
     const auto series = with(R"({"a":[1],"nextTime":1,"nextArray":[1]})");
     torture({
         // On purpose, what setting the time and appending say is not looked at.
-        {"values",
-         values,
-         {"*-1 *", R"(0 0 0 0 0 {"a":[1*]})"},
-         series,
-         kAll,
-         {},
-         {"Failed to allocate json array"}},
+        {.name = "values",
+         .scenario = values,
+         .outcomes = {"*-1 *", R"(0 0 0 0 0 {"a":[1*]})"},
+         .prepare = series,
+         .most = kAll,
+         .messages = {"Failed to allocate json array"}},
         {"array", array, {"-1 5 *: zorv_json_read_array: Failed to allocate memory"}, series},
-        {"file", core, {"-1 {\"core\":\"\"}*", "-1 {}*"}, with("{}")},
         // As documented, a file that cannot be read has the default: no word, no interface.
         {"facts",
-         facts,
-         {"0 * 1 2 0 *{}wds0", "0 1 *", "0 0 0 0 0 *{}kept: iface_is_up: *"},
+         [] {
+             char name[16] = "kept";
+             const Json oui(mac_str_to_oui_json_string("00:1a:2b"));
+             const int state = get_wireless_uplink_state(), uplink = get_uplink_device(name, 16);
+             return results({oui ? 1 : 0, state, uplink}) + name;
+         },
+         {"0 2 0 *{}wds0", "1 *", "0 0 0 *{}kept: iface_is_up: *"},
          with("{}"),
          kAll},
-        {"interface",
-         interface,
-         {"0 -1 0 1 1 0 {}*", "0 0 -1 1 0 *: get_iface_index: *", "-1 *: set_iface_ip: *",
-          "0 0 0 0 1 *: iface_is_up: *"},
-         with("{}")},
     });
 }
 
@@ -145,15 +123,14 @@ TEST_F(Torture, Requests)
         const std::string text(reinterpret_cast<char *>(body->data(body)), body->length(body));
         return results({result, response->status}, text.c_str());
     };
-    torture({{"post",
-              post,
-              {"none: curl_simple_response_init: Failed to allocate *",
-               "2 0 {*: [debug] curl_simple.curl_simple(): Failed to init request",
-               "27 0 {*: curl_simple_json: Failed to *",
-               "27 200 {*: [debug] curl_simple.curl_simple(): POST '*' failed: [#] ",
-               "* 0 {*: [debug] curl_simple.curl_simple(): POST '*' failed: [#] *"},
-              with(R"({"a":1})", 8),
-              kAll,
-              {},
-              {"curl_simple_response_init: Failed to allocate response buffer"}}});
+    torture({{.name = "post",
+              .scenario = post,
+              .outcomes = {"none: curl_simple_response_init: Failed to allocate *",
+                           "2 0 {*: [debug] curl_simple.curl_simple(): Failed to init request",
+                           "27 0 {*: curl_simple_json: Failed to *",
+                           "27 200 {*: [debug] curl_simple.curl_simple(): POST '*' failed: [#] ",
+                           "* 0 {*: [debug] curl_simple.curl_simple(): POST '*' failed: [#] *"},
+              .prepare = with(R"({"a":1})", 8),
+              .most = kAll,
+              .messages = {"curl_simple_response_init: Failed to allocate response buffer"}}});
 }

@@ -2,30 +2,19 @@
 // documented.
 
 #include "platform/rows.h"
-#include "support/json.h"
 #include "support/torture.h"
 
 TEST_F(Torture, Platform)
 {
-    file("/proc/zorvhal/system.info", "vendorid=1f3d\nsystemid=7e8b\nserialno=02a0f1000007\n");
     file("/proc/mtd", "mtd0: 0 0 \"EEPROM\"\n");
     file("/dev/mtd0", std::string(65536, 'e'));
-    file("/tmp/flag", "1\n");
     file("/run/guest/portal/hotel/vlans", std::string(4095, '1') + "\n7");
     file("/sys/class/net/br0/brif/eth0/port_no", "1\n");
     file("/sys/class/net/br0/brforward", std::string("123456\1", 7) + std::string(17, '\0'));
-    static const std::string axes = "/sys/bus/i2c/devices/1-0018/iio:device0/";
-    for (const std::string axis : {"x", "y", "z"})
-        file(axes + "in_accel_" + axis + "_raw", "7\n");
     const auto eeprom = [] {
         buffer *const image = zorv_read_eeprom();
         buffer_destroy(image);
         return shown(image != nullptr);
-    };
-    const auto flag = [] {
-        const int rc = system_set_value("/tmp/flag", "1");
-        settle();
-        return shown(rc, read("/tmp/flag"));
     };
     const auto portals = [] {
         guest_portal_set set;
@@ -46,16 +35,7 @@ TEST_F(Torture, Platform)
              return shown(visits);
          },
          {"0: *: *"}},
-        {"accelerometer",
-         [] {
-             const Json status(prepare_accelerometer_status());
-             settle();
-             return status ? dumped(status.get()) : "none";
-         },
-         {"none", "{*\"x\":*,\"y\":*,\"z\":*}"}},
-        {"board", [] { return shown(get_board() != nullptr); }, {"0"}},
         {"eeprom", eeprom, {"0"}},
-        {"flag", flag, {"-1 1\n", "-1 "}},
         {.name = "portals",
          .scenario = portals,
          .outcomes = {"0: guest_portal_set_read: Couldn't*", "0: fill_portal_buffer_file: *", "0"},
@@ -68,29 +48,21 @@ TEST_F(Torture, PlatformNetwork)
     kernel_proc();
     make_bridge();
     must_run("ip route add default via 192.0.2.254 dev br0");
-    static uint8_t mac[6] = {0x02, 0xa0, 0xf1, 0, 0, 1};
+    static const uint8_t mac[6] = {0x02, 0xa0, 0xf1, 0, 0, 1};
     static uint32_t number;
     static char text[16];
-    const auto status = [] {
-        dev_status s = {};
-        const int rc = fill_dev_status("br0", &s);
-        return shown(rc, +s.hwaddr[0], s.ipaddr != 0, s.netmask != 0, s.flags & 1, s.speed);
-    };
     torture({
         {"status",
-         status,
+         [] {
+             dev_status s = {};
+             const int rc = fill_dev_status("br0", &s);
+             return shown(rc, +s.hwaddr[0], s.ipaddr != 0, s.netmask != 0, s.flags & 1, s.speed);
+         },
          {"-* 0 0 0 0 0", "0 0 1 1 1 10000", "0 2 0 1 1 10000", "0 2 1 0 1 10000",
           "0 2 1 1 0 10000", "0 2 1 1 1 0"}},
         {"gateway", [] { return shown(get_gateway(text, &number, 16)); }, {"-1"}},
         {"forget",
          [] { return shown(fdb_delneigh(mac, "eth0")); },
          {"-*: fdb_delneigh: -# on line #"}},
-        {"index",
-         [] { return shown(devifindex_get_hwaddr(reinterpret_cast<int *>(&number), mac)); },
-         {"-1", "-10", "-11"}},
-        // As documented, the first that answers counts: br0 when eth0 cannot be asked.
-        {"address",
-         [] { return devhwaddr_get(mac) == 0 ? shown_mac(mac) : "none"; },
-         {"none", "2:a0:f1:0:0:1"}},
     });
 }
