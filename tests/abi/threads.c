@@ -5,7 +5,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <curl/curl.h>
 #include <jansson.h>
 #include <zorv/zorv.h>
 
@@ -62,7 +61,6 @@ int main(void)
     const int fd = mkstemp(path);
     if (fd < 0 || dprintf(fd, "radio.1.name=ath0\nradio.1.channel=36\n") < 0)
         return 2;
-    curl_global_init(CURL_GLOBAL_DEFAULT);
     libzorv_log_use_syslog = 0;
     libzorv_log_level = 16;
     stderr = fopen("/dev/null", "we"); /* for the log; the sanitizer has its descriptor */

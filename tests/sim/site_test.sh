@@ -84,17 +84,6 @@ test_comes_up_and_goes_down() {
     nothing_left
 }
 
-test_thirty_two_appliances() {
-    local number
-    sim up --appliances 32
-    for number in {1..32}; do
-        # shellcheck disable=SC2016 # the appliance's shell expands it
-        expect 0 "192.0.2.$((10 + number))" sim exec "ap$number" bash -c '
-            : </dev/tcp/crash.zorv.example/443 && cat /run/ipready.br0'
-    done
-    expect 2 'from 1 to 32' sim run --appliances 33 -- true
-}
-
 test_its_holder_or_the_parent_is_killed() {
     local holder
     for killed in holder parent; do

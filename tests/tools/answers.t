@@ -39,5 +39,3 @@ zorvctl: standard output: Bad file descriptor
 a=2
 $ printf 'good=\303\251\nbad=a\377\355\240\200z\n\300\257=1\n' >odd.cfg; zorvctl --json cfg list odd.cfg
 {"entries":[{"key":"good","value":"é"},{"key":"bad","value":"a����z","invalid_utf8":true},{"key":"��","invalid_utf8":true,"value":"1"}]}
-$ zorvctl cfg get odd.cfg bad | od -An -c
-   a 377 355 240 200   z  \n

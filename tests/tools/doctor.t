@@ -30,7 +30,6 @@ $ while IFS='|' read -r command findings; do # each command on a whole unit: wha
 > rm /run/ntp.ready|clock: shut (the clock is not set: No such file or directory) /var/run/ntp.ready: missing (not there) 1
 > echo 0 >/run/system.analytics.mode|mode: shut (reporting is off) 1
 > : >/etc/ssl/certs/ca-certificates.crt|certificates: unfit (none in it: no service is trusted) 1
-> : >/tmp/oops|kernel crash: pending (to be reported) 0
 > : >/tmp/oops; : >/run/last-crashlog.sent|kernel crash: reported (marked as reported: not again before the next reboot) 0
 > $log '"send_attempts":4'|crash logs: failed (1 failed, to be tried again) 1
 > $log $sent',"send_attempts":5'|crash logs: failed (1 given up after five failed attempts) 1

@@ -4,9 +4,8 @@ $ zorvctl bridge fdb --json; zorvctl bridge ports --json; zorvctl bridge lookup 
 {"bridge":"br0","entries":[...{"mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","local":false,"age_seconds":...},...{"mac":"02:a0:f1:00:00:10","port":1,"ifname":"eth0","local":true,"age_seconds":...}]}
 {"bridge":"br0","ports":[{"port":1,"ifname":"eth0","state":"forwarding","mac":"02:a0:f1:00:00:10"}]}
 {"bridge":"br0","mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","age_seconds":...}
-$ zorvctl bridge delete 02:a0:f1:00:00:07 eth0 >said; zorvctl bridge lookup 02:a0:f1:00:00:07
-zorvctl: 02:a0:f1:00:00:07: not learned on br0
-[1]
+$ zorvctl bridge delete 02:a0:f1:00:00:07 eth0
+asked the kernel to forget 02:a0:f1:00:00:07 on eth0
 $ zorvctl iface show --json; ip link set far0 down; zorvctl iface up far0
 {"interfaces":[{"name":"lo","index":1,"up":true,"address":"127.0.0.1"},{"name":"br0","index":2,"up":true,"address":"192.0.2.1"},{"name":"far0","index":3,"up":true,"address":null},{"name":"eth0","index":4,"up":true,"address":null}]}
 no
@@ -16,9 +15,6 @@ $ zorvctl portal list --json; zorvctl portal auth hotel c:dd; zorvctl portal aut
 {"portals":[{"name":"hotel","authorized":["aa:bb","cc:dd"],"devnames":null,"vlans":["10","20"]}]}
 no
 {"portal":"hotel","client":"cc:dd","authorized":true}
-$ zorvctl portal find --device wlan0
-zorvctl: no portal serves that
-[1]
 $ echo 'site cloud.test' | cloud; zorvctl sockets --name zorv-cloud --json
 {"sockets":[{"socket_type":"tcp","state":"LISTEN","local_port":443,"remote_port":"*","pid":...,"comm":"zorv-cloud"}]}
 $ cat >named <<'END' # itself

@@ -8,9 +8,6 @@ $ printf 'site trace.zorv.example\nanswer PUT /traces 202\n' | cloud; send --jso
 {"url":"https://trace.zorv.example/traces","requests":[{"traces":2,"result":0,"name":"accepted"}]}
 $ send --dry-run >shown; requests | sed '2d; s/"timestamp":[0-9]*/"timestamp":now/g' >sent
 $ sed 's/ http.*/ \/traces HTTP\/1.1/; s/"timestamp":[0-9]*/"timestamp":now/g' shown | cmp - sent
-$ zorvctl trace send a b --data '{}' --data '{}' --each | tail -1; requests | grep -c PUT
-     1       0  accepted
-2
 $ zorvctl trace status --json; echo mgmt.kelo.env=stage >/tmp/system.cfg; echo 0 >/run/system.analytics.mode
 {"state":"open","mode":2,"mode_file":"/var/run/system.analytics.mode","mode_from":"default","environment":"production","url":"https://trace.zorv.example/traces"}
 $ zorvctl trace status | xargs; zorvctl trace send a b --dry-run --json >shown; zorvctl trace send a b --json

@@ -57,6 +57,8 @@ TEST_F(Torture, Url)
 
 TEST_F(Torture, Json)
 {
+    file("/tmp/core", "foo");
+    file("/usr/lib/build.properties", "build_date=d\nbuild_time=t\nscm_reftype=atag\n");
     file("/var/run/system.uplink", "wds\n");
     file("/var/run/system.uplink_ifname", "wds0\n");
     const auto values = [] {
@@ -87,14 +89,33 @@ TEST_F(Torture, Json)
         // As documented, a file that cannot be read has the default: no word, no interface.
         {"facts",
          [] {
-             char name[16] = "kept";
+             char time[32] = "", name[16] = "kept";
+             const int rc = get_build_time(time, sizeof time), type = get_zorv_scm_reftype();
              const Json oui(mac_str_to_oui_json_string("00:1a:2b"));
              const int state = get_wireless_uplink_state(), uplink = get_uplink_device(name, 16);
-             return results({oui ? 1 : 0, state, uplink}) + name;
+             return results({rc, type, oui ? 1 : 0, state, uplink}, time) + name;
          },
-         {"0 2 0 *{}wds0", "1 *", "0 0 0 *{}kept: iface_is_up: *"},
+         {"0 * 1 2 0 *{}wds0", "0 1 *", "0 0 0 0 0 *{}kept: iface_is_up: *"},
          with("{}"),
          kAll},
+        {"file",
+         [] {
+             const std::unique_ptr<FILE, int (*)(FILE *)> core(fopen("/tmp/core", "re"), fclose);
+             return results({json_object_load_file_base64(g_json.get(), "core", core.get())});
+         },
+         {"-1 {\"core\":\"\"}*", "-1 {}*"},
+         with("{}")},
+        {"interface",
+         [] {
+             uint32_t address = 0;
+             int index = 0;
+             const int set = set_iface_ip("lo", "127.0.0.1"), get = get_iface_ip("lo", &address);
+             const int found = get_iface_index("lo", &index);
+             return results({set, get, found, iface_is_up("lo"), index, ntohl(address)});
+         },
+         {"0 -1 0 1 1 0 {}*", "0 0 -1 1 0 *: get_iface_index: *", "-1 *: set_iface_ip: *",
+          "0 0 0 0 1 *: iface_is_up: *"},
+         with("{}")},
     });
 }
 
