@@ -6,15 +6,17 @@ $ zorvctl bridge fdb --json; zorvctl bridge ports --json; zorvctl bridge lookup 
 {"bridge":"br0","mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","age_seconds":...}
 $ zorvctl bridge delete 02:a0:f1:00:00:07 eth0
 asked the kernel to forget 02:a0:f1:00:00:07 on eth0
-$ zorvctl iface show --json; ip link set far0 down; zorvctl iface up far0
+$ : >/run/system.uplink; zorvctl --json iface uplink; zorvctl iface show --json; ip link set far0 down; zorvctl iface up far0
+{"state":"connected","device":"eth0","wireless":"none"}
 {"interfaces":[{"name":"lo","index":1,"up":true,"address":"127.0.0.1"},{"name":"br0","index":2,"up":true,"address":"192.0.2.1"},{"name":"far0","index":3,"up":true,"address":null},{"name":"eth0","index":4,"up":true,"address":null}]}
 no
 [1]
 $ hotel=/run/guest/portal/hotel; mkdir -p $hotel; printf 'aa:bb\ncc:dd\n' >$hotel/authorized; printf 10,20 >$hotel/vlans
-$ zorvctl portal list --json; zorvctl portal auth hotel c:dd; zorvctl portal auth hotel cc:dd --json
+$ zorvctl portal list --json; zorvctl portal auth hotel c:dd; zorvctl portal auth hotel cc:dd --json; zorvctl portal find --vlan 20
 {"portals":[{"name":"hotel","authorized":["aa:bb","cc:dd"],"devnames":null,"vlans":["10","20"]}]}
 no
 {"portal":"hotel","client":"cc:dd","authorized":true}
+hotel
 $ echo 'site cloud.test' | cloud; zorvctl sockets --name zorv-cloud --json
 {"sockets":[{"socket_type":"tcp","state":"LISTEN","local_port":443,"remote_port":"*","pid":...,"comm":"zorv-cloud"}]}
 $ cat >named <<'END' # itself

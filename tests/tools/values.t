@@ -14,10 +14,9 @@ $ echo 10 10 10 10 10 1000 10 10 10 10 10 | zorvctl avg --json; zorvctl avg </de
 zorvctl: standard input: no number
 [1]
 
-$ printf '\373\377\0' >bytes; zorvctl hash bytes | sha256sum -c; zorvctl hash --json - <bytes
+$ printf '\373\377\0' >bytes; zorvctl hash bytes | sha256sum -c; zorvctl hash --json - <bytes; zorvctl base64 encode --url --json <bytes
 bytes: OK
 {"digests":[{"file":"-","sha256":"3ee014c0a056411885c459e321176277f3c941ce35b820607f22742e84e84de2"}]}
-$ zorvctl base64 encode --url --json <bytes
 {"file":"-","base64":"-_8A"}
 $ printf 'Zm9v\r\n-_8\n' | zorvctl base64 decode --json; echo Zm8=Zm8= | zorvctl base64 decode --json
 {"file":"-","size":5,"hex":"666f6ffbff"}
@@ -32,8 +31,9 @@ $ zorvctl json get a board ports +0; printf '{\n"a":}' >a; zorvctl json get a a
 zorvctl: a: no member board ports +0
 zorvctl: a:2: unexpected token near '}'
 [5]
-$ zorvctl url encode 'a b&c'; zorvctl url parse HTTPS://u@[fe80::1]:8080/a?b --json
+$ zorvctl url encode 'a b&c'; zorvctl --json url resolve http://localhost:81; zorvctl url parse HTTPS://u@[fe80::1]:8080/a?b --json
 a+b%26c
+{"host":"localhost","address":"127.0.0.1","port":81}
 {"url":"https://u@[fe80::1]:8080/a?b","scheme":"https","userinfo":"u","host":"fe80::1","port":8080,"path":"/a?b","https":true,"ipv6":true}
 
 $ zorvctl capture --json --max 9 'seq 3; exit 3'
@@ -45,6 +45,5 @@ $ program /etc/syswrapper.sh 'printf "<%s>" "$@"; echo'; zorvctl exec run 'a b' 
 <a b><--json>
 {"script":"/etc/syswrapper.sh","word":"a b","waited":true}
 
-$ mkfifo go done; program /etc/syswrapper.sh 'read word <go; echo $word >done'
-$ zorvctl exec run --no-wait set; echo on >go; cat done
+$ mkfifo go done; program /etc/syswrapper.sh 'read word <go; echo $word >done'; zorvctl exec run --no-wait set; echo on >go; cat done
 on
