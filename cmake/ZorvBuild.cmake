@@ -30,6 +30,10 @@ target_compile_options(zorv_library_flags INTERFACE
     -fPIC -fvisibility=hidden -fno-semantic-interposition -ffunction-sections -fdata-sections
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>)
 
+if(NOT ZORV_UNWIND_TABLES)
+    target_compile_options(zorv_library_flags INTERFACE
+        -fno-unwind-tables -fno-asynchronous-unwind-tables)
+endif()
 if(ZORV_COVERAGE)
     target_compile_options(zorv_library_flags INTERFACE --coverage)
 endif()
