@@ -116,9 +116,10 @@ void spawn_and_read(benchmark::State &state, long size)
 
 void register_benches()
 {
-    bench::add("forkexec", {1, 16, 64}, "zorv", run, bench::Clock::real);
-    bench::add("forkexec", {1, 16, 64}, "posix_spawn", spawn, bench::Clock::real);
-    bench::add("popen_alloc_output", {64, 4096, 262144}, "zorv", capture, bench::Clock::real);
-    bench::add("popen_alloc_output", {64, 4096, 262144}, "posix_spawn", spawn_and_read,
+    bench::add("forkexec", {1, 16, 64, 256}, "zorv", run, bench::Clock::real);
+    bench::add("forkexec", {1, 16, 64, 256}, "posix_spawn", spawn, bench::Clock::real);
+    bench::add("popen_alloc_output", {64, 4096, 262144, 1 << 20}, "zorv", capture,
+               bench::Clock::real);
+    bench::add("popen_alloc_output", {64, 4096, 262144, 1 << 20}, "posix_spawn", spawn_and_read,
                bench::Clock::real);
 }

@@ -40,10 +40,12 @@ void device_iv(uint8_t *iv)
     close(fd);
 }
 
+// The algorithm is got once, as OpenSSL's manual advises.
 int crypt(EVP_CIPHER_CTX *context, bool encrypting, const uint8_t *iv, uint8_t *data, int length)
 {
+    static EVP_CIPHER *const cipher = EVP_CIPHER_fetch(nullptr, "AES-128-CBC", nullptr);
     int done = 0, rest = 0;
-    EVP_CipherInit_ex(context, EVP_aes_128_cbc(), nullptr, kCtrl.key, iv, encrypting);
+    EVP_CipherInit_ex2(context, cipher, kCtrl.key, iv, encrypting, nullptr);
     EVP_CIPHER_CTX_set_padding(context, 0);
     EVP_CipherUpdate(context, data, &done, data, length);
     EVP_CipherFinal_ex(context, data + done, &rest);

@@ -6,6 +6,8 @@
 // key of the standard's schedule is added by itself.
 #include "crypto/aes_impl.h"
 
+#include <utility>
+
 #include <arm_neon.h>
 
 #include "crypto/bytes.h"
@@ -100,26 +102,24 @@ void cbc_encrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t le
     }
 }
 
-// Decrypts runs of Width blocks, as many as there are, side by side: one block alone leaves the
-// unit idle most of the time. Returns where the rest begins; chain becomes the last ciphertext.
-template <size_t Width>
+// Decrypts runs of blocks, one for each Index, side by side, as many runs as there are: one block
+// alone leaves the unit idle most of the time. Returns where the rest begins; chain becomes the
+// last ciphertext. Compilers would keep blocks that a loop goes over in memory.
+template <size_t... Index>
 uint8_t *decrypt_runs(const Schedule &schedule, uint8x16_t &chain, uint8_t *data,
-                      const uint8_t *end)
+                      const uint8_t *end, std::index_sequence<Index...>)
 {
-    for (; static_cast<size_t>(end - data) >= Width * kAesBlock; data += Width * kAesBlock) {
-        uint8x16_t blocks[Width];
-        for (size_t k = 0; k < Width; ++k)
-            blocks[k] = vld1q_u8(data + k * kAesBlock);
+    constexpr size_t kRun = sizeof...(Index) * kAesBlock;
+    for (; static_cast<size_t>(end - data) >= kRun; data += kRun) {
+        uint8x16_t blocks[] = {vld1q_u8(data + Index * kAesBlock)...};
         for (int i = 0; i < kRounds - 1; ++i)
-            for (uint8x16_t &block : blocks)
-                block = vaesimcq_u8(vaesdq_u8(block, schedule.keys[i]));
-        for (size_t k = 0; k < Width; ++k) {
-            const uint8x16_t ciphertext = vld1q_u8(data + k * kAesBlock);
+            ((blocks[Index] = vaesimcq_u8(vaesdq_u8(blocks[Index], schedule.keys[i]))), ...);
+        const auto finish = [&](uint8_t *place, uint8x16_t block) {
             const uint8x16_t mask = veorq_u8(chain, schedule.keys[kRounds]);
-            blocks[k] = vaesdq_u8(blocks[k], schedule.keys[kRounds - 1]);
-            vst1q_u8(data + k * kAesBlock, veorq_u8(blocks[k], mask));
-            chain = ciphertext;
-        }
+            chain = vld1q_u8(place);
+            vst1q_u8(place, veorq_u8(vaesdq_u8(block, schedule.keys[kRounds - 1]), mask));
+        };
+        (finish(data + Index * kAesBlock, blocks[Index]), ...);
     }
     return data;
 }
@@ -130,9 +130,9 @@ void cbc_decrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t le
     expand_inverse(schedule, key);
     const uint8_t *const end = data + length;
     uint8x16_t chain = vld1q_u8(iv);
-    data = decrypt_runs<8>(schedule, chain, data, end);
-    data = decrypt_runs<4>(schedule, chain, data, end);
-    decrypt_runs<1>(schedule, chain, data, end);
+    data = decrypt_runs(schedule, chain, data, end, std::make_index_sequence<8>());
+    data = decrypt_runs(schedule, chain, data, end, std::make_index_sequence<4>());
+    decrypt_runs(schedule, chain, data, end, std::make_index_sequence<1>());
 }
 
 constexpr AesForm kForm = {encrypt, decrypt, cbc_encrypt, cbc_decrypt};

@@ -1,6 +1,8 @@
 // aes_x86.cpp - AES-NI, compiled with -maes -mssse3; entered only by way of aes_hardware().
 #include "crypto/aes_impl.h"
 
+#include <utility>
+
 #include <immintrin.h>
 
 #include "crypto/bytes.h"
@@ -95,24 +97,24 @@ void cbc_encrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t le
     }
 }
 
-// Decrypts runs of Width blocks, as many as there are, side by side: one block alone leaves the
-// unit idle most of the time. Returns where the rest begins; chain becomes the last ciphertext.
-template <size_t Width>
-uint8_t *decrypt_runs(const Schedule &schedule, __m128i &chain, uint8_t *data, const uint8_t *end)
+// Decrypts runs of blocks, one for each Index, side by side, as many runs as there are: one block
+// alone leaves the unit idle most of the time. Returns where the rest begins; chain becomes the
+// last ciphertext. Compilers would keep blocks that a loop goes over in memory.
+template <size_t... Index>
+uint8_t *decrypt_runs(const Schedule &schedule, __m128i &chain, uint8_t *data, const uint8_t *end,
+                      std::index_sequence<Index...>)
 {
-    for (; static_cast<size_t>(end - data) >= Width * kAesBlock; data += Width * kAesBlock) {
-        __m128i blocks[Width];
-        for (size_t k = 0; k < Width; ++k)
-            blocks[k] = _mm_xor_si128(load(data + k * kAesBlock), schedule.keys[0]);
+    constexpr size_t kRun = sizeof...(Index) * kAesBlock;
+    for (; static_cast<size_t>(end - data) >= kRun; data += kRun) {
+        __m128i blocks[] = {_mm_xor_si128(load(data + Index * kAesBlock), schedule.keys[0])...};
         for (int i = 1; i < kRounds; ++i)
-            for (__m128i &block : blocks)
-                block = _mm_aesdec_si128(block, schedule.keys[i]);
-        for (size_t k = 0; k < Width; ++k) {
-            const __m128i ciphertext = load(data + k * kAesBlock);
+            ((blocks[Index] = _mm_aesdec_si128(blocks[Index], schedule.keys[i])), ...);
+        const auto finish = [&](uint8_t *place, __m128i block) {
             const __m128i mask = _mm_xor_si128(chain, schedule.keys[kRounds]);
-            store(data + k * kAesBlock, _mm_aesdeclast_si128(blocks[k], mask));
-            chain = ciphertext;
-        }
+            chain = load(place);
+            store(place, _mm_aesdeclast_si128(block, mask));
+        };
+        (finish(data + Index * kAesBlock, blocks[Index]), ...);
     }
     return data;
 }
@@ -123,9 +125,9 @@ void cbc_decrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t le
     expand_inverse(schedule, key);
     const uint8_t *const end = data + length;
     __m128i chain = load(iv);
-    data = decrypt_runs<8>(schedule, chain, data, end);
-    data = decrypt_runs<4>(schedule, chain, data, end);
-    decrypt_runs<1>(schedule, chain, data, end);
+    data = decrypt_runs(schedule, chain, data, end, std::make_index_sequence<8>());
+    data = decrypt_runs(schedule, chain, data, end, std::make_index_sequence<4>());
+    decrypt_runs(schedule, chain, data, end, std::make_index_sequence<1>());
 }
 
 constexpr AesForm kForm = {encrypt, decrypt, cbc_encrypt, cbc_decrypt};

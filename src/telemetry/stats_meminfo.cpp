@@ -56,7 +56,7 @@ static_assert(offsetof(meminfo_t, used_percent) == 25 * sizeof(uint64_t));
 bool set_field(meminfo_t &memory, const char *key, uint64_t value)
 {
     for (const auto &row : kRows) {
-        if (strcmp(row.key, key) == 0) {
+        if (row.key[0] == key[0] && strcmp(row.key, key) == 0) {
             memory.*row.field = value;
             return true;
         }
