@@ -54,7 +54,7 @@ consteval PortGroupRow ports(std::initializer_list<PortRow> list)
     return group;
 }
 
-void text_is_too_long(); // nowhere defined: a call of it does not compile
+void text_is_too_long(); // no function of compile time: a call of it does not compile
 
 // Puts the ports of all boards into one list, and each text that they have into another one, once.
 template <size_t Count>
@@ -111,7 +111,7 @@ private:
                  .data = row.data};
         for (const PortGroupRow &group : row.port_groups) {
             if (group.port_count == 0)
-                break;
+                continue;
             board.port_counts[board.port_group_count++] = group.port_count;
             for (size_t i = 0; i < group.port_count; ++i)
                 ports_[used_.ports++] = pack(group.ports[i]);

@@ -3,8 +3,8 @@
 #ifndef ZORV_PLATFORM_BOARD_TABLE_H
 #define ZORV_PLATFORM_BOARD_TABLE_H
 
-#include <iterator>
 #include <span>
+#include <type_traits>
 
 #include <zorv/board.h>
 
