@@ -8,7 +8,8 @@
  *
  * Three things are kept for the process: the private record of a unit from the table, the default
  * record, and a pointer to the record that board_identify() answers with. They have no lock: the
- * first call is one thread's, before others start. Nothing here logs.
+ * first call is one thread's, before others start. Kept, too, are the table rows that were asked
+ * for, each as a record that is made by the first call of any thread. Nothing here logs.
  */
 #ifndef ZORV_BOARD_H
 #define ZORV_BOARD_H
@@ -137,7 +138,9 @@ void update_cached_board(const board_record *record);
  */
 int board_identify_ids(uint16_t *vendorid, uint16_t *systemid);
 
-/* Both look a platform up, "TARN-Console", case-sensitively. Return the table row, static, or NULL.
+/*
+ * Both look a platform up, "TARN-Console", case-sensitively. Return the table row, static; NULL for
+ * none, or without memory for its record.
  */
 const board_record *board_identify_platform(const char *platform);
 const board_record *pluvo_identify_platform(const char *platform);
@@ -190,7 +193,7 @@ int has_accelerometer(void);
  */
 struct json_t *prepare_accelerometer_status(void);
 
-/* Returns the table row of a system id, static, or NULL. */
+/* Returns the table row of a system id, static; NULL for none, or without memory for its record. */
 const board_record *pluvo_get_board(uint16_t system_id);
 
 /*

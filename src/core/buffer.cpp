@@ -222,11 +222,23 @@ void *buffer_append_zero(buffer *b, size_t n)
     return reserved;
 }
 
-constexpr buffer kEmpty = {
-    nullptr,       buffer_init,    buffer_length, buffer_capacity,    buffer_append,
-    buffer_printf, buffer_read,    buffer_data,   buffer_clone,       buffer_reset,
-    buffer_rewind, destroy_buffer, buffer_send,   buffer_append_zero,
-};
+// One by one: a constant of all of them would be relocated.
+void set_operations(buffer &b)
+{
+    b.init = buffer_init;
+    b.length = buffer_length;
+    b.capacity = buffer_capacity;
+    b.append = buffer_append;
+    b.printf = buffer_printf;
+    b.read = buffer_read;
+    b.data = buffer_data;
+    b.clone = buffer_clone;
+    b.reset = buffer_reset;
+    b.rewind = buffer_rewind;
+    b.destroy = destroy_buffer;
+    b.send = buffer_send;
+    b.append_zero = buffer_append_zero;
+}
 
 } // namespace
 
@@ -237,7 +249,8 @@ buffer *buffer_create2(size_t size)
     Buffer created(static_cast<buffer *>(malloc(sizeof(buffer))));
     if (!created)
         return nullptr;
-    *created = kEmpty;
+    created->storage = nullptr;
+    set_operations(*created);
     return created->init(created.get(), size) == 0 ? created.release() : nullptr;
 }
 

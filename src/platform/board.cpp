@@ -9,7 +9,7 @@
 #include "core/lines.h"
 #include "platform/board_cpu_arch.h"
 #include "platform/board_firmware.h"
-#include "platform/board_table.h"
+#include "platform/board_record.h"
 #include "platform/system_info.h"
 
 using namespace zorv;
@@ -32,34 +32,11 @@ namespace {
 
 constexpr uint16_t kRadioVendor = 0x168C;
 constexpr uint16_t kNoId = 0xFFFF;
-constexpr char kUnknown[] = "Unknown";
 
-consteval board_record make_unknown()
-{
-    board_record record{};
-    std::copy(std::begin(kUnknown), std::end(kUnknown), record.name);
-    record.attribute3 = 30;
-    record.attribute4 = 140;
-    record.port_group_count = 1;
-    record.cpuid = UINT32_MAX;
-    record.board_revision = -1;
-    return record;
-}
+// The record of a unit that is no row of the table, made when it is first needed.
+constinit board_record g_unknown = {};
 
-consteval board_radio make_unknown_radio()
-{
-    board_radio radio{};
-    std::copy(std::begin(kUnknown), std::end(kUnknown), radio.name);
-    return radio;
-}
-
-constexpr board_radio kUnknownRadio = make_unknown_radio();
-
-// The record of a unit that is no row of the table; its radios are filled in when it is first
-// needed.
-constinit board_record g_unknown = make_unknown();
-
-// The unit's copy of its table row, malloc'd by the first get_board() that finds one; for good.
+// The unit's own record of its row, malloc'd by the first get_board() that finds one; for good.
 constinit board_record *g_private = nullptr;
 
 // What board_identify() answers with, from its first call or by update_cached_board().
@@ -77,12 +54,20 @@ std::span<const board_port> ports_of(const board_port_group &group)
     return {group.ports, std::min<size_t>(group.port_count, std::size(group.ports))};
 }
 
-void copy_to_private(const board_record &row)
+const Board *find_board(uint16_t system_id)
 {
-    if (!g_private)
-        g_private = static_cast<board_record *>(malloc(sizeof *g_private));
+    for (const Board &board : boards())
+        if (board.system_id == system_id)
+            return &board;
+    return nullptr;
+}
+
+void make_private(const Board &board)
+{
     if (g_private)
-        memcpy(g_private, &row, sizeof row);
+        fill_record(board, *g_private);
+    else
+        g_private = make_record(board);
 }
 
 void refresh(board_record &record)
@@ -106,13 +91,15 @@ const board_record *identify_by_radios()
     detect_cpu_arch();
     pci_entry devices[std::size(g_unknown.radios)] = {};
     const int count = pci_detect(devices, std::size(devices), kRadioVendor);
+    fill_unknown_record(g_unknown);
     g_unknown.radio_count = 0;
-    for (int i = 0; i < count; ++i) {
-        board_radio &radio = g_unknown.radios[g_unknown.radio_count++];
-        radio = kUnknownRadio;
-        radio.subsystem_device = devices[i].subsystem_device;
-        radio.subsystem_vendor = devices[i].subsystem_vendor;
-    }
+    for (int i = 0; i < count; ++i)
+        g_unknown.radios[g_unknown.radio_count++] = {
+            .name = "Unknown",
+            .attribute = 0,
+            .subsystem_device = devices[i].subsystem_device,
+            .subsystem_vendor = devices[i].subsystem_vendor,
+        };
     return &g_unknown;
 }
 
@@ -154,16 +141,16 @@ const board_record *board_identify_platform(const char *platform)
 const board_record *pluvo_identify_platform(const char *platform)
 {
     if (platform)
-        for (const board_record &row : kBoards)
-            if (strcmp(row.platform, platform) == 0)
-                return &row;
+        for (const Board &board : boards())
+            if (strcmp(board_text(board.platform), platform) == 0)
+                return record_of(board);
     return nullptr;
 }
 
 const char *map_board_name(const board_record *record)
 {
     if (record && record->radio_count != 0)
-        for (const BoardName &row : kBoardNames)
+        for (const BoardName &row : board_names())
             if (row.system_id == record->system_id &&
                 row.radio == record->radios[0].subsystem_device)
                 return row.name;
@@ -234,10 +221,8 @@ int get_num_of_eth_ports()
 
 const board_record *pluvo_get_board(uint16_t system_id)
 {
-    for (const board_record &row : kBoards)
-        if (row.system_id == system_id)
-            return &row;
-    return nullptr;
+    const Board *const board = find_board(system_id);
+    return board ? record_of(*board) : nullptr;
 }
 
 const board_record *get_board()
@@ -245,8 +230,8 @@ const board_record *get_board()
     uint16_t vendor = kNoId;
     uint16_t system = kNoId;
     if (board_identify_ids(&vendor, &system) == 0 && vendor == kBoardVendor)
-        if (const board_record *const row = pluvo_get_board(system))
-            copy_to_private(*row);
+        if (const Board *const board = find_board(system))
+            make_private(*board);
     if (g_private)
         refresh(*g_private);
     return g_private;

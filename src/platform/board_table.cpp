@@ -7,8 +7,8 @@ namespace zorv {
 namespace {
 
 // A board is one entry; docs/boards.md says what each field decides. Fields left out are 0.
-constexpr board_record kBoardRows[] = {
-    board({
+constexpr BoardRow kBoardRows[] = {
+    {
         .name = "Tarn Console",
         .platform = "TARN-Console",
         .port_groups =
@@ -24,8 +24,8 @@ constexpr board_record kBoardRows[] = {
         .poe_total = 180,
         .poe_reserved = 10,
         .fw_min = 0x020000,
-    }),
-    board({
+    },
+    {
         .name = "Tarn Router",
         .platform = "TARN-R",
         .port_groups =
@@ -43,17 +43,56 @@ constexpr board_record kBoardRows[] = {
         .poe_total = 45,
         .poe_reserved = 5,
         .fw_min = 0x020100,
-    }),
+    },
 };
+
+// What rows point to by their data. The first is no block at all.
+constexpr const void *kDataBlocks[] = {nullptr};
+
+static_assert(std::ranges::all_of(kBoardRows, [](const BoardRow &row) {
+    return row.data < std::size(kDataBlocks);
+}));
 
 constexpr BoardName kBoardNameRows[] = {
     {"Tarn Station A", 1, 0x51C2},
     {"Tarn Station B", 1, 0x51C6},
 };
 
+constexpr BoardPacker kPacker(kBoardRows);
+constexpr auto kPacked = kPacker.cut<kPacker.used()>();
+
+constinit board_record *g_records[std::size(kBoardRows)] = {}; // board_record.cpp makes them
+
 } // namespace
 
-constexpr std::span<const board_record> kBoards(kBoardRows);
-constexpr std::span<const BoardName> kBoardNames(kBoardNameRows);
+std::span<const Board> boards()
+{
+    return kPacked.boards;
+}
+
+std::span<const BoardName> board_names()
+{
+    return kBoardNameRows;
+}
+
+const BoardPort *board_ports(const Board &board)
+{
+    return kPacked.ports + board.first_port;
+}
+
+const char *board_text(uint16_t place)
+{
+    return kPacked.texts + place;
+}
+
+const void *board_data(const Board &board)
+{
+    return kDataBlocks[board.data];
+}
+
+board_record *&board_record_place(const Board &board)
+{
+    return g_records[&board - kPacked.boards];
+}
 
 } // namespace zorv

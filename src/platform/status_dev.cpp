@@ -103,7 +103,7 @@ bool read_dev_row(const char *row, const char *ifname, dev_status &status)
         if (*at == '\0')
             break;
         if (counter)
-            status.*counter = strtoull(at, nullptr, 0);
+            status.*counter = strtoul(at, nullptr, 0);
         at = skip_word(at);
     }
     return true;

@@ -32,10 +32,10 @@ static void use_all(char *text, size_t size)
     forkexec(command->argv);
     popen_get_output("echo out", output, sizeof output);
     cfg_entry *cfg = parse(path);
-    snprintf(text, size, "%s %s %s %s %d %s %ld %s %d", hex, base64,
+    snprintf(text, size, "%s %s %s %s %d %s %ld %s %d %s", hex, base64,
              get_value(cfg, "none", "radio.%d.name", 1), freadline(path, line, sizeof line, "none"),
              resolved, parsed->host, zorv_json_read_long(json, "a", 0), output,
-             curl_simple_get("http://127.0.0.1:9/", 0, NULL, NULL));
+             curl_simple_get("http://127.0.0.1:9/", 0, NULL, NULL), pluvo_get_board(0x7E8B)->name);
     free_cfg(cfg);
     exec_destroy(command);
     json_decref(json);

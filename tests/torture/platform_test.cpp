@@ -42,7 +42,7 @@ TEST_F(Torture, Platform)
          },
          {"0: *: *"}},
         {"eeprom", eeprom, {"0"}},
-        {"board", [] { return shown(get_board() != nullptr); }, {"0"}},
+        {"board", [] { return shown(get_board() && pluvo_get_board(0x7E8E)); }, {"0"}},
         {"flag", [] { return shown(system_set_value("/tmp/flag", "1")); }, {"-1"}},
         {"accelerometer", // whole or none
          [] {
