@@ -14,20 +14,22 @@ static_assert(sizeof(rijndael_ctx) == 488 && offsetof(rijndael_ctx, Nr) == 4 &&
 namespace {
 
 // The form in use, chosen by the first call; threads that race for it choose the same.
-constinit std::atomic<const AesForm *> g_form = nullptr;
+enum class Form : uint8_t { not_chosen, portable, instructions };
+constinit std::atomic<Form> g_form = Form::not_chosen;
 
-const AesForm *choose_form()
+bool by_instructions()
 {
-    const AesForm *hardware = aes_hardware();
-    const AesForm *form = hardware ? hardware : &aes_portable();
-    g_form.store(form, std::memory_order_relaxed);
-    return form;
+    Form form = g_form.load(std::memory_order_relaxed);
+    if (form == Form::not_chosen) {
+        form = has_aes_instructions() ? Form::instructions : Form::portable;
+        g_form.store(form, std::memory_order_relaxed);
+    }
+    return form == Form::instructions;
 }
 
-const AesForm &aes()
+void encrypt_block(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
 {
-    const AesForm *form = g_form.load(std::memory_order_relaxed);
-    return form ? *form : *choose_form();
+    (by_instructions() ? AesInstructions::encrypt : AesPortable::encrypt)(keys, rounds, in, out);
 }
 
 } // namespace
@@ -44,7 +46,7 @@ int rijndaelKeySetupDec(uint32_t rk[], const uint8_t key[], int keybits)
 
 void rijndaelEncrypt(const uint32_t rk[], int Nr, const uint8_t in[16], uint8_t out[16])
 {
-    aes().encrypt(rk, Nr, in, out);
+    encrypt_block(rk, Nr, in, out);
 }
 
 int rijndael_set_key_enc_only(rijndael_ctx *ctx, const uint8_t *key, int bits)
@@ -69,12 +71,13 @@ int rijndael_set_key(rijndael_ctx *ctx, const uint8_t *key, int bits)
 
 void rijndael_encrypt(const rijndael_ctx *ctx, const uint8_t *src, uint8_t *dst)
 {
-    aes().encrypt(ctx->ek, ctx->Nr, src, dst);
+    encrypt_block(ctx->ek, ctx->Nr, src, dst);
 }
 
 void rijndael_decrypt(const rijndael_ctx *ctx, const uint8_t *src, uint8_t *dst)
 {
-    aes().decrypt(ctx->dk, ctx->Nr, src, dst);
+    (by_instructions() ? AesInstructions::decrypt : AesPortable::decrypt)(ctx->dk, ctx->Nr, src,
+                                                                          dst);
 }
 
 size_t aes_cbc_generate_iv(uint8_t *iv, size_t len)
@@ -87,7 +90,8 @@ int aes_cbc_encrypt_128(const uint8_t key[16], const uint8_t iv[16], uint8_t *da
     if (len % kAesBlock != 0)
         return -1;
     if (len != 0)
-        aes().cbc_encrypt(key, iv, data, len);
+        (by_instructions() ? AesInstructions::cbc_encrypt : AesPortable::cbc_encrypt)(key, iv, data,
+                                                                                      len);
     return 0;
 }
 
@@ -97,6 +101,7 @@ int aes_cbc_decrypt_128(const uint8_t key[16], const uint8_t iv[16], uint8_t *da
     // callers built against it.
     if (len == 0 || len % kAesBlock != 0)
         return -1;
-    aes().cbc_decrypt(key, iv, data, len);
+    (by_instructions() ? AesInstructions::cbc_decrypt : AesPortable::cbc_decrypt)(key, iv, data,
+                                                                                  len);
     return 0;
 }

@@ -69,39 +69,6 @@ void expand_inverse(Schedule &schedule, const uint8_t *key)
     schedule.keys[kRounds] = forward.keys[0];
 }
 
-void encrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
-{
-    uint8x16_t block = vld1q_u8(in);
-    for (int i = 0; i < rounds - 1; ++i)
-        block = vaesmcq_u8(vaeseq_u8(block, load_key(keys, i)));
-    block = vaeseq_u8(block, load_key(keys, rounds - 1));
-    vst1q_u8(out, veorq_u8(block, load_key(keys, rounds)));
-}
-
-void decrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
-{
-    uint8x16_t block = vld1q_u8(in);
-    for (int i = 0; i < rounds - 1; ++i)
-        block = vaesimcq_u8(vaesdq_u8(block, load_key(keys, i)));
-    block = vaesdq_u8(block, load_key(keys, rounds - 1));
-    vst1q_u8(out, veorq_u8(block, load_key(keys, rounds)));
-}
-
-void cbc_encrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t length)
-{
-    Wiped<Schedule> schedule;
-    expand(schedule, key);
-    uint8x16_t chain = vld1q_u8(iv);
-    for (const uint8_t *const end = data + length; data != end; data += kAesBlock) {
-        chain = veorq_u8(chain, vld1q_u8(data));
-        for (int i = 0; i < kRounds - 1; ++i)
-            chain = vaesmcq_u8(vaeseq_u8(chain, schedule.keys[i]));
-        chain = vaeseq_u8(chain, schedule.keys[kRounds - 1]);
-        chain = veorq_u8(chain, schedule.keys[kRounds]);
-        vst1q_u8(data, chain);
-    }
-}
-
 // Decrypts runs of blocks, one for each Index, side by side, as many runs as there are: one block
 // alone leaves the unit idle most of the time. Returns where the rest begins; chain becomes the
 // last ciphertext. Compilers would keep blocks that a loop goes over in memory.
@@ -124,7 +91,44 @@ uint8_t *decrypt_runs(const Schedule &schedule, uint8x16_t &chain, uint8_t *data
     return data;
 }
 
-void cbc_decrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t length)
+} // namespace
+
+void AesInstructions::encrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
+{
+    uint8x16_t block = vld1q_u8(in);
+    for (int i = 0; i < rounds - 1; ++i)
+        block = vaesmcq_u8(vaeseq_u8(block, load_key(keys, i)));
+    block = vaeseq_u8(block, load_key(keys, rounds - 1));
+    vst1q_u8(out, veorq_u8(block, load_key(keys, rounds)));
+}
+
+void AesInstructions::decrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
+{
+    uint8x16_t block = vld1q_u8(in);
+    for (int i = 0; i < rounds - 1; ++i)
+        block = vaesimcq_u8(vaesdq_u8(block, load_key(keys, i)));
+    block = vaesdq_u8(block, load_key(keys, rounds - 1));
+    vst1q_u8(out, veorq_u8(block, load_key(keys, rounds)));
+}
+
+void AesInstructions::cbc_encrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data,
+                                  size_t length)
+{
+    Wiped<Schedule> schedule;
+    expand(schedule, key);
+    uint8x16_t chain = vld1q_u8(iv);
+    for (const uint8_t *const end = data + length; data != end; data += kAesBlock) {
+        chain = veorq_u8(chain, vld1q_u8(data));
+        for (int i = 0; i < kRounds - 1; ++i)
+            chain = vaesmcq_u8(vaeseq_u8(chain, schedule.keys[i]));
+        chain = vaeseq_u8(chain, schedule.keys[kRounds - 1]);
+        chain = veorq_u8(chain, schedule.keys[kRounds]);
+        vst1q_u8(data, chain);
+    }
+}
+
+void AesInstructions::cbc_decrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data,
+                                  size_t length)
 {
     Wiped<Schedule> schedule;
     expand_inverse(schedule, key);
@@ -133,15 +137,6 @@ void cbc_decrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t le
     data = decrypt_runs(schedule, chain, data, end, std::make_index_sequence<8>());
     data = decrypt_runs(schedule, chain, data, end, std::make_index_sequence<4>());
     decrypt_runs(schedule, chain, data, end, std::make_index_sequence<1>());
-}
-
-constexpr AesForm kForm = {encrypt, decrypt, cbc_encrypt, cbc_decrypt};
-
-} // namespace
-
-const AesForm &aes_instructions()
-{
-    return kForm;
 }
 
 } // namespace zorv

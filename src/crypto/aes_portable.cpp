@@ -115,16 +115,6 @@ void run_rounds(const WordTables &tables, const ByteTable &last_box, const uint3
     }
 }
 
-void encrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
-{
-    run_rounds<1>(kEncryption, kBox, keys, rounds, in, out);
-}
-
-void decrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
-{
-    run_rounds<3>(kDecryption, kInverseBox, keys, rounds, in, out);
-}
-
 void add_block(uint8_t *block, const uint8_t *other)
 {
     for (size_t i = 0; i < kAesBlock; ++i)
@@ -135,7 +125,19 @@ struct Schedule {
     uint32_t keys[4 * (10 + 1)];
 };
 
-void cbc_encrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t length)
+} // namespace
+
+void AesPortable::encrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
+{
+    run_rounds<1>(kEncryption, kBox, keys, rounds, in, out);
+}
+
+void AesPortable::decrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
+{
+    run_rounds<3>(kDecryption, kInverseBox, keys, rounds, in, out);
+}
+
+void AesPortable::cbc_encrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t length)
 {
     Wiped<Schedule> schedule;
     const int rounds = expand_encryption_keys(schedule.keys, key, 128);
@@ -148,7 +150,7 @@ void cbc_encrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t le
     }
 }
 
-void cbc_decrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t length)
+void AesPortable::cbc_decrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t length)
 {
     Wiped<Schedule> schedule;
     const int rounds = expand_decryption_keys(schedule.keys, key, 128);
@@ -160,15 +162,6 @@ void cbc_decrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t le
         add_block(data, chain);
         memcpy(chain, ciphertext, sizeof chain);
     }
-}
-
-constexpr AesForm kForm = {encrypt, decrypt, cbc_encrypt, cbc_decrypt};
-
-} // namespace
-
-const AesForm &aes_portable()
-{
-    return kForm;
 }
 
 int expand_encryption_keys(uint32_t *keys, const uint8_t *key, int bits)

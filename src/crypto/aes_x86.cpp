@@ -67,36 +67,6 @@ void expand_inverse(Schedule &schedule, const uint8_t *key)
     schedule.keys[kRounds] = forward.keys[0];
 }
 
-void encrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
-{
-    __m128i block = _mm_xor_si128(load(in), load_key(keys, 0));
-    for (int i = 1; i < rounds; ++i)
-        block = _mm_aesenc_si128(block, load_key(keys, i));
-    store(out, _mm_aesenclast_si128(block, load_key(keys, rounds)));
-}
-
-void decrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
-{
-    __m128i block = _mm_xor_si128(load(in), load_key(keys, 0));
-    for (int i = 1; i < rounds; ++i)
-        block = _mm_aesdec_si128(block, load_key(keys, i));
-    store(out, _mm_aesdeclast_si128(block, load_key(keys, rounds)));
-}
-
-void cbc_encrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t length)
-{
-    Wiped<Schedule> schedule;
-    expand(schedule, key);
-    __m128i chain = load(iv);
-    for (const uint8_t *const end = data + length; data != end; data += kAesBlock) {
-        chain = _mm_xor_si128(chain, _mm_xor_si128(load(data), schedule.keys[0]));
-        for (int i = 1; i < kRounds; ++i)
-            chain = _mm_aesenc_si128(chain, schedule.keys[i]);
-        chain = _mm_aesenclast_si128(chain, schedule.keys[kRounds]);
-        store(data, chain);
-    }
-}
-
 // Decrypts runs of blocks, one for each Index, side by side, as many runs as there are: one block
 // alone leaves the unit idle most of the time. Returns where the rest begins; chain becomes the
 // last ciphertext. Compilers would keep blocks that a loop goes over in memory.
@@ -119,7 +89,41 @@ uint8_t *decrypt_runs(const Schedule &schedule, __m128i &chain, uint8_t *data, c
     return data;
 }
 
-void cbc_decrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t length)
+} // namespace
+
+void AesInstructions::encrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
+{
+    __m128i block = _mm_xor_si128(load(in), load_key(keys, 0));
+    for (int i = 1; i < rounds; ++i)
+        block = _mm_aesenc_si128(block, load_key(keys, i));
+    store(out, _mm_aesenclast_si128(block, load_key(keys, rounds)));
+}
+
+void AesInstructions::decrypt(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
+{
+    __m128i block = _mm_xor_si128(load(in), load_key(keys, 0));
+    for (int i = 1; i < rounds; ++i)
+        block = _mm_aesdec_si128(block, load_key(keys, i));
+    store(out, _mm_aesdeclast_si128(block, load_key(keys, rounds)));
+}
+
+void AesInstructions::cbc_encrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data,
+                                  size_t length)
+{
+    Wiped<Schedule> schedule;
+    expand(schedule, key);
+    __m128i chain = load(iv);
+    for (const uint8_t *const end = data + length; data != end; data += kAesBlock) {
+        chain = _mm_xor_si128(chain, _mm_xor_si128(load(data), schedule.keys[0]));
+        for (int i = 1; i < kRounds; ++i)
+            chain = _mm_aesenc_si128(chain, schedule.keys[i]);
+        chain = _mm_aesenclast_si128(chain, schedule.keys[kRounds]);
+        store(data, chain);
+    }
+}
+
+void AesInstructions::cbc_decrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data,
+                                  size_t length)
 {
     Wiped<Schedule> schedule;
     expand_inverse(schedule, key);
@@ -128,15 +132,6 @@ void cbc_decrypt(const uint8_t *key, const uint8_t *iv, uint8_t *data, size_t le
     data = decrypt_runs(schedule, chain, data, end, std::make_index_sequence<8>());
     data = decrypt_runs(schedule, chain, data, end, std::make_index_sequence<4>());
     decrypt_runs(schedule, chain, data, end, std::make_index_sequence<1>());
-}
-
-constexpr AesForm kForm = {encrypt, decrypt, cbc_encrypt, cbc_decrypt};
-
-} // namespace
-
-const AesForm &aes_instructions()
-{
-    return kForm;
 }
 
 } // namespace zorv

@@ -30,9 +30,9 @@ bool has_features(unsigned leaf1_c, unsigned leaf7_b)
 
 } // namespace
 
-const AesForm *aes_hardware()
+bool has_aes_instructions()
 {
-    return has_features(bit_AES | bit_SSSE3, 0) ? &aes_instructions() : nullptr;
+    return has_features(bit_AES | bit_SSSE3, 0);
 }
 
 Sha256Compress *sha256_hardware()
@@ -42,9 +42,9 @@ Sha256Compress *sha256_hardware()
 
 #elif defined(ZORV_CRYPTO_ARMV8)
 
-const AesForm *aes_hardware()
+bool has_aes_instructions()
 {
-    return (getauxval(AT_HWCAP) & HWCAP_AES) != 0 ? &aes_instructions() : nullptr;
+    return (getauxval(AT_HWCAP) & HWCAP_AES) != 0;
 }
 
 Sha256Compress *sha256_hardware()
@@ -54,10 +54,11 @@ Sha256Compress *sha256_hardware()
 
 #else
 
-const AesForm *aes_hardware()
+bool has_aes_instructions()
 {
-    return nullptr;
+    return false;
 }
+
 Sha256Compress *sha256_hardware()
 {
     return nullptr;
