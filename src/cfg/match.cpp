@@ -8,6 +8,7 @@
 #include "cfg/key_text.h"
 #include "cfg/natural.h"
 #include "core/log_gate.h"
+#include "core/text_tools.h"
 
 using namespace zorv;
 
@@ -16,7 +17,7 @@ namespace {
 constexpr char kModule[] = "cfg";
 constexpr int kRecordLine = 311; // what the "calloc failed" line names
 
-bool begins_with(const char *text, std::string_view prefix)
+bool has_prefix(const char *text, std::string_view prefix)
 {
     return strncmp(text, prefix.data(), prefix.size()) == 0;
 }
@@ -24,7 +25,8 @@ bool begins_with(const char *text, std::string_view prefix)
 // Whether strtol() would take a first number from the text in base 0; errno stays out of it.
 bool begins_with_number(const char *text)
 {
-    text += strspn(text, " \t\n\v\f\r");
+    while (is_white(*text))
+        ++text;
     if (*text == '+' || *text == '-')
         ++text;
     return is_digit(*text);
@@ -32,7 +34,7 @@ bool begins_with_number(const char *text)
 
 bool is_in_section(const char *key, std::string_view prefix, const char *postfix)
 {
-    if (!begins_with(key, prefix))
+    if (!has_prefix(key, prefix))
         return false;
     const char *index = key + prefix.size();
     if (!begins_with_number(index))
@@ -54,7 +56,7 @@ int zorv::process_cfg_it(MatchCallback callback, void *context, const cfg_entry 
     const std::string_view key(text.get());
     int rc = 0;
     for (; cfg && rc == 0; cfg = cfg->next)
-        if (exact ? equal_keys(cfg->key, key.data()) : begins_with(cfg->key, key))
+        if (exact ? equal_keys(cfg->key, key.data()) : has_prefix(cfg->key, key))
             rc = callback(cfg, context);
     return rc;
 }
