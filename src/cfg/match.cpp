@@ -1,5 +1,6 @@
 #include "cfg/match.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -43,7 +44,31 @@ bool is_in_section(const char *key, std::string_view prefix, const char *postfix
     return rest && postfix ? equal_keys(rest, postfix) : !rest && !postfix;
 }
 
+// The last eight bytes of a key, where keys of one file differ most; 0 of a shorter one.
+uint64_t ending(const char *key, size_t length)
+{
+    uint64_t bytes = 0;
+    if (length >= sizeof bytes)
+        memcpy(&bytes, key + length - sizeof bytes, sizeof bytes);
+    return bytes;
+}
+
 } // namespace
+
+const cfg_entry *zorv::find_entry(const cfg_entry *cfg, const char *key)
+{
+    constexpr uint64_t kCase = 0x2020202020202020; // what a letter's two forms differ in
+    const size_t length = strlen(key);
+    const uint64_t wanted = ending(key, length);
+    for (; cfg; cfg = cfg->next) {
+        if (cfg->next)
+            __builtin_prefetch(cfg->next->key);
+        if (strlen(cfg->key) == length && ((ending(cfg->key, length) ^ wanted) & ~kCase) == 0 &&
+            equal_keys(cfg->key, key))
+            return cfg;
+    }
+    return nullptr;
+}
 
 int zorv::process_cfg_it(MatchCallback callback, void *context, const cfg_entry *cfg, int exact,
                          const char *format, va_list arguments)
