@@ -61,10 +61,10 @@ public:
                     return false;
                 break;
             }
-            const size_t most = std::min(end_ - at_, last - end);
-            const auto past = static_cast<char *>(memccpy(end, at_, '\n', most));
+            const auto most = static_cast<size_t>(std::min(end_ - at_, last - end));
+            auto *const past = static_cast<char *>(memccpy(end, at_, '\n', most));
             is_whole = past;
-            at_ += past ? past - end : most;
+            at_ += past ? past - end : static_cast<ptrdiff_t>(most);
             end = past ? past : end + most;
         }
         *end = '\0';
