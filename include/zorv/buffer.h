@@ -11,8 +11,9 @@
  *   buffer_destroy(b);
  *
  * The storage grows in whole steps of 4096 bytes; the allocation behind it may be up to twice as
- * large. When all is consumed it is used from its start again; until then consumed space at the front is not reclaimed. Failures show in the results, and
- * a failed growth changes nothing. A buffer belongs to one thread at a time.
+ * large. When all is consumed it is used from its start again; until then consumed space at the
+ * front is not reclaimed. Failures show in the results, and a failed growth changes nothing. A
+ * buffer belongs to one thread at a time.
  */
 #ifndef ZORV_BUFFER_H
 #define ZORV_BUFFER_H
