@@ -1,4 +1,5 @@
-// Appending to a byte queue and draining it, against GLib's GByteArray and libevent's evbuffer.
+// Appending to a byte queue and draining it, against GLib's GByteArray and libevent's evbuffer;
+// texts are printed to a GString instead.
 #include "ratio.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 namespace {
 
 constexpr size_t kPiece = 1400; // a packet's worth, what network code reads at a time
+constexpr char kFormat[] = "%s.%ld.status=%s\n";
 
 // The three queues behind one face. All begin with what they are created with by default.
 class Zorv {
@@ -19,6 +21,8 @@ public:
     ~Zorv() { buffer_destroy(queue_); }
     void append(const char *bytes, size_t n) { queue_->append(queue_, bytes, n); }
     size_t drain(char *out, size_t n) { return queue_->read(queue_, out, n); }
+    void print(const char *name, long i) { queue_->printf(queue_, kFormat, name, i, "up"); }
+    void clear() { queue_->read(queue_, nullptr, SIZE_MAX); }
 
 private:
     buffer *queue_;
@@ -54,9 +58,22 @@ public:
         const int count = evbuffer_remove(queue_, out, n);
         return count > 0 ? static_cast<size_t>(count) : 0;
     }
+    void print(const char *name, long i) { evbuffer_add_printf(queue_, kFormat, name, i, "up"); }
+    void clear() { evbuffer_drain(queue_, SIZE_MAX); }
 
 private:
     evbuffer *queue_;
+};
+
+class GlibText {
+public:
+    GlibText() : text_(g_string_new(nullptr)) {}
+    ~GlibText() { g_string_free(text_, TRUE); }
+    void print(const char *name, long i) { g_string_append_printf(text_, kFormat, name, i, "up"); }
+    void clear() { g_string_truncate(text_, 0); }
+
+private:
+    GString *text_;
 };
 
 // A new queue takes `size` bytes piece by piece.
@@ -69,6 +86,32 @@ void append(benchmark::State &state, long size)
         for (size_t left = static_cast<size_t>(size); left > 0; left -= std::min(left, kPiece))
             queue.append(piece.data(), std::min(left, kPiece));
         benchmark::DoNotOptimize(queue);
+    }
+}
+
+// Two that grow by turns: neither is at the end of the heap all the time.
+template <class Queue>
+void append_by_turns(benchmark::State &state, long size)
+{
+    const std::vector<char> piece(kPiece, 'x');
+    for ([[maybe_unused]] const auto _ : state) {
+        Queue queues[2];
+        for (size_t left = static_cast<size_t>(size); left > 0; left -= std::min(left, kPiece))
+            for (Queue &queue : queues)
+                queue.append(piece.data(), std::min(left, kPiece));
+        benchmark::DoNotOptimize(queues);
+    }
+}
+
+// A queue that lives on takes `size` lines and is emptied.
+template <class Queue>
+void print(benchmark::State &state, long size)
+{
+    Queue queue;
+    for ([[maybe_unused]] const auto _ : state) {
+        for (long i = 0; i < size; ++i)
+            queue.print("wireless", i);
+        queue.clear();
     }
 }
 
@@ -93,6 +136,7 @@ template <class Queue>
 void add_queue(const char *who)
 {
     bench::add("append", {1400, 65536, 1048576}, who, append<Queue>);
+    bench::add("append by turns", {1400, 65536, 1048576}, who, append_by_turns<Queue>);
     bench::add("append and drain", {1400, 65536, 1048576}, who, append_and_drain<Queue>);
 }
 
@@ -103,4 +147,7 @@ void register_benches()
     add_queue<Zorv>("zorv");
     add_queue<Glib>("GByteArray");
     add_queue<Evbuffer>("evbuffer");
+    bench::add("printf", {1, 100}, "zorv", print<Zorv>);
+    bench::add("printf", {1, 100}, "GString", print<GlibText>);
+    bench::add("printf", {1, 100}, "evbuffer", print<Evbuffer>);
 }

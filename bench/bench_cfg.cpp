@@ -285,7 +285,7 @@ void difference_glib(benchmark::State &state, long size)
 template <class Work>
 void add(const char *family, const char *who, Work work)
 {
-    bench::add(family, {1000, 10000, 100000}, who, work);
+    bench::add(family, {100, 1000, 10000, 100000}, who, work);
 }
 
 } // namespace

@@ -10,9 +10,10 @@
  *       ;
  *   buffer_destroy(b);
  *
- * The storage grows in whole steps of 4096 bytes. When all is consumed it is used from its start
- * again; until then consumed space at the front is not reclaimed. Failures show in the results, and
- * a failed growth changes nothing. A buffer belongs to one thread at a time.
+ * The storage grows in whole steps of 4096 bytes; the allocation behind it may be up to twice as
+ * large. When all is consumed it is used from its start again; until then consumed space at the
+ * front is not reclaimed. Failures show in the results, and a failed growth changes nothing. A
+ * buffer belongs to one thread at a time.
  */
 #ifndef ZORV_BUFFER_H
 #define ZORV_BUFFER_H
@@ -31,7 +32,7 @@ typedef struct buffer_storage {
     uint64_t read_offset;      /* where the unread bytes begin */
     uint64_t write_offset;     /* where the next byte is written */
     uint64_t length;           /* unread bytes */
-    uint64_t capacity;         /* bytes at data */
+    uint64_t capacity;         /* bytes of storage at data */
     uint64_t initial_capacity; /* bytes given at creation; reset() shrinks back to them */
 } buffer_storage;
 

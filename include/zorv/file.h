@@ -8,7 +8,8 @@
  * Any thread may call any function, but for those that say otherwise. Nothing is kept between calls
  * and no file is locked: the functions that add to a number read and write in two steps, and
  * another writer may come between. What a call opens for itself is close-on-exec. A null pointer
- * may be passed only where it is said. Buffers of size 0, or a negative size, are left alone.
+ * may be passed only where it is said. Buffers of size 0, or a negative size, are left alone. A
+ * read that a signal cuts off goes on.
  */
 #ifndef ZORV_FILE_H
 #define ZORV_FILE_H

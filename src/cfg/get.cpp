@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "cfg/key_text.h"
+#include "cfg/match.h"
 #include "cfg/natural.h"
 #include "cfg/words.h"
 #include "core/log_gate.h"
@@ -36,9 +37,7 @@ const cfg_entry *vget_value(const cfg_entry *cfg, const char *format, va_list ar
         log_error("OOM");
         return nullptr;
     }
-    while (cfg && !equal_keys(cfg->key, key.get()))
-        cfg = cfg->next;
-    return cfg;
+    return find_entry(cfg, key.get());
 }
 
 // On purpose errno is not cleared, so an old ERANGE gives the fallback; kept for callers built

@@ -5,6 +5,7 @@
 
 #include <sys/auxv.h>
 
+#include "cfg/match.h"
 #include "cfg/natural.h"
 
 namespace zorv {
@@ -94,10 +95,7 @@ const cfg_entry *KeyIndex::find(const char *key, const cfg_entry *guess) const
         return guess;
     if (capacity_ > 0)
         return slot(hash_of(key), key).entry;
-    const cfg_entry *entry = list_;
-    while (entry && !equal_keys(entry->key, key))
-        entry = entry->next;
-    return entry;
+    return find_entry(list_, key);
 }
 
 const cfg_entry *KeyIndex::find_or_add(const cfg_entry *entry)

@@ -1,5 +1,6 @@
 #include "cfg/match.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -8,6 +9,7 @@
 #include "cfg/key_text.h"
 #include "cfg/natural.h"
 #include "core/log_gate.h"
+#include "core/text_tools.h"
 
 using namespace zorv;
 
@@ -16,7 +18,7 @@ namespace {
 constexpr char kModule[] = "cfg";
 constexpr int kRecordLine = 311; // what the "calloc failed" line names
 
-bool begins_with(const char *text, std::string_view prefix)
+bool has_prefix(const char *text, std::string_view prefix)
 {
     return strncmp(text, prefix.data(), prefix.size()) == 0;
 }
@@ -24,7 +26,8 @@ bool begins_with(const char *text, std::string_view prefix)
 // Whether strtol() would take a first number from the text in base 0; errno stays out of it.
 bool begins_with_number(const char *text)
 {
-    text += strspn(text, " \t\n\v\f\r");
+    while (is_white(*text))
+        ++text;
     if (*text == '+' || *text == '-')
         ++text;
     return is_digit(*text);
@@ -32,7 +35,7 @@ bool begins_with_number(const char *text)
 
 bool is_in_section(const char *key, std::string_view prefix, const char *postfix)
 {
-    if (!begins_with(key, prefix))
+    if (!has_prefix(key, prefix))
         return false;
     const char *index = key + prefix.size();
     if (!begins_with_number(index))
@@ -41,7 +44,31 @@ bool is_in_section(const char *key, std::string_view prefix, const char *postfix
     return rest && postfix ? equal_keys(rest, postfix) : !rest && !postfix;
 }
 
+// The last eight bytes of a key, where keys of one file differ most; 0 of a shorter one.
+uint64_t ending(const char *key, size_t length)
+{
+    uint64_t bytes = 0;
+    if (length >= sizeof bytes)
+        memcpy(&bytes, key + length - sizeof bytes, sizeof bytes);
+    return bytes;
+}
+
 } // namespace
+
+const cfg_entry *zorv::find_entry(const cfg_entry *cfg, const char *key)
+{
+    constexpr uint64_t kCase = 0x2020202020202020; // what a letter's two forms differ in
+    const size_t length = strlen(key);
+    const uint64_t wanted = ending(key, length);
+    for (; cfg; cfg = cfg->next) {
+        if (cfg->next)
+            __builtin_prefetch(cfg->next->key);
+        if (strlen(cfg->key) == length && ((ending(cfg->key, length) ^ wanted) & ~kCase) == 0 &&
+            equal_keys(cfg->key, key))
+            return cfg;
+    }
+    return nullptr;
+}
 
 int zorv::process_cfg_it(MatchCallback callback, void *context, const cfg_entry *cfg, int exact,
                          const char *format, va_list arguments)
@@ -54,7 +81,7 @@ int zorv::process_cfg_it(MatchCallback callback, void *context, const cfg_entry 
     const std::string_view key(text.get());
     int rc = 0;
     for (; cfg && rc == 0; cfg = cfg->next)
-        if (exact ? equal_keys(cfg->key, key.data()) : begins_with(cfg->key, key))
+        if (exact ? equal_keys(cfg->key, key.data()) : has_prefix(cfg->key, key))
             rc = callback(cfg, context);
     return rc;
 }

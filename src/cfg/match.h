@@ -1,4 +1,5 @@
-// match.h - the two matching engines: one key, and the indexed keys of a section.
+// match.h - an entry by its key, and the two matching engines: one key, the indexed keys of a
+// section.
 #ifndef ZORV_CFG_MATCH_H
 #define ZORV_CFG_MATCH_H
 
@@ -7,6 +8,9 @@
 #include <zorv/cfg.h>
 
 namespace zorv {
+
+// Returns the first entry whose key is equal in natural order, or null.
+const cfg_entry *find_entry(const cfg_entry *cfg, const char *key);
 
 // Is given each match in turn; anything but 0 stops the walk and becomes the engine's result.
 using MatchCallback = int (*)(const cfg_entry *match, void *context);

@@ -53,7 +53,11 @@ int compare_keys(const char *left, const char *right)
         return 0;
     if (!left || !right)
         return left ? 1 : -1;
-    while (*left != '\0' && *right != '\0') {
+    for (;;) {
+        while (*left == *right && *left != '\0' && !is_digit(*left))
+            ++left, ++right;
+        if (*left == '\0' || *right == '\0')
+            return order(*left != '\0', *right != '\0');
         const std::string_view a = leading_digits(left), b = leading_digits(right);
         const bool numbers = !a.empty() && !b.empty();
         if (const int result = numbers ? compare_numbers(a, b) : order(rank(*left), rank(*right)))
@@ -61,7 +65,6 @@ int compare_keys(const char *left, const char *right)
         left += numbers ? a.size() : 1;
         right += numbers ? b.size() : 1;
     }
-    return order(*left != '\0', *right != '\0');
 }
 
 } // namespace zorv

@@ -29,10 +29,16 @@ constexpr char kModule[] = "buffer";
 constexpr size_t kStep = 4096;       // the storage grows by whole steps
 constexpr size_t kLargest = 4194304; // at creation; growth goes beyond it
 
+// The capacity grows by what is asked for, the allocation behind it doubles: a long queue
+// of small pieces is moved seldom.
+struct Allocation : buffer_storage {
+    size_t allocated; // bytes at data, at least the capacity
+};
+
 void free_storage(buffer_storage *storage)
 {
     free(storage->data);
-    free(storage);
+    free(static_cast<Allocation *>(storage));
 }
 
 using Storage = std::unique_ptr<buffer_storage, Closer<free_storage>>;
@@ -44,18 +50,30 @@ size_t allocated(size_t capacity)
     return std::max<size_t>(capacity, 1);
 }
 
+// Has at least so many bytes allocated; false when memory is short.
+bool reallocate(Allocation &storage, size_t size)
+{
+    size_t generous = std::max(size, 2 * storage.allocated);
+    void *data = realloc(storage.data, generous);
+    if (!data)
+        data = realloc(storage.data, generous = size);
+    if (!data)
+        return false;
+    storage.data = static_cast<uint8_t *>(data);
+    storage.allocated = generous;
+    return true;
+}
+
 // Makes the storage bytes_needed or more longer; false when that cannot be had.
-bool grow(buffer_storage &storage, size_t bytes_needed)
+bool grow(Allocation &storage, size_t bytes_needed)
 {
     const size_t steps = bytes_needed / kStep + (bytes_needed % kStep != 0);
     size_t grown;
     if (__builtin_mul_overflow(steps, kStep, &grown) ||
         __builtin_add_overflow(grown, storage.capacity, &grown))
         return false;
-    const auto data = static_cast<uint8_t *>(realloc(storage.data, grown));
-    if (!data)
+    if (grown > storage.allocated && !reallocate(storage, grown))
         return false;
-    storage.data = data;
     storage.capacity = grown;
     return true;
 }
@@ -65,23 +83,24 @@ bool grow(buffer_storage &storage, size_t bytes_needed)
 // In a clone the unread bytes end behind the write end, and appending moves that end on. Growth
 // looks at both ends, so that all unread bytes are inside the storage, and clears what it adds to
 // such a buffer, since it can be read before it is written.
-uint8_t *reserve(buffer_storage &storage, size_t n)
+uint8_t *reserve(buffer *b, size_t n)
 {
-    buffer_storage next = storage; // takes its place when there is room
-    if (next.length == 0)
-        next.read_offset = next.write_offset = 0;
-    const uint64_t unread_end = next.read_offset + next.length;
-    if (n > next.capacity - std::max(next.write_offset, unread_end)) {
-        if (!grow(next, n))
+    auto &storage = *static_cast<Allocation *>(b->storage);
+    const bool is_drained = storage.length == 0;
+    const uint64_t begin = is_drained ? 0 : storage.write_offset;
+    const uint64_t unread_end = is_drained ? 0 : storage.read_offset + storage.length;
+    const uint64_t capacity = storage.capacity;
+    if (n > capacity - std::max(begin, unread_end)) {
+        if (!grow(storage, n))
             return nullptr;
-        if (unread_end > next.write_offset)
-            memset(next.data + storage.capacity, 0, next.capacity - storage.capacity);
+        if (unread_end > begin)
+            memset(storage.data + capacity, 0, storage.capacity - capacity);
     }
-    uint8_t *const reserved = next.data + next.write_offset;
-    next.write_offset += n;
-    next.length += n;
-    storage = next;
-    return reserved;
+    if (is_drained)
+        storage.read_offset = 0;
+    storage.write_offset = begin + n;
+    storage.length += n;
+    return storage.data + begin;
 }
 
 // Takes n bytes back off the write end.
@@ -93,13 +112,14 @@ void take_back(buffer_storage &storage, uint64_t n)
 
 int buffer_init(buffer *b, size_t count)
 {
-    Storage storage(static_cast<buffer_storage *>(calloc(1, sizeof(buffer_storage))));
-    if (!storage)
+    const auto allocation = static_cast<Allocation *>(calloc(1, sizeof(Allocation)));
+    if (!allocation)
         return -1;
-    storage->data = static_cast<uint8_t *>(calloc(allocated(count), 1));
-    if (!storage->data)
+    Storage storage(allocation);
+    allocation->data = static_cast<uint8_t *>(calloc(allocated(count), 1));
+    if (!allocation->data)
         return -1;
-    storage->capacity = storage->initial_capacity = count;
+    allocation->capacity = allocation->initial_capacity = allocation->allocated = count;
     const Storage old(std::exchange(b->storage, storage.release()));
     return 0;
 }
@@ -116,29 +136,38 @@ size_t buffer_capacity(buffer *b)
 
 size_t buffer_append(buffer *b, const void *bytes, size_t n)
 {
-    uint8_t *const reserved = bytes && n > 0 ? reserve(*b->storage, n) : nullptr;
+    uint8_t *const reserved = bytes && n > 0 ? reserve(b, n) : nullptr;
     if (!reserved)
         return 0;
     memcpy(reserved, bytes, n);
     return n;
 }
 
-// Measures, then writes in place: no text between the two.
+// Writes to the free bytes behind the write end, and again to larger storage if it has to: no text
+// between the two. What is free holds nothing that a failure must leave alone.
 ZORV_PRINTF(2, 3) int buffer_printf(buffer *b, const char *format, ...)
 {
+    const buffer_storage &storage = *b->storage;
+    uint8_t *const end = storage.data + storage.write_offset;
+    const bool is_clone = storage.read_offset + storage.length > storage.write_offset;
+    const size_t room = is_clone ? 0 : storage.capacity - storage.write_offset;
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(nullptr, 0, format, arguments);
+    const int length = vsnprintf(reinterpret_cast<char *>(end), room, format, arguments);
     va_end(arguments);
     if (length < 0)
         return 0;
     const size_t size = static_cast<size_t>(length) + 1;
-    uint8_t *const reserved = reserve(*b->storage, size);
+    uint8_t *const reserved = reserve(b, size);
     if (!reserved)
         return 0;
-    va_start(arguments, format);
-    vsnprintf(reinterpret_cast<char *>(reserved), size, format, arguments);
-    va_end(arguments);
+    if (size <= room) {
+        memmove(reserved, end, size); // a drained buffer begins anew
+    } else {
+        va_start(arguments, format);
+        vsnprintf(reinterpret_cast<char *>(reserved), size, format, arguments);
+        va_end(arguments);
+    }
     take_back(*b->storage, 1); // the NUL, so that the next text goes on here
     return length;
 }
@@ -178,13 +207,13 @@ void buffer_reset(buffer *b)
 {
     if (!b->storage)
         return;
-    buffer_storage &storage = *b->storage;
+    auto &storage = *static_cast<Allocation *>(b->storage);
     storage.read_offset = storage.write_offset = storage.length = 0;
     if (storage.capacity > storage.initial_capacity) {
         const size_t size = allocated(storage.initial_capacity);
         if (const auto data = static_cast<uint8_t *>(realloc(storage.data, size))) {
             storage.data = data;
-            storage.capacity = storage.initial_capacity;
+            storage.capacity = storage.allocated = storage.initial_capacity;
         } else {
             log_warning("Failed to reallocate buffer");
         }
@@ -216,7 +245,7 @@ ssize_t buffer_send(buffer *b, int socket, int flags)
 
 void *buffer_append_zero(buffer *b, size_t n)
 {
-    uint8_t *const reserved = reserve(*b->storage, n);
+    uint8_t *const reserved = reserve(b, n);
     if (reserved)
         memset(reserved, 0, n);
     return reserved;

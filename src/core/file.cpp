@@ -1,11 +1,13 @@
 #include <zorv/file.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,7 +23,6 @@ using namespace zorv;
 namespace {
 
 constexpr char kModule[] = "libzorv_util";
-constexpr char kWordEnds[] = " \t\r\n=";
 constexpr mode_t kPermissions = 0600;
 constexpr size_t kInteger = 16; // 15 characters of a number are seen, and a NUL
 constexpr size_t kDouble = 33;
@@ -41,20 +42,91 @@ size_t usable(int size)
     return size > 0 ? static_cast<size_t>(size) : 0;
 }
 
-bool read_line(FILE *stream, char *buffer, int size)
+// The lines of a file as fgets() gives them, without what a stream costs: its allocation and the
+// calls that prepare it. A read that a signal cuts off goes on.
+class Reader {
+public:
+    explicit Reader(const Fd &fd) : fd_(fd.get()) {}
+
+    // Reads a line with its newline, or as much of it as fits before a NUL, at least 1 byte of
+    // room; false at the end, after an error, and when a device has no end.
+    [[gnu::noinline]] bool next(char *line, size_t size)
+    {
+        if (fd_ < 0 || !goes_on(fd_, lines_++))
+            return false;
+        char *end = line, *const last = line + size - 1;
+        for (bool is_whole = false; end < last && !is_whole;) {
+            if (at_ == end_ && !fill()) {
+                if (end == line || got_ < 0)
+                    return false;
+                break;
+            }
+            const auto most = static_cast<size_t>(std::min(end_ - at_, last - end));
+            auto *const past = static_cast<char *>(memccpy(end, at_, '\n', most));
+            is_whole = past;
+            at_ += past ? past - end : static_cast<ptrdiff_t>(most);
+            end = past ? past : end + most;
+        }
+        *end = '\0';
+        return true;
+    }
+
+private:
+    bool fill()
+    {
+        const int saved = errno;
+        while (got_ > 0 && (got_ = read(fd_, block_, sizeof block_)) < 0 && errno == EINTR) {
+            errno = saved; // an empty file leaves it alone
+            got_ = 1;
+        }
+        at_ = block_;
+        end_ = block_ + std::max<ssize_t>(got_, 0);
+        return got_ > 0;
+    }
+
+    int fd_;
+    size_t lines_ = 0;
+    ssize_t got_ = 1; // by the last read; nothing more follows 0 or an error
+    const char *at_ = block_, *end_ = block_;
+    char block_[4096];
+};
+
+bool read_line(const Fd &fd, char *buffer, size_t size)
 {
-    if (!fgets(buffer, size, stream))
+    if (size == 0 || !Reader(fd).next(buffer, size))
         return false;
     cut_at(buffer, "\n");
     return true;
 }
 
-// The second word of a line whose first word is `key`; cuts the line into its words.
-const char *find_value(char *line, const char *key)
+bool ends_word(char c)
 {
-    char *rest = nullptr;
-    const char *const word = strtok_r(line, kWordEnds, &rest);
-    return word && strcmp(word, key) == 0 ? strtok_r(nullptr, kWordEnds, &rest) : nullptr;
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '=';
+}
+
+char *find_word(char *text)
+{
+    while (ends_word(*text))
+        ++text;
+    return text;
+}
+
+char *end_of(char *word)
+{
+    while (*word != '\0' && !ends_word(*word))
+        ++word;
+    return word;
+}
+
+// The second word of a line whose first word is `key`; cuts the line behind it.
+const char *find_value(char *line, std::string_view key)
+{
+    char *const word = find_word(line);
+    if (strncmp(word, key.data(), key.size()) != 0 || end_of(word) != word + key.size())
+        return nullptr;
+    char *const value = find_word(word + key.size());
+    *end_of(value) = '\0';
+    return *value == '\0' ? nullptr : value;
 }
 
 // Converts the number at the start of a text with one of the C library's converters.
@@ -88,35 +160,39 @@ Number read_number(const char *path, Number fallback, Convert convert)
     return to_number(freadline(path, text, Size, "null"), fallback, convert);
 }
 
-File open_at(int dirfd, const char *path, int flags, const char *mode)
+Fd open_to_read(int dirfd, const char *path)
 {
-    Fd fd(openat(dirfd, path, flags | O_CLOEXEC, kPermissions));
-    File stream(fd ? fdopen(fd.get(), mode) : nullptr);
+    return Fd(openat(dirfd, path, O_RDONLY | O_CLOEXEC));
+}
+
+Fd open_to_write(int dirfd, const char *path, int more_flags)
+{
+    return Fd(openat(dirfd, path, O_RDWR | O_CREAT | O_CLOEXEC | more_flags, kPermissions));
+}
+
+File open_to_replace(int dirfd, const char *path)
+{
+    Fd fd = open_to_write(dirfd, path, O_TRUNC);
+    File stream(fd ? fdopen(fd.get(), "r+") : nullptr);
     if (stream)
         fd.release();
     return stream;
 }
 
-File open_to_replace(int dirfd, const char *path)
-{
-    return open_at(dirfd, path, O_RDWR | O_CREAT | O_TRUNC, "r+");
-}
-
-// On purpose: the descriptor is closed once more behind its stream's back, so that callers of the
+// On purpose: the descriptor is closed once more behind its owner's back, so that callers of the
 // writers find errno EBADF. The header tells programs of several threads to keep away.
-void close_twice(File stream)
+template <class Owner>
+void close_twice(Owner owner, int fd)
 {
-    const int fd = fileno(stream.get());
-    stream.reset();
+    owner.reset();
     close(fd);
 }
 
-int64_t read_i64(FILE *stream, int64_t fallback)
+int64_t read_i64(const Fd &fd, int64_t fallback)
 {
     char text[kInteger];
-    return stream && read_line(stream, text, sizeof text)
-               ? to_number(text, fallback, to_i64_of_any_base)
-               : fallback;
+    return read_line(fd, text, sizeof text) ? to_number(text, fallback, to_i64_of_any_base)
+                                            : fallback;
 }
 
 } // namespace
@@ -141,9 +217,9 @@ int fsreadline(const char *path, char *buffer, int size)
 {
     if (!path)
         return -EINVAL;
-    const File stream(fopen(path, "re"));
+    const Fd fd = open_to_read(AT_FDCWD, path);
     // On purpose: an empty file leaves errno as it was, 0 as a rule, and so counts as success.
-    return stream && read_line(stream.get(), buffer, size) ? 0 : -errno;
+    return fd && read_line(fd, buffer, usable(size)) ? 0 : -errno;
 }
 
 char *freadline(const char *path, char *buffer, int size, const char *fallback)
@@ -160,9 +236,10 @@ int fsreadlinebykey(const char *path, const char *needle, char *buffer, size_t s
     if (!path || !needle || !buffer || size == 0)
         return -1;
     buffer[size - 1] = '\0';
-    const File stream(fopen(path, "re"));
-    Lines lines(stream.get());
-    while (const char *const line = lines.next()) {
+    const Fd fd = open_to_read(AT_FDCWD, path);
+    Reader reader(fd);
+    char line[kLineBuffer];
+    while (reader.next(line, sizeof line)) {
         if (!strstr(line, needle))
             continue;
         copy_text(buffer, size, line);
@@ -187,10 +264,12 @@ char *freadvalue(const char *path, const char *key, char *buffer, size_t size, c
 {
     if (size > 0)
         buffer[size - 1] = '\0';
-    const File stream(path && key ? fopen(path, "re") : nullptr);
-    Lines lines(stream.get());
-    while (char *const line = lines.next()) {
-        if (const char *const value = find_value(line, key)) {
+    const Fd fd = path && key ? open_to_read(AT_FDCWD, path) : Fd();
+    const std::string_view wanted(key ? key : "");
+    Reader reader(fd);
+    char line[kLineBuffer];
+    while (reader.next(line, sizeof line)) {
+        if (const char *const value = find_value(line, wanted)) {
             copy_text(buffer, size, value);
             return buffer;
         }
@@ -220,8 +299,7 @@ int faddlong(const char *path, long delta)
 
 char *freadlineat(int dirfd, const char *path, char *buffer, int size, const char *fallback)
 {
-    const File stream = open_at(dirfd, path, O_RDONLY, "r");
-    if (stream && read_line(stream.get(), buffer, size))
+    if (read_line(open_to_read(dirfd, path), buffer, usable(size)))
         return buffer;
     return copy_fallback(buffer, usable(size), fallback, __func__);
 }
@@ -233,7 +311,7 @@ long freadlongat(int dirfd, const char *path, long fallback)
 
 int64_t freadi64at(int dirfd, const char *path, int64_t fallback)
 {
-    return read_i64(open_at(dirfd, path, O_RDONLY, "r").get(), fallback);
+    return read_i64(open_to_read(dirfd, path), fallback);
 }
 
 int fwritelineat(int dirfd, const char *path, const char *format, ...)
@@ -245,7 +323,8 @@ int fwritelineat(int dirfd, const char *path, const char *format, ...)
     va_start(arguments, format);
     const int length = vfprintf(stream.get(), format, arguments);
     va_end(arguments);
-    close_twice(std::move(stream));
+    const int fd = fileno(stream.get());
+    close_twice(std::move(stream), fd);
     return length;
 }
 
@@ -261,15 +340,16 @@ int faddlongat(int dirfd, const char *path, long delta)
 
 int faddi64at(int dirfd, const char *path, int64_t delta)
 {
-    File stream = open_at(dirfd, path, O_RDWR | O_CREAT, "r+");
-    if (!stream)
+    Fd file = open_to_write(dirfd, path, 0);
+    if (!file)
         return -1;
-    const int64_t sum = wrapping_sum(read_i64(stream.get(), 0), delta);
-    const int rc = ftruncate(fileno(stream.get()), 0);
+    const int fd = file.get();
+    const int64_t sum = wrapping_sum(read_i64(file, 0), delta);
+    const int rc = ftruncate(fd, 0);
     if (rc == 0) {
-        rewind(stream.get());
-        fprintf(stream.get(), "%" PRId64 "\n", sum);
+        lseek(fd, 0, SEEK_SET);
+        dprintf(fd, "%" PRId64 "\n", sum);
     }
-    close_twice(std::move(stream));
+    close_twice(std::move(file), fd);
     return rc;
 }

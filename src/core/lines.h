@@ -18,11 +18,16 @@ constexpr size_t kLineBuffer = 255; // what the line and value helpers read at a
 // Of a device or a pipe, which may have no end. A regular file, as all of /proc is, has one.
 constexpr size_t kMostPieces = 1u << 20;
 
-[[gnu::noinline]] inline size_t most_pieces(FILE *stream)
+// Whether a piece may be read when there were so many; asked at every one, and the kernel but once.
+inline bool goes_on(int fd, size_t pieces)
 {
     struct stat info;
-    const bool has_end = stream && fstat(fileno(stream), &info) == 0 && S_ISREG(info.st_mode);
-    return has_end ? SIZE_MAX : kMostPieces;
+    return pieces != kMostPieces || (fstat(fd, &info) == 0 && S_ISREG(info.st_mode));
+}
+
+[[gnu::noinline]] inline bool goes_on(FILE *stream, size_t pieces)
+{
+    return stream && goes_on(fileno(stream), pieces);
 }
 
 // The lines of a stream with their newlines. A line of Size bytes or more comes in pieces of
@@ -30,14 +35,14 @@ constexpr size_t kMostPieces = 1u << 20;
 template <size_t Size = kLineBuffer>
 class Lines {
 public:
-    explicit Lines(FILE *stream) : stream_(stream), left_(most_pieces(stream)) {}
+    explicit Lines(FILE *stream) : stream_(stream) {}
 
     // The next piece, borrowed until the next call; NULL at the end and for a null stream.
-    char *next() { return stream_ && left_-- > 0 ? fgets(piece_, Size, stream_) : nullptr; }
+    char *next() { return goes_on(stream_, read_++) ? fgets(piece_, Size, stream_) : nullptr; }
 
 private:
     FILE *stream_;
-    size_t left_;
+    size_t read_ = 0; // pieces
     char piece_[Size];
 };
 

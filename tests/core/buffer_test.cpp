@@ -25,7 +25,7 @@ TEST_F(Buffer, GrowsByWholeStepsAndKeepsItsOddities)
     const std::pair<const char *, const char *> rows[] = {
         {"a8 b4096 a1", "0 4105 8200 8a 4096b 1a"},
         {"f7 f3 f0", "0 10 4104 10f"}, // the NUL needs room
-        {"a3 r3 b0 w0", "0 3 8 3a"},
+        {"a3 r3 b0 w0 r3 f4", "0 4 8 4f"},
         {"a3 r3 z0 w0", "0 0 8"},
         {"a5 b3 r6 p1", "6 7 8 1b"},
         {"a5 p9 b1", "0 1 8 1b"},
