@@ -30,6 +30,11 @@ target_compile_options(zorv_library_flags INTERFACE
     -fPIC -fvisibility=hidden -fno-semantic-interposition -ffunction-sections -fdata-sections
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>)
 
+include(CheckCXXCompilerFlag)
+check_cxx_compiler_flag(-mno-outline-atomics ZORV_CAN_INLINE_ATOMICS)
+if(ZORV_CAN_INLINE_ATOMICS) # of Arm: what asks the processor is a constructor in every process
+    target_compile_options(zorv_library_flags INTERFACE -mno-outline-atomics)
+endif()
 if(NOT ZORV_UNWIND_TABLES)
     target_compile_options(zorv_library_flags INTERFACE
         -fno-unwind-tables -fno-asynchronous-unwind-tables)

@@ -27,7 +27,7 @@ int process_cfg_section(MatchCallback callback, void *context, const cfg_entry *
                         va_list arguments) ZORV_PRINTF(6, 0);
 
 // The callback that collects; its context is a cfg_collector.
-int collect_match(const cfg_entry *match, void *collector);
+[[gnu::visibility("hidden")]] int collect_match(const cfg_entry *match, void *collector);
 
 // Makes a record of an entry's key and value; null without memory.
 cfg_entry *make_match(const cfg_entry *entry);

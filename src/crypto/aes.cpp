@@ -17,6 +17,7 @@ namespace {
 enum class Form : uint8_t { not_chosen, portable, instructions };
 constinit std::atomic<Form> g_form = Form::not_chosen;
 
+// Asked before each call, which names the function: its address would be one more to relocate.
 bool by_instructions()
 {
     Form form = g_form.load(std::memory_order_relaxed);
@@ -25,11 +26,6 @@ bool by_instructions()
         g_form.store(form, std::memory_order_relaxed);
     }
     return form == Form::instructions;
-}
-
-void encrypt_block(const uint32_t *keys, int rounds, const uint8_t *in, uint8_t *out)
-{
-    (by_instructions() ? AesInstructions::encrypt : AesPortable::encrypt)(keys, rounds, in, out);
 }
 
 } // namespace
@@ -46,7 +42,10 @@ int rijndaelKeySetupDec(uint32_t rk[], const uint8_t key[], int keybits)
 
 void rijndaelEncrypt(const uint32_t rk[], int Nr, const uint8_t in[16], uint8_t out[16])
 {
-    encrypt_block(rk, Nr, in, out);
+    if (by_instructions())
+        AesInstructions::encrypt(rk, Nr, in, out);
+    else
+        AesPortable::encrypt(rk, Nr, in, out);
 }
 
 int rijndael_set_key_enc_only(rijndael_ctx *ctx, const uint8_t *key, int bits)
@@ -71,13 +70,15 @@ int rijndael_set_key(rijndael_ctx *ctx, const uint8_t *key, int bits)
 
 void rijndael_encrypt(const rijndael_ctx *ctx, const uint8_t *src, uint8_t *dst)
 {
-    encrypt_block(ctx->ek, ctx->Nr, src, dst);
+    rijndaelEncrypt(ctx->ek, ctx->Nr, src, dst);
 }
 
 void rijndael_decrypt(const rijndael_ctx *ctx, const uint8_t *src, uint8_t *dst)
 {
-    (by_instructions() ? AesInstructions::decrypt : AesPortable::decrypt)(ctx->dk, ctx->Nr, src,
-                                                                          dst);
+    if (by_instructions())
+        AesInstructions::decrypt(ctx->dk, ctx->Nr, src, dst);
+    else
+        AesPortable::decrypt(ctx->dk, ctx->Nr, src, dst);
 }
 
 size_t aes_cbc_generate_iv(uint8_t *iv, size_t len)
@@ -89,9 +90,12 @@ int aes_cbc_encrypt_128(const uint8_t key[16], const uint8_t iv[16], uint8_t *da
 {
     if (len % kAesBlock != 0)
         return -1;
-    if (len != 0)
-        (by_instructions() ? AesInstructions::cbc_encrypt : AesPortable::cbc_encrypt)(key, iv, data,
-                                                                                      len);
+    if (len == 0)
+        return 0;
+    if (by_instructions())
+        AesInstructions::cbc_encrypt(key, iv, data, len);
+    else
+        AesPortable::cbc_encrypt(key, iv, data, len);
     return 0;
 }
 
@@ -101,7 +105,9 @@ int aes_cbc_decrypt_128(const uint8_t key[16], const uint8_t iv[16], uint8_t *da
     // callers built against it.
     if (len == 0 || len % kAesBlock != 0)
         return -1;
-    (by_instructions() ? AesInstructions::cbc_decrypt : AesPortable::cbc_decrypt)(key, iv, data,
-                                                                                  len);
+    if (by_instructions())
+        AesInstructions::cbc_decrypt(key, iv, data, len);
+    else
+        AesPortable::cbc_decrypt(key, iv, data, len);
     return 0;
 }
