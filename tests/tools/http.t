@@ -5,10 +5,9 @@ $ request() { zorvctl http --json "$@"; }; request get https://hidden.test/a --d
 {"method":"GET","url":"https://hidden.test/a","status":201,"result":0,"name":"CURLE_OK","meaning":"No error","received":10,"kept":4,"resolver":"doh","body":"0123"}
 {"method":"GET","url":"https://cloud.test/none","status":404,"result":0,"name":"CURLE_OK","meaning":"No error","received":0,"kept":0,"resolver":"system","body":""}
 [1]
-$ request get https://cloud.test/a --doh --doh-fallback --trace | grep -o '"resolver.*'
+$ request get https://cloud.test/a --doh --doh-fallback --trace | grep -o '"resolver.*'; request get https://expired.test/
 zorvctl[...]: [debug] curl_simple.curl_simple(): GET 'https://cloud.test/a' failed: [6] 
 "resolver":"doh","result":6,"name":"CURLE_COULDNT_RESOLVE_HOST","ms":...},{"resolver":"system","result":0,"name":"CURLE_OK","ms":...}],"method":"GET","url":"https://cloud.test/a","status":201,"result":0,"name":"CURLE_OK","meaning":"No error","received":10,"kept":10,"resolver":"system","body":"0123456789"}
-$ zorvctl http get https://expired.test/ --json
 {"method":"GET","url":"https://expired.test/","status":0,"result":60,"name":"CURLE_PEER_FAILED_VERIFICATION","meaning":"SSL peer certificate or SSH remote key was not OK","received":0,"kept":0,"resolver":"system","body":""}
 [5]
 $ rm cloud/received/*; printf 'a\0b' >body; zorvctl http post https://cloud.test/a --data @body | tail -3
@@ -24,7 +23,7 @@ X-A: 1
 X-B: 2
 
 text
-$ mount --bind /dev/null $(readlink -f /usr/lib/*/libcurl.so.4) && zorvctl http get https://cloud.test/a | sed -n '4,6p'
+$ for file in /usr/lib/*/libcurl.so.4; do mount --bind /dev/null $file; done; zorvctl http get https://cloud.test/a | sed -n '4,6p'
 zorvctl[...]: [error] curl_simple.curl_simple(): No HTTP without libcurl.so.4: .../libcurl.so.4: file too short
 result    2
 name      CURLE_FAILED_INIT

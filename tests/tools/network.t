@@ -1,10 +1,9 @@
 # iface, bridge, portal, sockets and ps.
 $ umount /proc; mount -t sysfs sysfs /sys; bridge fdb add 02:a0:f1:00:00:07 dev eth0 master dynamic
-$ zorvctl bridge fdb --json; zorvctl bridge ports --json; zorvctl bridge lookup 02:A0:F1:00:00:07 --json
+$ zorvctl bridge fdb --json; zorvctl bridge ports --json; zorvctl bridge lookup 02:A0:F1:00:00:07 --json; zorvctl bridge delete 02:a0:f1:00:00:07 eth0
 {"bridge":"br0","entries":[...{"mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","local":false,"age_seconds":...},...{"mac":"02:a0:f1:00:00:10","port":1,"ifname":"eth0","local":true,"age_seconds":...}]}
 {"bridge":"br0","ports":[{"port":1,"ifname":"eth0","state":"forwarding","mac":"02:a0:f1:00:00:10"}]}
 {"bridge":"br0","mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","age_seconds":...}
-$ zorvctl bridge delete 02:a0:f1:00:00:07 eth0
 asked the kernel to forget 02:a0:f1:00:00:07 on eth0
 $ : >/run/system.uplink; zorvctl --json iface uplink; zorvctl iface show --json; ip link set far0 down; zorvctl iface up far0
 {"state":"connected","device":"eth0","wireless":"none"}
