@@ -144,23 +144,26 @@ size_t buffer_append(buffer *b, const void *bytes, size_t n)
 }
 
 // Writes to the free bytes behind the write end, and again to larger storage if it has to: no text
-// between the two. What is free holds nothing that a failure must leave alone.
+// between the two. What is free holds nothing that a failure must leave alone, but for its first
+// byte.
 ZORV_PRINTF(2, 3) int buffer_printf(buffer *b, const char *format, ...)
 {
     const buffer_storage &storage = *b->storage;
     uint8_t *const end = storage.data + storage.write_offset;
     const bool is_clone = storage.read_offset + storage.length > storage.write_offset;
     const size_t room = is_clone ? 0 : storage.capacity - storage.write_offset;
+    const uint8_t last = room > 0 ? *end : 0; // the NUL of a text before
     va_list arguments;
     va_start(arguments, format);
     const int length = vsnprintf(reinterpret_cast<char *>(end), room, format, arguments);
     va_end(arguments);
-    if (length < 0)
-        return 0;
     const size_t size = static_cast<size_t>(length) + 1;
-    uint8_t *const reserved = reserve(b, size);
-    if (!reserved)
+    uint8_t *const reserved = length < 0 ? nullptr : reserve(b, size);
+    if (!reserved) {
+        if (room > 0)
+            *end = last;
         return 0;
+    }
     if (size <= room) {
         memmove(reserved, end, size); // a drained buffer begins anew
     } else {
