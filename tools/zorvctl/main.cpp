@@ -2,7 +2,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "cli.h"
+#include "base/cli.h"
 #include "families.h"
 
 namespace {

@@ -1,0 +1,70 @@
+#include <cerrno>
+#include <cmath>
+
+#include "base/cli.h"
+#include "diagnostics.h"
+#include "families.h"
+
+namespace ctl {
+namespace {
+
+struct MemArgs {};
+
+struct ConntrackArgs {
+    size_t most = 10;
+};
+
+void mem(const MemArgs &, Reply &reply)
+{
+    reply.pairs(memory_value());
+}
+
+void conntrack(const ConntrackArgs &args, Reply &reply)
+{
+    const Hosts hosts(get_top_conntrack_hosts());
+    if (!hosts && errno == ENOENT)
+        throw Failure(Exit::unavailable,
+                      std::string(kConntrack) +
+                          ": not there; the kernel needs CONFIG_NF_CONNTRACK_PROCFS, and "
+                          "connection tracking in use");
+    if (!hosts)
+        throw io_failure(kConntrack, errno);
+    reply.table("hosts", hosts_value(*hosts, args.most), {"host", "count"});
+    reply.document.set("total", HASH_CNT(hh, hosts->hosts));
+}
+
+} // namespace
+
+Value memory_value()
+{
+    meminfo_t memory;
+    if (meminfo(&memory) != 0)
+        throw io_failure("/proc/meminfo", errno);
+    Value object = Value::take(zorv_meminfo_to_obj(&memory));
+    return object.set("used_percent", std::round(double{memory.used_percent} * 100) / 100);
+}
+
+Value hosts_value(const conntrack_hosts_t &hosts, size_t most)
+{
+    Value list = Value::list();
+    for (const conntrack_host *host = hosts.hosts; host && list.size() < most;
+         host = static_cast<const conntrack_host *>(host->hh.next)) {
+        Value object = Value::object();
+        list.add(object.set("host", host->host).set("count", host->count));
+    }
+    return list;
+}
+
+void add_stats(Cli &cli)
+{
+    cli.root().verb("mem", "Show how memory is used, in kB", "zorvctl mem --json", mem);
+
+    const auto [app, args] =
+        cli.root().verb("conntrack", "List the hosts with the most tracked connections",
+                        "zorvctl conntrack -n 3", conntrack);
+    app.add_option("-n", args.most, "How many hosts at most")
+        ->check_not_negative()
+        ->capture_default_str();
+}
+
+} // namespace ctl
