@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include "base/cli.h"
-#include "families.h"
 
 namespace {
 
@@ -18,45 +17,20 @@ void occupy_standard_descriptors()
     close(fd);
 }
 
-// In the order of --help, one a line.
-// clang-format off
-constexpr void (*kFamilies[])(ctl::Cli &) = {
-    ctl::add_cfg,
-    ctl::add_file,
-    ctl::add_board,
-    ctl::add_model,
-    ctl::add_status,
-    ctl::add_doctor,
-    ctl::add_hw,
-    ctl::add_bridge,
-    ctl::add_portal,
-    ctl::add_lock,
-    ctl::add_avg,
-    ctl::add_exec,
-    ctl::add_capture,
-    ctl::add_discovery,
-    ctl::add_url,
-    ctl::add_http,
-    ctl::add_json,
-    ctl::add_analytics,
-    ctl::add_trace,
-    ctl::add_crash,
-    ctl::add_iface,
-    ctl::add_ps,
-    ctl::add_top,
-    ctl::add_hash,
-    ctl::add_base64,
-    ctl::add_stats,
-};
-// clang-format on
-
 } // namespace
+
+// ZORVCTL_FAMILIES is what the build was told to put in, in the order of --help: FAMILY(cfg) ...
+namespace ctl {
+#define FAMILY(name) extern const Family name##_family;
+ZORVCTL_FAMILIES
+#undef FAMILY
+} // namespace ctl
 
 int main(int argc, char **argv)
 {
     occupy_standard_descriptors();
-    ctl::Cli cli;
-    for (const auto add : kFamilies)
-        add(cli);
-    return cli.run(argc, argv);
+#define FAMILY(name) &ctl::name##_family,
+    constexpr const ctl::Family *kFamilies[] = {ZORVCTL_FAMILIES};
+#undef FAMILY
+    return ctl::run(kFamilies, argc, argv);
 }

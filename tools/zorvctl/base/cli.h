@@ -1,72 +1,67 @@
-// cli.h - the command line: families of verbs, the options they share, and running one.
+// cli.h - the command line: families of verbs as tables, and running the verb that is named.
 #ifndef ZORVCTL_CLI_H
 #define ZORVCTL_CLI_H
 
-#include <functional>
-#include <memory>
-#include <string>
+#include <array>
+#include <span>
+#include <utility>
+#include <vector>
 
 #include "base/options.h"
 #include "base/output.h"
 
 namespace ctl {
 
-// What declaring a verb gives: the place for its options, and the arguments they fill.
-template <class Arguments>
+// What the command line gives a verb.
+class Given {
+public:
+    void add(const Option &option, const char *text) { values_.emplace_back(&option, text); }
+    bool has(const Option &option) const;
+    void store(void *arguments) const; // throws what is wrong with a value
+
+private:
+    std::vector<std::pair<const Option *, const char *>> values_;
+};
+
+// A verb: one row of its family's table, made by verb().
 struct Verb {
-    Options app;
-    Arguments &args;
+    const char *name;
+    const char *description;
+    const char *example; // a whole command line, or several in lines
+    std::span<const Option> options;
+    void (*run)(const Given &given, Reply &reply);
 };
 
-class Family;
+struct NoArgs {};
 
-class Cli {
-public:
-    Cli();
-    ~Cli();
+template <class Arguments>
+Arguments arguments_of(void (*)(const Arguments &, Reply &));
 
-    Family family(const char *name, const char *description);
+// A verb that `Run` does: a function of its arguments, which the options fill, and the reply.
+template <auto Run>
+constexpr Verb verb(const char *name, const char *description, const char *example,
+                    std::span<const Option> options = {})
+{
+    using Arguments = decltype(arguments_of(Run));
+    for (const Option &option : options)
+        if (option.arguments != &kTypeOf<Arguments>)
+            throw "an option of other arguments"; // does not compile
+    return {name, description, example, options, [](const Given &given, Reply &reply) {
+                Arguments arguments;
+                given.store(&arguments);
+                Run(arguments, reply);
+            }};
+}
 
-    // For a verb that stands alone.
-    Family root();
-
-    // Parses the command line, runs the chosen verb and writes its reply. Returns the exit status.
-    int run(int argc, const char *const *argv);
-
-private:
-    friend class Family;
-
-    CLI::App *add(CLI::App &parent, const char *name, const char *description);
-    void add_common_options(CLI::App &app);
-    Reply answer(int argc, const char *const *argv, bool json);
-
-    std::unique_ptr<CLI::App> root_;
-    std::function<void(Reply &)> chosen_;
-    int verbosity_ = 0;
+struct Family {
+    const char *name; // nullptr of verbs that stand alone
+    const char *description;
+    std::array<std::span<const Verb>, 6> verbs; // one or more tables of them
 };
 
-class Family {
-public:
-    Family(Cli &cli, CLI::App &app) : cli_(cli), app_(app) {}
-
-    // Declares a verb. `run` gets the arguments when the command line names the verb; `example` is
-    // a whole command line, or several in lines, shown by --help.
-    template <class Arguments>
-    Verb<Arguments> verb(const char *name, const char *description, const std::string &example,
-                         void (*run)(const Arguments &, Reply &))
-    {
-        auto args = std::make_shared<Arguments>();
-        return {add(name, description, example, [run, args](Reply &reply) { run(*args, reply); }),
-                *args};
-    }
-
-private:
-    Options add(const char *name, const char *description, const std::string &example,
-                std::function<void(Reply &)> run);
-
-    Cli &cli_;
-    CLI::App &app_;
-};
+// Parses the command line, runs the verb that it names and writes the reply. Returns the exit
+// status.
+int run(std::span<const Family *const> families, int argc, char **argv);
 
 } // namespace ctl
 

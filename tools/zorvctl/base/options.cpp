@@ -1,109 +1,74 @@
 #include "base/options.h"
 
-#include <cstdint>
-#include <optional>
-#include <vector>
+#include <algorithm>
+#include <cstring>
+#include <string_view>
 
-#include <CLI/CLI.hpp>
+#include "base/numbers.h"
+#include "base/output.h"
 
 namespace ctl {
+namespace {
 
-Option Option::required() const
+[[noreturn]] void refuse(const Option &option, const char *text, const std::string &what)
 {
-    return Option(option_->required());
+    throw Misuse(std::string(option.name) + ": \"" + text + "\" is not " + what);
 }
 
-Option Option::needs(Option other) const
+// The place of a word in "this|that|those", -1 when it is none of them.
+int place_of(std::string_view word, std::string_view list)
 {
-    return Option(option_->needs(other.option_));
+    for (int place = 0;; place++) {
+        const size_t end = list.find('|');
+        if (word == list.substr(0, end))
+            return place;
+        if (end == list.npos)
+            return -1;
+        list.remove_prefix(end + 1);
+    }
 }
 
-Option Option::excludes(Option other) const
+} // namespace
+
+const char *Option::long_name() const
 {
-    return Option(option_->excludes(other.option_));
+    const char *const dashes = strstr(name, "--");
+    return dashes ? dashes + 2 : nullptr;
 }
 
-Option Option::group(const char *heading) const
+void store(const Option &, const char *text, std::string &value)
 {
-    return Option(option_->group(heading));
+    value = text;
 }
 
-Option Option::allow_extra_args(bool allowed) const
+void store(const Option &, const char *, bool &value)
 {
-    return Option(option_->allow_extra_args(allowed));
+    value = true;
 }
 
-Option Option::capture_default_str() const
+void store(const Option &option, const char *text, double &value)
 {
-    return Option(option_->capture_default_str());
+    double number;
+    if (!parse_number(text, number) || number < option.least || number > option.most)
+        refuse(option, text, format("a number from %g to %g", option.least, option.most));
+    value = number;
 }
 
-Option Option::disable_flag_override() const
+void store_integer(const Option &option, const char *text, int64_t least, uint64_t most,
+                   uint64_t &bits)
 {
-    return Option(option_->disable_flag_override());
-}
-
-Option Option::check(std::string (*fault)(const std::string &value), const char *form) const
-{
-    return Option(option_->check(CLI::Validator(fault, form)));
-}
-
-Option Option::check_range(double least, double most) const
-{
-    return Option(option_->check(CLI::Range(least, most)));
-}
-
-Option Option::check_not_negative() const
-{
-    return Option(option_->check(CLI::NonNegativeNumber));
-}
-
-Option Option::transform(const std::map<std::string, int> &words) const
-{
-    return Option(option_->transform(CLI::CheckedTransformer(words)));
-}
-
-template <class T>
-Option Options::add_option(const char *name, T &value, const char *description) const
-{
-    return Option(app_->add_option(name, value, description));
-}
-
-// The kinds of values; one that is missing here does not link. They are the fundamental types,
-// because size_t and uint64_t are the same type on some devices only.
-template Option Options::add_option(const char *, std::string &, const char *) const;
-template Option Options::add_option(const char *, uint16_t &, const char *) const;
-template Option Options::add_option(const char *, int &, const char *) const;
-template Option Options::add_option(const char *, unsigned &, const char *) const;
-template Option Options::add_option(const char *, long &, const char *) const;
-template Option Options::add_option(const char *, unsigned long &, const char *) const;
-template Option Options::add_option(const char *, unsigned long long &, const char *) const;
-template Option Options::add_option(const char *, double &, const char *) const;
-template Option Options::add_option(const char *, std::optional<std::string> &, const char *) const;
-template Option Options::add_option(const char *, std::optional<int> &, const char *) const;
-template Option Options::add_option(const char *, std::optional<unsigned> &, const char *) const;
-template Option Options::add_option(const char *, std::optional<long long> &, const char *) const;
-template Option Options::add_option(const char *, std::optional<unsigned long> &,
-                                    const char *) const;
-template Option Options::add_option(const char *, std::optional<unsigned long long> &,
-                                    const char *) const;
-template Option Options::add_option(const char *, std::vector<std::string> &, const char *) const;
-template Option Options::add_option(const char *, std::vector<uint16_t> &, const char *) const;
-
-Option Options::add_flag(const char *name, bool &value, const char *description) const
-{
-    return Option(app_->add_flag(name, value, description));
-}
-
-Option Options::add_flag_callback(const char *name, const std::function<void()> &given,
-                                  const char *description) const
-{
-    return Option(app_->add_flag_callback(name, given, description));
-}
-
-Option Options::get_option(const char *name) const
-{
-    return Option(app_->get_option(name));
+    const std::string_view list = option.form;
+    if (list.find('|') == list.npos) {
+        if (!parse_integer(text, least, most, bits))
+            refuse(option, text,
+                   "a whole number from " + std::to_string(least) + " to " + std::to_string(most));
+        return;
+    }
+    const auto last = static_cast<uint64_t>(std::count(list.begin(), list.end(), '|'));
+    if (const int place = place_of(text, list); place >= 0)
+        bits = static_cast<uint64_t>(place);
+    else if (!parse_integer(text, 0, last, bits))
+        refuse(option, text, "one of " + std::string(list));
 }
 
 } // namespace ctl

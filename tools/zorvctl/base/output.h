@@ -43,6 +43,12 @@ private:
     const char *code_; // a literal
 };
 
+// What the command line's words come to makes no sense: the message names the verb's help, too.
+class Misuse : public Failure {
+public:
+    explicit Misuse(const std::string &message) : Failure(Exit::usage, message) {}
+};
+
 // The failure of a system call on a path: "path: No such file or directory", exit 5.
 Failure io_failure(const std::string &path, int error);
 

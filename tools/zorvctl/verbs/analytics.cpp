@@ -6,7 +6,6 @@
 #include <zorv/crash.h>
 
 #include "cfg.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -56,14 +55,18 @@ void analytics(const AnalyticsArgs &args, Reply &reply)
         reply.exit = Exit::no;
 }
 
+constexpr Option kOptions[] = {
+    option<&AnalyticsArgs::file>("FILE", "The configuration, /tmp/system.cfg unless given"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<analytics>("analytics",
+                    "Show what may be reported, by a configuration and by the running unit",
+                    "zorvctl analytics /etc/persistent/cfg/mgmt", kOptions),
+};
+
 } // namespace
 
-void add_analytics(Cli &cli)
-{
-    const auto [app, args] = cli.root().verb(
-        "analytics", "Show what may be reported, by a configuration and by the running unit",
-        "zorvctl analytics /etc/persistent/cfg/mgmt", analytics);
-    app.add_option("FILE", args.file, "The configuration")->capture_default_str();
-}
+extern const Family analytics_family = {nullptr, nullptr, {kVerbs}};
 
 } // namespace ctl

@@ -1,32 +1,24 @@
 // avg.cpp - the mean of numbers on standard input, and which of them are outliers.
 #include <zorv/avg.h>
 
-#include <charconv>
-#include <iostream>
 #include <vector>
 
 #include "base/cli.h"
-#include "families.h"
+#include "base/numbers.h"
+#include "base/text_file.h"
+#include "base/words.h"
 
 namespace ctl {
 namespace {
 
-struct NoArgs {};
-
 using Numbers = std::vector<int64_t>;
 
-Numbers read_numbers(std::istream &input)
+Numbers read_numbers(std::string_view text)
 {
     Numbers numbers;
-    std::string word;
-    while (input >> word) {
-        int64_t number;
-        const char *const end = word.data() + word.size();
-        const auto [stop, error] = std::from_chars(word.data(), end, number);
-        if (error != std::errc() || stop != end)
-            throw Failure(Exit::usage, word + ": not a whole number of 64 bits");
-        numbers.push_back(number);
-    }
+    for (std::string_view word; !(word = take_word(text)).empty();)
+        if (!parse_number(word, numbers.emplace_back()))
+            throw Failure(Exit::usage, std::string(word) + ": not a whole number of 64 bits");
     return numbers;
 }
 
@@ -46,7 +38,7 @@ Value missing(const Numbers &all, const Numbers &kept)
 
 void average(const NoArgs &, Reply &reply)
 {
-    const Numbers all = read_numbers(std::cin);
+    const Numbers all = read_numbers(read_input("-"));
     Numbers kept = all;
     int64_t mean = 0;
     uint64_t count = kept.size();
@@ -61,12 +53,13 @@ void average(const NoArgs &, Reply &reply)
                     .set("outliers", missing(all, kept)));
 }
 
+constexpr Verb kVerbs[] = {
+    verb<average>("avg", "Tell the mean of the whole numbers on standard input, and the outliers",
+                  "zorvctl avg < times"),
+};
+
 } // namespace
 
-void add_avg(Cli &cli)
-{
-    cli.root().verb("avg", "Tell the mean of the whole numbers on standard input, and the outliers",
-                    "zorvctl avg < times", average);
-}
+extern const Family avg_family = {nullptr, nullptr, {kVerbs}};
 
 } // namespace ctl

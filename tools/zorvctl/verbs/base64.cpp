@@ -6,7 +6,6 @@
 
 #include "base/cli.h"
 #include "base/text_file.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -65,24 +64,25 @@ void decode(const Base64Args &args, Reply &reply)
     reply.text = bytes;
 }
 
+constexpr Option kEncode[] = {
+    option<&Base64Args::file>("FILE", "The bytes; - or nothing is the standard input"),
+    option<&Base64Args::url>("--url", "Use the URL-safe alphabet, without padding"),
+};
+constexpr Option kDecode[] = {
+    option<&Base64Args::file>("FILE", "The text; - or nothing is the standard input"),
+    option<&Base64Args::url>("--url", "Changes nothing: both alphabets are read"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<encode>("encode", "Print bytes as one line of Base64",
+                 "zorvctl base64 encode --url /tmp/token", kEncode),
+    verb<decode>("decode",
+                 "Write the bytes that a Base64 text stands for, in hexadecimal with --json",
+                 "zorvctl base64 decode /tmp/token.txt", kDecode),
+};
+
 } // namespace
 
-void add_base64(Cli &cli)
-{
-    Family base64 = cli.family("base64", "Encode and decode Base64");
-    {
-        const auto [app, args] = base64.verb("encode", "Print bytes as one line of Base64",
-                                             "zorvctl base64 encode --url /tmp/token", encode);
-        app.add_option("FILE", args.file, "The bytes; - or nothing is the standard input");
-        app.add_flag("--url", args.url, "Use the URL-safe alphabet, without padding");
-    }
-    {
-        const auto [app, args] = base64.verb(
-            "decode", "Write the bytes that a Base64 text stands for, in hexadecimal with --json",
-            "zorvctl base64 decode /tmp/token.txt", decode);
-        app.add_option("FILE", args.file, "The text; - or nothing is the standard input");
-        app.add_flag("--url", args.url, "Changes nothing: both alphabets are read");
-    }
-}
+extern const Family base64_family = {"base64", "Encode and decode Base64", {kVerbs}};
 
 } // namespace ctl

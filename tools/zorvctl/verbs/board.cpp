@@ -7,13 +7,10 @@
 #include <iterator>
 
 #include "base/cli.h"
-#include "families.h"
 #include "platform/board_table.h"
 
 namespace ctl {
 namespace {
-
-struct NoArgs {};
 
 // Which record it is, and what made the library choose it.
 std::string reason_of_record(const board_record &record)
@@ -118,12 +115,12 @@ void show_board(const NoArgs &, Reply &reply)
                 {"radio", "subsystem_device", "subsystem_vendor"});
 }
 
+constexpr Verb kVerbs[] = {
+    verb<show_board>("board", "Tell everything known of the unit, and why", "zorvctl board --json"),
+};
+
 } // namespace
 
-void add_board(Cli &cli)
-{
-    cli.root().verb("board", "Tell everything known of the unit, and why", "zorvctl board --json",
-                    show_board);
-}
+extern const Family board_family = {nullptr, nullptr, {kVerbs}};
 
 } // namespace ctl

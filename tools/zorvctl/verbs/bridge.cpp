@@ -14,7 +14,6 @@
 
 #include "base/cli.h"
 #include "core/own.h"
-#include "families.h"
 #include "platform/bridge_fdb_table.h"
 
 namespace ctl {
@@ -159,34 +158,31 @@ void forget(const DeleteArgs &args, Reply &reply)
     reply.line("asked the kernel to forget " + mac_text(mac) + " on " + args.ifname);
 }
 
+constexpr Option kBridge[] = {
+    option<&BridgeArgs::bridge>("BRIDGE", "The bridge, br0 unless given"),
+};
+constexpr Option kLookup[] = {
+    option<&LookupArgs::mac>("MAC", "The address").required(),
+    option<&LookupArgs::bridge>("BRIDGE", "The bridge, br0 unless given"),
+};
+constexpr Option kDelete[] = {
+    option<&DeleteArgs::mac>("MAC", "The address").required(),
+    option<&DeleteArgs::ifname>("PORT", "The interface").required(),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<fdb>("fdb", "List the addresses that a bridge has learned", "zorvctl bridge fdb br0",
+              kBridge),
+    verb<ports>("ports", "List the ports of a bridge and their states", "zorvctl bridge ports br0",
+                kBridge),
+    verb<lookup>("lookup", "Tell the port where an address was learned",
+                 "zorvctl bridge lookup 02:a0:f1:00:00:07", kLookup),
+    verb<forget>("delete", "Have the kernel forget an address that it learned on a port",
+                 "zorvctl bridge delete 02:a0:f1:00:00:07 eth0", kDelete),
+};
+
 } // namespace
 
-void add_bridge(Cli &cli)
-{
-    Family bridge = cli.family("bridge", "Ports and learned addresses of bridges");
-    {
-        const auto [app, args] = bridge.verb("fdb", "List the addresses that a bridge has learned",
-                                             "zorvctl bridge fdb br0", fdb);
-        app.add_option("BRIDGE", args.bridge, "The bridge")->capture_default_str();
-    }
-    {
-        const auto [app, args] = bridge.verb("ports", "List the ports of a bridge and their states",
-                                             "zorvctl bridge ports br0", ports);
-        app.add_option("BRIDGE", args.bridge, "The bridge")->capture_default_str();
-    }
-    {
-        const auto [app, args] = bridge.verb("lookup", "Tell the port where an address was learned",
-                                             "zorvctl bridge lookup 02:a0:f1:00:00:07", lookup);
-        app.add_option("MAC", args.mac, "The address")->required();
-        app.add_option("BRIDGE", args.bridge, "The bridge")->capture_default_str();
-    }
-    {
-        const auto [app, args] =
-            bridge.verb("delete", "Have the kernel forget an address that it learned on a port",
-                        "zorvctl bridge delete 02:a0:f1:00:00:07 eth0", forget);
-        app.add_option("MAC", args.mac, "The address")->required();
-        app.add_option("PORT", args.ifname, "The interface")->required();
-    }
-}
+extern const Family bridge_family = {"bridge", "Ports and learned addresses of bridges", {kVerbs}};
 
 } // namespace ctl

@@ -6,7 +6,6 @@
 
 #include "base/cli.h"
 #include "core/own.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -29,16 +28,19 @@ void capture(const CaptureArgs &args, Reply &reply)
         .set("full", reply.text.size() + 1 >= args.max);
 }
 
+constexpr Option kOptions[] = {
+    option<&CaptureArgs::command>("COMMAND", "The shell's command line").required(),
+    option<&CaptureArgs::max>(
+        "--max", "Bytes of memory for the output, its NUL included; 1048576 unless given"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<capture>("capture", "Print what a shell command prints, up to a limit or its first NUL",
+                  "zorvctl capture --max 4096 'logread | tail -n 20'", kOptions),
+};
+
 } // namespace
 
-void add_capture(Cli &cli)
-{
-    const auto [app, args] = cli.root().verb(
-        "capture", "Print what a shell command prints, up to a limit or its first NUL",
-        "zorvctl capture --max 4096 'logread | tail -n 20'", capture);
-    app.add_option("--max", args.max, "Bytes of memory for the output, its NUL included")
-        ->capture_default_str();
-    app.add_option("COMMAND", args.command, "The shell's command line")->required();
-}
+extern const Family capture_family = {nullptr, nullptr, {kVerbs}};
 
 } // namespace ctl

@@ -3,7 +3,6 @@
 #include <cerrno>
 
 #include "base/text_file.h"
-#include "families.h"
 
 namespace ctl {
 
@@ -30,13 +29,8 @@ std::string folded(std::string_view key)
     return lowered;
 }
 
-void add_cfg(Cli &cli)
-{
-    Family cfg = cli.family("cfg", "Query, check and change a configuration file");
-    add_cfg_queries(cfg);
-    add_cfg_diff(cfg);
-    add_cfg_lint(cfg);
-    add_cfg_apply(cfg);
-}
+extern const Family cfg_family = {"cfg",
+                                  "Query, check and change a configuration file",
+                                  {kCfgQueries, kCfgDiff, kCfgLint, kCfgApply}};
 
 } // namespace ctl

@@ -24,10 +24,11 @@ Config load(const std::string &path);
 // Equal for keys that the library takes as equal: those that differ in case at most.
 std::string folded(std::string_view key);
 
-void add_cfg_apply(Family &cfg);
-void add_cfg_diff(Family &cfg);
-void add_cfg_lint(Family &cfg);
-void add_cfg_queries(Family &cfg);
+// One source file each.
+extern const Verb kCfgApply[1];
+extern const Verb kCfgDiff[1];
+extern const Verb kCfgLint[1];
+extern const Verb kCfgQueries[4]; // get, list, count, section
 
 } // namespace ctl
 

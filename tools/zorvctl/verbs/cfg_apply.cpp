@@ -169,22 +169,23 @@ void apply(const ApplyArgs &args, Reply &reply)
         reply.line(format("%zu comment lines dropped", comments));
 }
 
+constexpr Option kOptions[] = {
+    option<&ApplyArgs::file>("FILE", "The configuration file").required(),
+    option<&ApplyArgs::settings>("--set", "KEY=VALUE; may be repeated, the last of a key wins")
+        .required(),
+    option<&ApplyArgs::dry_run>("--dry-run", "Show the changes and write nothing"),
+};
+
 } // namespace
 
-void add_cfg_apply(Family &cfg)
-{
-    const auto [app, args] = cfg.verb(
+constexpr Verb kCfgApply[1] = {
+    verb<apply>(
         "apply",
         "Set keys and replace the file, as a whole or not at all. The result is the library's own "
         "format: comments go, the mark of the misc region among them, with its entries settled. "
         "Mode and owner of the file stay",
         "zorvctl cfg apply --set radio.1.channel=36 --set radio.1.txpower=17 /tmp/system.cfg",
-        apply);
-    app.add_option("--set", args.settings, "KEY=VALUE; may be repeated, the last of a key wins")
-        ->required()
-        ->allow_extra_args(false);
-    app.add_flag("--dry-run", args.dry_run, "Show the changes and write nothing");
-    app.add_option("FILE", args.file, "The configuration file")->required();
-}
+        kOptions),
+};
 
 } // namespace ctl

@@ -51,17 +51,18 @@ void diff(const DiffArgs &args, Reply &reply)
         reply.exit = Exit::no;
 }
 
+constexpr Option kOptions[] = {
+    option<&DiffArgs::old_file>("OLD", "The configuration before").required(),
+    option<&DiffArgs::new_file>("NEW", "The configuration after").required(),
+};
+
 } // namespace
 
-void add_cfg_diff(Family &cfg)
-{
-    const auto [app, args] =
-        cfg.verb("diff",
-                 "Show what was added, changed and removed; exit 1 when something was. Keys that "
-                 "end in .comment do not count",
-                 "zorvctl cfg diff /tmp/running.cfg /tmp/system.cfg", diff);
-    app.add_option("OLD", args.old_file, "The configuration before")->required();
-    app.add_option("NEW", args.new_file, "The configuration after")->required();
-}
+constexpr Verb kCfgDiff[1] = {
+    verb<diff>("diff",
+               "Show what was added, changed and removed; exit 1 when something was. Keys that "
+               "end in .comment do not count",
+               "zorvctl cfg diff /tmp/running.cfg /tmp/system.cfg", kOptions),
+};
 
 } // namespace ctl

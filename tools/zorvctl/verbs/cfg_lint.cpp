@@ -117,14 +117,15 @@ void lint(const LintArgs &args, Reply &reply)
         reply.exit = Exit::no;
 }
 
+constexpr Option kOptions[] = {
+    option<&LintArgs::file>("FILE", "The configuration file").required(),
+};
+
 } // namespace
 
-void add_cfg_lint(Family &cfg)
-{
-    const auto [app, args] = cfg.verb(
-        "lint", "Name what the parser loses or keeps oddly; exit 1 when there is something",
-        "zorvctl cfg lint /tmp/system.cfg", lint);
-    app.add_option("FILE", args.file, "The configuration file")->required();
-}
+constexpr Verb kCfgLint[1] = {
+    verb<lint>("lint", "Name what the parser loses or keeps oddly; exit 1 when there is something",
+               "zorvctl cfg lint /tmp/system.cfg", kOptions),
+};
 
 } // namespace ctl

@@ -11,24 +11,10 @@ namespace {
 
 enum class Type { text, escaped, truth, int32, uint32, decimal, int64 };
 
-constexpr struct {
-    const char *flag;
-    Type type;
-    const char *description;
-} kTypes[] = {
-    {"--escaped", Type::escaped, "The value, for use between double quotes in a shell command"},
-    {"--bool", Type::truth, "A switch: exit 0 for on, 1 for off"},
-    {"--int", Type::int32, "A signed 32-bit number; 0x and a leading 0 tell its base"},
-    {"--uint", Type::uint32, "An unsigned 32-bit number, likewise"},
-    {"--dec", Type::decimal, "A signed 32-bit number in base 10"},
-    {"--int64", Type::int64, "A signed 64-bit number; 0x and a leading 0 tell its base"},
-};
-
 struct GetArgs {
     std::string file, key;
     std::optional<std::string> fallback;
     Type type = Type::text;
-    int types_given = 0;
 };
 
 struct ListArgs {
@@ -40,10 +26,7 @@ struct SectionArgs {
     std::string file, prefix;
     std::optional<std::string> postfix, value;
     bool enabled = false;
-};
-
-struct CountArgs : SectionArgs {
-    bool exact = false, section = false;
+    bool exact = false, section = false; // of the verb count
 };
 
 // A value as JSON and, byte for byte, as text.
@@ -98,8 +81,6 @@ std::optional<Found> look_up(Type type, cfg_entry *cfg, const std::string &key)
 
 void get(const GetArgs &args, Reply &reply)
 {
-    if (args.types_given > 1)
-        throw Failure(Exit::usage, "a value is read as one type, not several");
     const Config cfg = load(args.file);
     auto found = look_up(args.type, cfg.get(), args.key);
     reply.document.set("key", args.key).set("found", found.has_value());
@@ -178,7 +159,7 @@ void section(const SectionArgs &args, Reply &reply)
         reply.exit = Exit::no;
 }
 
-uint32_t count_section(const CountArgs &args, const cfg_entry *cfg)
+uint32_t count_section(const SectionArgs &args, const cfg_entry *cfg)
 {
     check_section(args);
     const char *const postfix = text_or_null(args.postfix);
@@ -187,7 +168,7 @@ uint32_t count_section(const CountArgs &args, const cfg_entry *cfg)
     return get_cfg_section_count(cfg, postfix, text_or_null(args.value), "%s", args.prefix.c_str());
 }
 
-void count(const CountArgs &args, Reply &reply)
+void count(const SectionArgs &args, Reply &reply)
 {
     const Config cfg = load(args.file);
     uint32_t number;
@@ -201,76 +182,69 @@ void count(const CountArgs &args, Reply &reply)
     reply.line(std::to_string(number));
 }
 
-void add_get(Family &cfg)
-{
-    const auto [app, args] = cfg.verb("get", "Print the value of a key; exit 1 when there is none",
-                                      "zorvctl cfg get /tmp/system.cfg radio.1.mode", get);
-    app.add_option("FILE", args.file, "The configuration file")->required();
-    app.add_option("KEY", args.key, "The key; case does not matter")->required();
-    app.add_option("--default", args.fallback, "Print this when there is no such value");
-    for (const auto &row : kTypes)
-        app.add_flag_callback(
-               row.flag,
-               [&args = args, wanted = row.type] {
-                   args.type = wanted;
-                   ++args.types_given;
-               },
-               row.description)
-            ->group("Read as, at most one of");
-}
+constexpr char kReadAs[] = "Read as, at most one of";
 
-void add_list(Family &cfg)
-{
-    const auto [app, args] = cfg.verb("list", "List the entries in the order of the file",
-                                      "zorvctl cfg list /tmp/system.cfg wireless.1.", list);
-    app.add_option("FILE", args.file, "The configuration file")->required();
-    const Option prefix = app.add_option(
-        "PREFIX", args.prefix, "What the keys begin with, in its case; exit 1 when none does");
-    app.add_flag("--exact", args.exact, "The whole key, in any case")->needs(prefix);
-}
-
-void add_section_options(Options app, SectionArgs &args)
-{
-    app.add_option("--postfix", args.postfix, "What follows the index, from its \".\" on");
-    const Option value = app.add_option("--value", args.value, "Only entries of this value");
-    app.add_flag("--enabled", args.enabled, "Only entries whose value says on")->excludes(value);
-}
-
-void add_section(Family &cfg)
-{
-    const auto [app, args] =
-        cfg.verb("section", "List the keys PREFIX, index, postfix in natural order: 2 before 10",
-                 "zorvctl cfg section /tmp/system.cfg vlan. --postfix .id", section);
-    app.add_option("FILE", args.file, "The configuration file")->required();
-    app.add_option("PREFIX", args.prefix, "The keys up to the index, with the \".\"")->required();
-    add_section_options(app, args);
-}
-
-void add_count(Family &cfg)
-{
-    const auto [app, args] = cfg.verb(
-        "count", "Count the entries, those of a prefix, or those of a section",
-        "zorvctl cfg count /tmp/system.cfg wireless. --section --postfix .status --enabled", count);
-    app.add_option("FILE", args.file, "The configuration file")->required();
-    const Option prefix = app.add_option("PREFIX", args.prefix, "What the keys begin with");
-    const Option exact =
-        app.add_flag("--exact", args.exact, "The whole key, in any case")->needs(prefix);
-    const Option section =
-        app.add_flag("--section", args.section, "Count as the verb section lists");
-    section->needs(prefix)->excludes(exact);
-    add_section_options(app, args);
-    for (const char *name : {"--postfix", "--value", "--enabled"})
-        app.get_option(name)->needs(section);
-}
+constexpr Option kGet[] = {
+    option<&GetArgs::file>("FILE", "The configuration file").required(),
+    option<&GetArgs::key>("KEY", "The key; case does not matter").required(),
+    option<&GetArgs::fallback>("--default", "Print this when there is no such value"),
+    choice<&GetArgs::type, Type::escaped>(
+        "--escaped", "The value, for use between double quotes in a shell command")
+        .one_of(kReadAs),
+    choice<&GetArgs::type, Type::truth>("--bool", "A switch: exit 0 for on, 1 for off")
+        .one_of(kReadAs),
+    choice<&GetArgs::type, Type::int32>("--int",
+                                        "A signed 32-bit number; 0x and a leading 0 tell its base")
+        .one_of(kReadAs),
+    choice<&GetArgs::type, Type::uint32>("--uint", "An unsigned 32-bit number, likewise")
+        .one_of(kReadAs),
+    choice<&GetArgs::type, Type::decimal>("--dec", "A signed 32-bit number in base 10")
+        .one_of(kReadAs),
+    choice<&GetArgs::type, Type::int64>("--int64",
+                                        "A signed 64-bit number; 0x and a leading 0 tell its base")
+        .one_of(kReadAs),
+};
+constexpr Option kList[] = {
+    option<&ListArgs::file>("FILE", "The configuration file").required(),
+    option<&ListArgs::prefix>("PREFIX",
+                              "What the keys begin with, in its case; exit 1 when none does"),
+    option<&ListArgs::exact>("--exact", "The whole key, in any case").needs("PREFIX"),
+};
+constexpr Option kCount[] = {
+    option<&SectionArgs::file>("FILE", "The configuration file").required(),
+    option<&SectionArgs::prefix>("PREFIX", "What the keys begin with"),
+    option<&SectionArgs::exact>("--exact", "The whole key, in any case").needs("PREFIX"),
+    option<&SectionArgs::section>("--section", "Count as the verb section lists")
+        .needs("PREFIX")
+        .excludes("--exact"),
+    option<&SectionArgs::postfix>("--postfix", "What follows the index, from its \".\" on")
+        .needs("--section"),
+    option<&SectionArgs::value>("--value", "Only entries of this value").needs("--section"),
+    option<&SectionArgs::enabled>("--enabled", "Only entries whose value says on")
+        .needs("--section")
+        .excludes("--value"),
+};
+constexpr Option kSection[] = {
+    option<&SectionArgs::file>("FILE", "The configuration file").required(),
+    option<&SectionArgs::prefix>("PREFIX", "The keys up to the index, with the \".\"").required(),
+    option<&SectionArgs::postfix>("--postfix", "What follows the index, from its \".\" on"),
+    option<&SectionArgs::value>("--value", "Only entries of this value"),
+    option<&SectionArgs::enabled>("--enabled", "Only entries whose value says on")
+        .excludes("--value"),
+};
 
 } // namespace
 
-void add_cfg_queries(Family &cfg)
-{
-    add_get(cfg);
-    add_list(cfg);
-    add_count(cfg);
-    add_section(cfg);
-}
+constexpr Verb kCfgQueries[4] = {
+    verb<get>("get", "Print the value of a key; exit 1 when there is none",
+              "zorvctl cfg get /tmp/system.cfg radio.1.mode", kGet),
+    verb<list>("list", "List the entries in the order of the file",
+               "zorvctl cfg list /tmp/system.cfg wireless.1.", kList),
+    verb<count>("count", "Count the entries, those of a prefix, or those of a section",
+                "zorvctl cfg count /tmp/system.cfg wireless. --section --postfix .status --enabled",
+                kCount),
+    verb<section>("section", "List the keys PREFIX, index, postfix in natural order: 2 before 10",
+                  "zorvctl cfg section /tmp/system.cfg vlan. --postfix .id", kSection),
+};
 
 } // namespace ctl

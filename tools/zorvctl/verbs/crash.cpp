@@ -11,7 +11,6 @@
 #include <zorv/json.h>
 
 #include "base/cli.h"
-#include "families.h"
 #include "telemetry/crash_store.h"
 #include "telemetry/report_gate.h"
 
@@ -173,14 +172,9 @@ bool is_on_path(const char *program)
     return false;
 }
 
-void add_crash(Cli &cli)
-{
-    Family crash = cli.family("crash", "Crash reports, crash logs and dumps");
-    add_crash_status(crash);
-    add_crash_report(crash);
-    add_crash_logs(crash);
-    add_crash_deliver(crash);
-    add_crash_prune(crash);
-}
+extern const Family crash_family = {
+    "crash",
+    "Crash reports, crash logs and dumps",
+    {kCrashStatus, kCrashReport, kCrashLogs, kCrashDeliver, kCrashPrune}};
 
 } // namespace ctl

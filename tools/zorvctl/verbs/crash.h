@@ -7,12 +7,10 @@
 
 #include <sys/types.h>
 
-#include "base/output.h"
+#include "base/cli.h"
 #include "core/own.h"
 
 namespace ctl {
-
-class Family;
 
 // One of the files that hold reports back.
 struct Gate {
@@ -87,11 +85,11 @@ private:
 bool is_on_path(const char *program);
 
 // One source file each.
-void add_crash_status(Family &crash);  // status
-void add_crash_report(Family &crash);  // report, dump
-void add_crash_logs(Family &crash);    // logs, next, finish
-void add_crash_deliver(Family &crash); // deliver
-void add_crash_prune(Family &crash);   // prune
+extern const Verb kCrashStatus[1];
+extern const Verb kCrashReport[2]; // report, dump
+extern const Verb kCrashLogs[3];   // logs, next, finish
+extern const Verb kCrashDeliver[1];
+extern const Verb kCrashPrune[1];
 
 } // namespace ctl
 

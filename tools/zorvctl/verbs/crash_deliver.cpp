@@ -4,11 +4,11 @@
 // has come: it opens the meta of a log before, and closes it when done with the log.
 #include <zorv/crash.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <map>
 #include <optional>
-#include <sstream>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -20,10 +20,6 @@
 #include <zorv/format.h>
 #include <zorv/log.h>
 
-#ifdef ZORVCTL_BAR
-#include <biosoup/progress_bar.hpp>
-#endif
-
 #include "base/cli.h"
 #include "crash.h"
 #include "telemetry/crash_store.h"
@@ -31,23 +27,7 @@
 namespace ctl {
 namespace {
 
-#ifdef ZORVCTL_BAR
-using Ticks = biosoup::ProgressBar;
-#else
-// Where the system has no package of that library, the count has to do.
-class Ticks {
-public:
-    Ticks(uint32_t events, uint32_t) : events_(events) {}
-    void operator++() { ++counter_; }
-    uint32_t event_counter() const { return counter_; }
-    uint32_t num_events() const { return events_; }
-
-private:
-    uint32_t events_, counter_ = 0;
-};
-#endif
-
-constexpr uint32_t kTicks = 24; // of the bar
+constexpr size_t kTicks = 24; // of the bar
 
 struct DeliverArgs {
     std::string uplink;
@@ -56,22 +36,21 @@ struct DeliverArgs {
 // Of how many the result is known, on a terminal. Lines are the reply's.
 class Bar {
 public:
-    Bar(size_t total, Reply &reply) : bar_(static_cast<uint32_t>(total), kTicks), reply_(reply) {}
+    Bar(size_t total, Reply &reply) : total_(total), reply_(reply) {}
 
-    void advance() { ++bar_; }
+    void advance() { ++count_; }
 
     void draw(const std::string &name)
     {
-        std::ostringstream line;
-#ifdef ZORVCTL_BAR
-        line << '[' << bar_ << "] ";
-#endif
-        line << bar_.event_counter() << '/' << bar_.num_events() << ' ' << printable(name);
+        const size_t ticks = std::min(count_ * kTicks / total_, kTicks);
+        const std::string line = "[" + std::string(ticks, '=') + std::string(kTicks - ticks, ' ') +
+                                 "] " + std::to_string(count_) + "/" + std::to_string(total_) +
+                                 " " + printable(name);
         winsize window = {};
         ioctl(STDOUT_FILENO, TIOCGWINSZ, &window);
         const size_t columns =
             window.ws_col > 1 ? window.ws_col - 1U : 79; // the last one would wrap
-        reply_.text = "\r\x1b[K" + line.str().substr(0, columns);
+        reply_.text = "\r\x1b[K" + line.substr(0, columns);
         reply_.flush();
     }
 
@@ -82,7 +61,7 @@ public:
     }
 
 private:
-    Ticks bar_;
+    size_t total_, count_ = 0;
     Reply &reply_;
 };
 
@@ -277,13 +256,15 @@ void deliver_all(const DeliverArgs &args, Reply &reply)
     results.finish();
 }
 
+constexpr Option kOptions[] = {
+    option<&DeliverArgs::uplink>("--uplink", "Model of the uplink, for logs that are new"),
+};
+
 } // namespace
 
-void add_crash_deliver(Family &crash)
-{
-    const auto [app, args] = crash.verb("deliver", "Deliver the store's logs to the crash service",
-                                        "zorvctl crash deliver --uplink QX-4", deliver_all);
-    app.add_option("--uplink", args.uplink, "Model of the uplink, for logs that are new");
-}
+constexpr Verb kCrashDeliver[1] = {
+    verb<deliver_all>("deliver", "Deliver the store's logs to the crash service",
+                      "zorvctl crash deliver --uplink QX-4", kOptions),
+};
 
 } // namespace ctl

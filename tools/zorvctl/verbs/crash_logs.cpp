@@ -14,8 +14,6 @@
 namespace ctl {
 namespace {
 
-struct NoArgs {};
-
 struct NextArgs {
     std::string file;
 };
@@ -90,22 +88,21 @@ void finish(const FinishArgs &args, Reply &reply)
     reply.line("finished " + printable(args.name));
 }
 
+constexpr Option kNext[] = {
+    option<&NextArgs::file>("--file", "Put the log itself into this file"),
+};
+constexpr Option kFinish[] = {
+    option<&FinishArgs::name>("NAME", "The log, as `next` names it").required(),
+};
+
 } // namespace
 
-void add_crash_logs(Family &crash)
-{
-    crash.verb("logs", "List the store of crash logs", "zorvctl crash logs", logs);
-    {
-        const auto [app, args] =
-            crash.verb("next", "Print what is known of the first log for the local management",
-                       "zorvctl crash next --file /tmp/log.tgz", next);
-        app.add_option("--file", args.file, "Put the log itself into this file");
-    }
-    {
-        const auto [app, args] = crash.verb("finish", "Mark a log as known to the local management",
-                                            "zorvctl crash finish log-17.tgz", finish);
-        app.add_option("NAME", args.name, "The log, as `next` names it")->required();
-    }
-}
+constexpr Verb kCrashLogs[3] = {
+    verb<logs>("logs", "List the store of crash logs", "zorvctl crash logs"),
+    verb<next>("next", "Print what is known of the first log for the local management",
+               "zorvctl crash next --file /tmp/log.tgz", kNext),
+    verb<finish>("finish", "Mark a log as known to the local management",
+                 "zorvctl crash finish log-17.tgz", kFinish),
+};
 
 } // namespace ctl

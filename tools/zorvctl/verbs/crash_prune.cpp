@@ -257,23 +257,22 @@ void prune(const PruneArgs &args, Reply &reply)
             format("%td kept for the local management, which has not finished them", unfinished));
 }
 
+constexpr Option kOptions[] = {
+    option<&PruneArgs::keep>("--keep", "How many of them to keep")
+        .excludes("--max-size", "--max-age"),
+    option<&PruneArgs::max_size>("--max-size", "Bytes that the whole store may have")
+        .excludes("--max-age"),
+    option<&PruneArgs::max_age>("--max-age", "Days that they may be old"),
+    option<&PruneArgs::unfinished>("--unfinished", "Also those that the local management has not"),
+    option<&PruneArgs::dry_run>("--dry-run", "Show what would go, and remove nothing"),
+};
+
 } // namespace
 
-void add_crash_prune(Family &crash)
-{
-    const auto [app, args] = crash.verb(
-        "prune",
-        "Remove the oldest logs that the service has, or never gets, and that are finished",
-        "zorvctl crash prune --max-size 1000000 --dry-run", prune);
-    const Option keep = app.add_option("--keep", args.keep, "How many of them to keep");
-    const Option size =
-        app.add_option("--max-size", args.max_size, "Bytes that the whole store may have");
-    size->excludes(keep);
-    app.add_option("--max-age", args.max_age, "Days that they may be old")
-        ->excludes(keep)
-        ->excludes(size);
-    app.add_flag("--unfinished", args.unfinished, "Also those that the local management has not");
-    app.add_flag("--dry-run", args.dry_run, "Show what would go, and remove nothing");
-}
+constexpr Verb kCrashPrune[1] = {
+    verb<prune>("prune",
+                "Remove the oldest logs that the service has, or never gets, and that are finished",
+                "zorvctl crash prune --max-size 1000000 --dry-run", kOptions),
+};
 
 } // namespace ctl

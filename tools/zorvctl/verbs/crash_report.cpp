@@ -2,7 +2,6 @@
 #include <zorv/crash.h>
 
 #include <algorithm>
-#include <map>
 #include <optional>
 
 #include <unistd.h>
@@ -94,15 +93,15 @@ void report(const ReportArgs &args, Reply &reply)
 }
 
 // It becomes part of a shell's command line.
-std::string check_name(const std::string &name)
+void check_name(const std::string &name)
 {
     if (name.empty() || name.find_first_not_of(kNameCharacters) != name.npos)
-        return "--name: only A-Z a-z 0-9 . _ - may be in it";
-    return "";
+        throw Misuse("--name: only A-Z a-z 0-9 . _ - may be in it");
 }
 
 void dump(const DumpArgs &args, Reply &reply)
 {
+    check_name(args.name);
     if (args.type != kRamDump && (!args.pid || !args.signal))
         throw Failure(Exit::usage, "a dump of a process needs --pid and --signal");
     expect_open_gates();
@@ -127,31 +126,28 @@ void dump(const DumpArgs &args, Reply &reply)
         reply.line(format("reported without the bytes: no 1 in %s", zorv::kUploadAllowed));
 }
 
+constexpr Option kReport[] = {
+    option<&ReportArgs::dry_run>("--dry-run", "Show the report, and send nothing"),
+};
+constexpr Option kDump[] = {
+    option<&DumpArgs::file>("FILE", "The bytes; - is the standard input"),
+    option<&DumpArgs::name>("--name", "Of the process, or of the RAM dump; A-Za-z0-9._-")
+        .required(),
+    option<&DumpArgs::type>("--type", "core unless given; a ram dump has no process")
+        .words("core|app|oom|ram"),
+    option<&DumpArgs::pid>("--pid", "Of the process"),
+    option<&DumpArgs::signal>("--signal", "That ended it"),
+    option<&DumpArgs::crashes>("--crashes", "Of that program so far, 1 unless given"),
+    option<&DumpArgs::uptime>("--uptime", "Seconds that it ran, 0 unless given"),
+};
+
 } // namespace
 
-void add_crash_report(Family &crash)
-{
-    {
-        const auto [app, args] =
-            crash.verb("report", "Report the kernel's oops, once until the next reboot",
-                       "zorvctl crash report --dry-run", report);
-        app.add_flag("--dry-run", args.dry_run, "Show the report, and send nothing");
-    }
-    {
-        const auto [app, args] = crash.verb(
-            "dump", "Report a binary dump, and upload its bytes",
-            "zorvctl crash dump --name hostapd --pid 812 --signal 11 /tmp/core.812", dump);
-        app.add_option("FILE", args.file, "The bytes; - is the standard input");
-        app.add_option("--name", args.name, "Of the process, or of the RAM dump")
-            ->required()
-            ->check(check_name, "A-Za-z0-9._-");
-        app.add_option("--type", args.type, "core unless given; a ram dump has no process")
-            ->transform({{"core", 0}, {"app", 1}, {"oom", 2}, {"ram", kRamDump}});
-        app.add_option("--pid", args.pid, "Of the process");
-        app.add_option("--signal", args.signal, "That ended it");
-        app.add_option("--crashes", args.crashes, "Of that program so far")->capture_default_str();
-        app.add_option("--uptime", args.uptime, "Seconds that it ran")->capture_default_str();
-    }
-}
+constexpr Verb kCrashReport[2] = {
+    verb<report>("report", "Report the kernel's oops, once until the next reboot",
+                 "zorvctl crash report --dry-run", kReport),
+    verb<dump>("dump", "Report a binary dump, and upload its bytes",
+               "zorvctl crash dump --name hostapd --pid 812 --signal 11 /tmp/core.812", kDump),
+};
 
 } // namespace ctl

@@ -16,8 +16,6 @@
 namespace ctl {
 namespace {
 
-struct StatusArgs {};
-
 const char *environment()
 {
     switch (get_kelo_env_limit_prod()) {
@@ -134,7 +132,7 @@ void show_logs(const std::vector<CrashLog> &logs, Reply &reply, Reasons &reasons
         reasons.add("logs: none");
 }
 
-void status(const StatusArgs &, Reply &reply)
+void status(const NoArgs &, Reply &reply)
 {
     const std::vector<CrashLog> logs = list_logs();
     Reasons reasons(logs);
@@ -146,10 +144,9 @@ void status(const StatusArgs &, Reply &reply)
 
 } // namespace
 
-void add_crash_status(Family &crash)
-{
-    crash.verb("status", "Tell what may be sent, where to, and why nothing is being sent",
-               "zorvctl crash status", status);
-}
+constexpr Verb kCrashStatus[1] = {
+    verb<status>("status", "Tell what may be sent, where to, and why nothing is being sent",
+                 "zorvctl crash status"),
+};
 
 } // namespace ctl

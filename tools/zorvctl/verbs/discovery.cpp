@@ -18,7 +18,6 @@
 #include "core/own.h"
 #include "datagram_check.h"
 #include "datagram_files.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -46,8 +45,6 @@ struct DecodeArgs {
     std::string key;
     uint16_t last_sequence = 0;
 };
-
-struct NoArgs {};
 
 // Releases what libevent hands out.
 struct FreeEvent {
@@ -356,45 +353,41 @@ void check_init(const NoArgs & /*none*/, Reply &reply)
         reply.exit = Exit::no;
 }
 
+constexpr Option kListen[] = {
+    option<&ListenArgs::methods>("--method", "Only messages of this method; may be repeated"),
+    option<&ListenArgs::count>("--count",
+                               "End after so many messages; exit status 1 when fewer came"),
+    option<&ListenArgs::timeout>("--timeout", "End after so many seconds").range(0, 1e9),
+};
+constexpr Option kSend[] = {
+    option<&SendArgs::texts>("TEXT", "The messages").required(),
+    option<&SendArgs::method>("--method", "The method's number").required(),
+    option<&SendArgs::type>("--type", "The type's number, 0 by default"),
+    option<&SendArgs::nul>("--nul", "End each message with a NUL byte"),
+    option<&SendArgs::plain>("--plain", "Do not encrypt; receivers reject such messages"),
+};
+constexpr Option kDecode[] = {
+    option<&DecodeArgs::path>("FILE", "A datagram as it was received, or a pcap file"),
+    option<&DecodeArgs::key>("--key", "The site key; by default this device's"),
+    option<&DecodeArgs::last_sequence>("--last", "The sequence accepted last, 0 by default"),
+    option<&DecodeArgs::hex>("--hex", "A datagram as hexadecimal text"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<listen>("listen", "Show accepted messages, until interrupted",
+                 "zorvctl discovery listen --method 5 --count 1 --timeout 10", kListen),
+    verb<send>("send", "Send messages to the group",
+               "zorvctl discovery send --method 5 --type 1 hello", kSend),
+    verb<decode>("decode", "Decode datagrams, and say which check one fails",
+                 "zorvctl discovery decode --key 000102030405060708090a0b0c0d0e0f capture.pcap",
+                 kDecode),
+    verb<check_init>("init-check", "Start discovery and say what it found, then stop it",
+                     "zorvctl discovery init-check"),
+};
+
 } // namespace
 
-void add_discovery(Cli &cli)
-{
-    Family family = cli.family("discovery", "Messages between the devices of the site");
-
-    auto listen_verb = family.verb<ListenArgs>(
-        "listen", "Show accepted messages, until interrupted",
-        "zorvctl discovery listen --method 5 --count 1 --timeout 10", listen);
-    listen_verb.app.add_option("--method", listen_verb.args.methods,
-                               "Only messages of this method; may be repeated");
-    listen_verb.app.add_option("--count", listen_verb.args.count,
-                               "End after so many messages; exit status 1 when fewer came");
-    listen_verb.app.add_option("--timeout", listen_verb.args.timeout, "End after so many seconds")
-        ->check_range(0, 1e9);
-
-    auto send_verb =
-        family.verb<SendArgs>("send", "Send messages to the group",
-                              "zorvctl discovery send --method 5 --type 1 hello", send);
-    send_verb.app.add_option("--method", send_verb.args.method, "The method's number")->required();
-    send_verb.app.add_option("--type", send_verb.args.type, "The type's number, 0 by default");
-    send_verb.app.add_flag("--nul", send_verb.args.nul, "End each message with a NUL byte");
-    send_verb.app.add_flag("--plain", send_verb.args.plain,
-                           "Do not encrypt; receivers reject such messages");
-    send_verb.app.add_option("text", send_verb.args.texts, "The messages")->required();
-
-    auto decode_verb = family.verb<DecodeArgs>(
-        "decode", "Decode datagrams, and say which check one fails",
-        "zorvctl discovery decode --key 000102030405060708090a0b0c0d0e0f capture.pcap", decode);
-    decode_verb.app.add_option("--key", decode_verb.args.key,
-                               "The site key; by default this device's");
-    decode_verb.app.add_option("--last", decode_verb.args.last_sequence,
-                               "The sequence accepted last, 0 by default");
-    decode_verb.app.add_option("--hex", decode_verb.args.hex, "A datagram as hexadecimal text");
-    decode_verb.app.add_option("file", decode_verb.args.path,
-                               "A datagram as it was received, or a pcap file");
-
-    family.verb<NoArgs>("init-check", "Start discovery and say what it found, then stop it",
-                        "zorvctl discovery init-check", check_init);
-}
+extern const Family discovery_family = {
+    "discovery", "Messages between the devices of the site", {kVerbs}};
 
 } // namespace ctl

@@ -4,12 +4,9 @@
 #include <vector>
 
 #include "base/cli.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
-
-struct NoArgs {};
 
 bool has_key(const Thing &thing)
 {
@@ -72,12 +69,13 @@ void doctor(const NoArgs & /*none*/, Reply &reply)
     show_verdict(off, all_is_sent, reply);
 }
 
+constexpr Verb kVerbs[] = {
+    verb<doctor>("doctor", "Tell what is off on the unit, and why nothing is being sent",
+                 "zorvctl doctor"),
+};
+
 } // namespace
 
-void add_doctor(Cli &cli)
-{
-    cli.root().verb("doctor", "Tell what is off on the unit, and why nothing is being sent",
-                    "zorvctl doctor", doctor);
-}
+extern const Family doctor_family = {nullptr, nullptr, {kVerbs}};
 
 } // namespace ctl

@@ -11,7 +11,6 @@
 #include "base/cli.h"
 #include "core/own.h"
 #include "exec/syswrapper.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -95,25 +94,23 @@ void exec_explain(const ExecArgs &args, Reply &reply)
     reply.table("vector", slots, {"slot", "text", "passed"});
 }
 
-void add_words(const Verb<ExecArgs> &verb)
-{
-    verb.app.add_option("WORD", verb.args.word, "The script's first argument")->required();
-    verb.app.add_option(
-        "ARG", verb.args.arguments,
-        "Further arguments, up to 48; \"--\" before the first lets them begin with \"-\"");
-}
+constexpr Option kWords[] = {
+    option<&ExecArgs::word>("WORD", "The script's first argument").required(),
+    option<&ExecArgs::arguments>(
+        "ARG", "Further arguments, up to 48; \"--\" before the first lets them begin with \"-\""),
+    option<&ExecArgs::no_wait>("--no-wait", "Detach the script and return at once"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<exec_run>("run", "Run the system script; its exit code is not known",
+                   "zorvctl exec run --no-wait reload", kWords),
+    verb<exec_explain>("explain", "Show the script and its vector, and what would be cut",
+                       "zorvctl exec explain save-config -- -f", std::span(kWords).first(2)),
+};
 
 } // namespace
 
-void add_exec(Cli &cli)
-{
-    Family exec = cli.family("exec", "Run the system script, or show what would run");
-    const auto run = exec.verb("run", "Run the system script; its exit code is not known",
-                               "zorvctl exec run --no-wait reload", exec_run);
-    run.app.add_flag("--no-wait", run.args.no_wait, "Detach the script and return at once");
-    add_words(run);
-    add_words(exec.verb("explain", "Show the script and its vector, and what would be cut",
-                        "zorvctl exec explain save-config -- -f", exec_explain));
-}
+extern const Family exec_family = {
+    "exec", "Run the system script, or show what would run", {kVerbs}};
 
 } // namespace ctl

@@ -10,7 +10,6 @@
 #include <zorv/file.h>
 
 #include "base/cli.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -99,33 +98,33 @@ void add(const AddArgs &args, Reply &reply)
     reply.line(std::to_string(sum));
 }
 
+constexpr Option kGet[] = {
+    option<&GetArgs::file>("FILE", "The file").required(),
+    option<&GetArgs::key>("KEY", "The first word of its line, whole and in its case"),
+    option<&GetArgs::fallback>("--default", "Print this when there is no such value"),
+};
+constexpr Option kSet[] = {
+    option<&SetArgs::file>("FILE", "The file; created if it is missing").required(),
+    option<&SetArgs::value>("VALUE", "The line").required(),
+};
+constexpr Option kAdd[] = {
+    option<&AddArgs::file>("FILE", "The file; created if it is missing").required(),
+    option<&AddArgs::delta>("DELTA", "What to add; may be negative").required(),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<get>("get",
+              "Print the first line, or the value of a key in lines \"key value\" or key=value",
+              "zorvctl file get /proc/meminfo MemTotal:", kGet),
+    verb<set>("set", "Replace the content by one line, in place",
+              "zorvctl file set /var/run/ntp.ready 1", kSet),
+    verb<add>("add", "Add to the number in a file, and print the sum; no file counts as 0",
+              "zorvctl file add /var/run/reboots 1", kAdd),
+};
+
 } // namespace
 
-void add_file(Cli &cli)
-{
-    Family file = cli.family("file", "Read and change state files of one value or of keyed lines");
-    {
-        const auto [app, args] = file.verb(
-            "get",
-            "Print the first line, or the value of a key in lines \"key value\" or key=value",
-            "zorvctl file get /proc/meminfo MemTotal:", get);
-        app.add_option("FILE", args.file, "The file")->required();
-        app.add_option("KEY", args.key, "The first word of its line, whole and in its case");
-        app.add_option("--default", args.fallback, "Print this when there is no such value");
-    }
-    {
-        const auto [app, args] = file.verb("set", "Replace the content by one line, in place",
-                                           "zorvctl file set /var/run/ntp.ready 1", set);
-        app.add_option("FILE", args.file, "The file; created if it is missing")->required();
-        app.add_option("VALUE", args.value, "The line")->required();
-    }
-    {
-        const auto [app, args] =
-            file.verb("add", "Add to the number in a file, and print the sum; no file counts as 0",
-                      "zorvctl file add /var/run/reboots 1", add);
-        app.add_option("FILE", args.file, "The file; created if it is missing")->required();
-        app.add_option("DELTA", args.delta, "What to add; may be negative")->required();
-    }
-}
+extern const Family file_family = {
+    "file", "Read and change state files of one value or of keyed lines", {kVerbs}};
 
 } // namespace ctl

@@ -6,7 +6,6 @@
 
 #include "base/cli.h"
 #include "base/text_file.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -50,13 +49,17 @@ void hash(const HashArgs &args, Reply &reply)
     reply.document.set("digests", digests);
 }
 
+constexpr Option kOptions[] = {
+    option<&HashArgs::files>("FILE", "The files; - is the standard input").required(),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<hash>("hash", "Print SHA-256 digests of files", "zorvctl hash /etc/persistent/cfg/mgmt",
+               kOptions),
+};
+
 } // namespace
 
-void add_hash(Cli &cli)
-{
-    const auto [app, args] = cli.root().verb("hash", "Print SHA-256 digests of files",
-                                             "zorvctl hash /etc/persistent/cfg/mgmt", hash);
-    app.add_option("FILE", args.files, "The files; - is the standard input")->required();
-}
+extern const Family hash_family = {nullptr, nullptr, {kVerbs}};
 
 } // namespace ctl

@@ -11,7 +11,6 @@
 #include "base/cli.h"
 #include "base/text_file.h"
 #include "core/own.h"
-#include "families.h"
 #include "net/libcurl.h"
 
 namespace ctl {
@@ -187,45 +186,33 @@ void run(const HttpArgs &args, Reply &reply)
     request(curl_simple_method_str[Method], args, reply);
 }
 
-void add_options(Options app, HttpArgs &args)
-{
-    app.add_option("URL", args.url, "Where to")->required();
-    app.add_option("--header", args.headers, "A header line; may be repeated")
-        ->allow_extra_args(false);
-    app.add_option("--max", args.max, "Bytes of the body to keep")->capture_default_str();
-    const Option doh =
-        app.add_flag("--doh", args.doh, "Look the host up by the DNS-over-HTTPS resolvers");
-    app.add_flag("--doh-fallback", args.fallback, "Then by the system's when they do not know it")
-        ->needs(doh);
-    app.add_flag("--trace", args.trace, "Show each attempt, and the library's debug messages");
-}
+// GET takes all but the last.
+constexpr Option kOptions[] = {
+    option<&HttpArgs::url>("URL", "Where to").required(),
+    option<&HttpArgs::headers>("--header", "A header line; may be repeated"),
+    option<&HttpArgs::max>("--max", "Bytes of the body to keep, 1048576 unless given"),
+    option<&HttpArgs::doh>("--doh", "Look the host up by the DNS-over-HTTPS resolvers"),
+    option<&HttpArgs::fallback>("--doh-fallback", "Then by the system's when they do not know it")
+        .needs("--doh"),
+    option<&HttpArgs::trace>("--trace", "Show each attempt, and the library's debug messages"),
+    option<&HttpArgs::data>("--data", "The body, or @ and a file that holds it"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<run<0>>("get", "Fetch a document, and show what became of it",
+                 "zorvctl http get https://cloud.example/status",
+                 std::span(kOptions).first(std::size(kOptions) - 1)),
+    verb<run<1>>("post", "Send data with POST",
+                 "zorvctl http post https://cloud.example/in --data @report.json "
+                 "--header 'Content-Type: application/json'",
+                 kOptions),
+    verb<run<2>>("put", "Send data with PUT",
+                 "zorvctl http put https://cloud.example/name --data office", kOptions),
+};
 
 } // namespace
 
-void add_http(Cli &cli)
-{
-    Family http = cli.family("http", "Send one HTTP request with the library's client");
-    {
-        const auto [app, args] = http.verb("get", "Fetch a document, and show what became of it",
-                                           "zorvctl http get https://cloud.example/status", run<0>);
-        add_options(app, args);
-    }
-    {
-        const auto [app, args] =
-            http.verb("post", "Send data with POST",
-                      "zorvctl http post https://cloud.example/in --data @report.json "
-                      "--header 'Content-Type: application/json'",
-                      run<1>);
-        add_options(app, args);
-        app.add_option("--data", args.data, "The body, or @ and a file that holds it");
-    }
-    {
-        const auto [app, args] =
-            http.verb("put", "Send data with PUT",
-                      "zorvctl http put https://cloud.example/name --data office", run<2>);
-        add_options(app, args);
-        app.add_option("--data", args.data, "The body, or @ and a file that holds it");
-    }
-}
+extern const Family http_family = {
+    "http", "Send one HTTP request with the library's client", {kVerbs}};
 
 } // namespace ctl

@@ -7,7 +7,6 @@
 
 #include "base/cli.h"
 #include "core/own.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -105,22 +104,21 @@ void pci(const PciArgs &args, Reply &reply)
     reply.exit = count > 0 ? Exit::done : Exit::no;
 }
 
+constexpr Option kEeprom[] = {
+    option<&EepromArgs::file>("--output", "Write the 65536 bytes into this file"),
+};
+constexpr Option kPci[] = {
+    option<&PciArgs::vendor>("--vendor", "The vendor id in hexadecimal, 168c unless given"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<eeprom>("eeprom", "Show the EEPROM image, or save it in a file",
+                 "zorvctl hw eeprom --output /tmp/eeprom.bin", kEeprom),
+    verb<pci>("pci", "List the PCI devices of a vendor", "zorvctl hw pci --vendor 168c", kPci),
+};
+
 } // namespace
 
-void add_hw(Cli &cli)
-{
-    Family hw = cli.family("hw", "Read the hardware: EEPROM and PCI");
-    {
-        const auto [app, args] = hw.verb("eeprom", "Show the EEPROM image, or save it in a file",
-                                         "zorvctl hw eeprom --output /tmp/eeprom.bin", eeprom);
-        app.add_option("--output", args.file, "Write the 65536 bytes into this file");
-    }
-    {
-        const auto [app, args] =
-            hw.verb("pci", "List the PCI devices of a vendor", "zorvctl hw pci --vendor 168c", pci);
-        app.add_option("--vendor", args.vendor, "The vendor id in hexadecimal")
-            ->capture_default_str();
-    }
-}
+extern const Family hw_family = {"hw", "Read the hardware: EEPROM and PCI", {kVerbs}};
 
 } // namespace ctl

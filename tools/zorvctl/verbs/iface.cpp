@@ -10,7 +10,6 @@
 
 #include "base/cli.h"
 #include "core/own.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -20,8 +19,6 @@ using Names = std::unique_ptr<struct if_nameindex, zorv::Closer<if_freenameindex
 struct NameArgs {
     std::string name;
 };
-
-struct NoArgs {};
 
 Value address_or_null(const char *name)
 {
@@ -89,25 +86,24 @@ void uplink(const NoArgs &, Reply &reply)
     reply.exit = found ? Exit::done : Exit::no;
 }
 
+constexpr Option kShow[] = {
+    option<&NameArgs::name>("NAME", "The interface; all without it"),
+};
+constexpr Option kUp[] = {
+    option<&NameArgs::name>("NAME", "The interface").required(),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<show>("show", "List an interface, or all, with index, state and IPv4 address",
+               "zorvctl iface show br0", kShow),
+    verb<up>("up", "Tell whether an interface is up: exit status 0, or 1 when it is not",
+             "zorvctl iface up eth0", kUp),
+    verb<uplink>("uplink", "Show what leads out, as the network scripts tell it",
+                 "zorvctl iface uplink"),
+};
+
 } // namespace
 
-void add_iface(Cli &cli)
-{
-    Family iface = cli.family("iface", "Show network interfaces and the uplink");
-    {
-        const auto [app, args] =
-            iface.verb("show", "List an interface, or all, with index, state and IPv4 address",
-                       "zorvctl iface show br0", show);
-        app.add_option("NAME", args.name, "The interface; all without it");
-    }
-    {
-        const auto [app, args] =
-            iface.verb("up", "Tell whether an interface is up: exit status 0, or 1 when it is not",
-                       "zorvctl iface up eth0", up);
-        app.add_option("NAME", args.name, "The interface")->required();
-    }
-    iface.verb("uplink", "Show what leads out, as the network scripts tell it",
-               "zorvctl iface uplink", uplink);
-}
+extern const Family iface_family = {"iface", "Show network interfaces and the uplink", {kVerbs}};
 
 } // namespace ctl

@@ -9,7 +9,6 @@
 #include "base/cli.h"
 #include "base/text_file.h"
 #include "core/own.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -76,19 +75,20 @@ void get(const GetArgs &args, Reply &reply)
     reply.line(json_is_string(value.get()) ? json_string_value(value.get()) : value.dump());
 }
 
+constexpr Option kGet[] = {
+    option<&GetArgs::file>("FILE", "The file").required(),
+    option<&GetArgs::keys>(
+        "KEY", "The keys that lead to it, from the outside in; into an array, numbers from 0"),
+    option<&GetArgs::integer>("--int", "An integer, or a text that holds one (\"0x1f\")"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<get>("get", "Print a member: a text as it is, any other value as JSON",
+              "zorvctl json get /tmp/report.json board ports 0 name", kGet),
+};
+
 } // namespace
 
-void add_json(Cli &cli)
-{
-    Family json = cli.family("json", "Read JSON files");
-    const auto [app, args] =
-        json.verb("get", "Print a member: a text as it is, any other value as JSON",
-                  "zorvctl json get /tmp/report.json board ports 0 name", get);
-    app.add_option("FILE", args.file, "The file")->required();
-    app.add_option("KEY", args.keys,
-                   "The keys that lead to it, from the outside in; into an array, numbers from 0");
-    app.add_flag("--int", args.integer, "An integer, or a text that holds one (\"0x1f\")")
-        ->disable_flag_override();
-}
+extern const Family json_family = {"json", "Read JSON files", {kVerbs}};
 
 } // namespace ctl

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fstream>
 #include <vector>
 
 #include <spawn.h>
@@ -14,12 +13,13 @@
 #include <unistd.h>
 
 #include "base/cli.h"
-#include "families.h"
+#include "base/numbers.h"
+#include "base/text_file.h"
+#include "base/words.h"
+#include "core/own.h"
 
 namespace ctl {
 namespace {
-
-struct NoArgs {};
 
 struct RunArgs {
     std::vector<std::string> command;
@@ -125,18 +125,17 @@ void run_locked(const RunArgs &args, Reply &reply)
 // -1 for a process that cannot be seen from here.
 int find_holder(const struct stat &file)
 {
-    std::ifstream table("/proc/locks");
-    if (!table)
-        throw io_failure("/proc/locks", errno);
+    const std::string table = read_file("/proc/locks");
     const std::string wanted = format("%02x:%02x:%ju", major(file.st_dev), minor(file.st_dev),
                                       static_cast<uintmax_t>(file.st_ino));
-    std::string number, kind, mode, access, place, rest;
-    int pid;
-    while (table >> number >> kind) {
-        if (kind != "->" && table >> mode >> access >> pid >> place && kind == "FLOCK" &&
-            place == wanted)
+    std::string_view lines = table;
+    for (std::string_view line; !(line = take_word(lines, "\n")).empty();) {
+        std::string_view words[6]; // number, kind, mode, access, process, place
+        for (std::string_view &word : words)
+            word = take_word(line);
+        int pid;
+        if (words[1] == "FLOCK" && words[5] == wanted && parse_number(words[4], pid))
             return pid > 0 ? pid : -1;
-        std::getline(table, rest);
     }
     return 0;
 }
@@ -151,9 +150,12 @@ Value describe(const Lock &lock)
     row.set("state", holder == 0 ? "free" : "held");
     if (holder <= 0)
         return row;
-    std::string name;
-    std::getline(std::ifstream("/proc/" + std::to_string(holder) + "/comm"), name);
-    return row.set("pid", holder).set("process", name.empty() ? Value() : Value(name));
+    row.set("pid", holder);
+    const zorv::File file_of_name(fopen(format("/proc/%d/comm", holder).c_str(), "re"));
+    char name[64]; // the kernel's have 16
+    if (!file_of_name || !fgets(name, sizeof name, file_of_name.get()))
+        return row.set("process", Value());
+    return row.set("process", std::string_view(name, strcspn(name, "\n")));
 }
 
 void show_locks(const NoArgs &, Reply &reply)
@@ -162,24 +164,22 @@ void show_locks(const NoArgs &, Reply &reply)
     reply.table("locks", list, {"lock", "path", "state", "pid", "process"});
 }
 
+constexpr Option kRun[] = {
+    option<&RunArgs::command>("COMMAND", "The command, behind --").required(),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<run_locked<kReport>>("report",
+                              "Run a command under the report lock; its exit status is passed on",
+                              "zorvctl lock report -- make-report --all", kRun),
+    verb<run_locked<kInform>>("inform",
+                              "Run a command under the inform-profile lock, in the same way",
+                              "zorvctl lock inform -- cat /var/run/inform-profile", kRun),
+    verb<show_locks>("status", "Tell who holds the locks", "zorvctl lock status"),
+};
+
 } // namespace
 
-void add_lock(Cli &cli)
-{
-    Family lock = cli.family("lock", "Locks with which processes take turns");
-    {
-        const auto [app, args] =
-            lock.verb("report", "Run a command under the report lock; its exit status is passed on",
-                      "zorvctl lock report -- make-report --all", run_locked<kReport>);
-        app.add_option("COMMAND", args.command, "The command, behind --")->required();
-    }
-    {
-        const auto [app, args] =
-            lock.verb("inform", "Run a command under the inform-profile lock, in the same way",
-                      "zorvctl lock inform -- cat /var/run/inform-profile", run_locked<kInform>);
-        app.add_option("COMMAND", args.command, "The command, behind --")->required();
-    }
-    lock.verb("status", "Tell who holds the locks", "zorvctl lock status", show_locks);
-}
+extern const Family lock_family = {"lock", "Locks with which processes take turns", {kVerbs}};
 
 } // namespace ctl

@@ -7,7 +7,6 @@
 #include <zorv/board.h>
 
 #include "base/cli.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -60,14 +59,17 @@ void show_model(const ModelArgs &args, Reply &reply)
     reply.exit = holds ? Exit::done : Exit::no;
 }
 
+constexpr Option kOptions[] = {
+    option<&ModelArgs::name>("CLASS", "Ask for one class only: yes is exit 0, no is exit 1"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<show_model>("model", "Tell which families of models the unit belongs to",
+                     "zorvctl model is_gen2 && echo yes", kOptions),
+};
+
 } // namespace
 
-void add_model(Cli &cli)
-{
-    const auto [app, args] =
-        cli.root().verb("model", "Tell which families of models the unit belongs to",
-                        "zorvctl model is_gen2 && echo yes", show_model);
-    app.add_option("CLASS", args.name, "Ask for one class only: yes is exit 0, no is exit 1");
-}
+extern const Family model_family = {nullptr, nullptr, {kVerbs}};
 
 } // namespace ctl

@@ -2,19 +2,16 @@
 #include <zorv/guest_portal.h>
 
 #include <optional>
-#include <sstream>
 
 #include <sys/stat.h>
 
 #include "base/cli.h"
-#include "families.h"
+#include "base/words.h"
 
 namespace ctl {
 namespace {
 
 constexpr char kPortals[] = "/var/run/guest/portal";
-
-struct NoArgs {};
 
 struct AuthArgs {
     std::string portal, client;
@@ -52,13 +49,9 @@ Value items(buffer *list)
     if (!list)
         return {};
     Value found = Value::list();
-    std::string text(reinterpret_cast<const char *>(list->data(list)), list->length(list));
-    for (char &c : text)
-        c = c == ',' ? '\n' : c;
-    std::istringstream lines(text);
-    for (std::string item; std::getline(lines, item);)
-        if (!item.empty())
-            found.add(item);
+    std::string_view text(reinterpret_cast<const char *>(list->data(list)), list->length(list));
+    for (std::string_view item; !(item = take_word(text, ",\n")).empty();)
+        found.add(item);
     return found;
 }
 
@@ -111,27 +104,27 @@ void find(const FindArgs &args, Reply &reply)
     reply.line(portal->name);
 }
 
+constexpr Option kAuth[] = {
+    option<&AuthArgs::portal>("PORTAL", "The portal's name").required(),
+    option<&AuthArgs::client>("CLIENT", "The client, as the portal writes it").required(),
+};
+constexpr Option kFind[] = {
+    option<&FindArgs::device>("--device", "A network device"),
+    option<&FindArgs::name>("--name", "A name"),
+    option<&FindArgs::vlan>("--vlan", "A VLAN id"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<list>("list", "List the portals, the one that is asked first on top",
+               "zorvctl portal list"),
+    verb<auth>("auth", "Tell whether a client may pass a portal",
+               "zorvctl portal auth hotel 02:a0:f1:00:00:07", kAuth),
+    verb<find>("find", "Print the name of the portal that serves a device or a VLAN",
+               "zorvctl portal find --vlan 20", kFind),
+};
+
 } // namespace
 
-void add_portal(Cli &cli)
-{
-    Family portal = cli.family("portal", "Guest portals and whom they let pass");
-    portal.verb("list", "List the portals, the one that is asked first on top",
-                "zorvctl portal list", list);
-    {
-        const auto [app, args] = portal.verb("auth", "Tell whether a client may pass a portal",
-                                             "zorvctl portal auth hotel 02:a0:f1:00:00:07", auth);
-        app.add_option("PORTAL", args.portal, "The portal's name")->required();
-        app.add_option("CLIENT", args.client, "The client, as the portal writes it")->required();
-    }
-    {
-        const auto [app, args] =
-            portal.verb("find", "Print the name of the portal that serves a device or a VLAN",
-                        "zorvctl portal find --vlan 20", find);
-        app.add_option("--device", args.device, "A network device");
-        app.add_option("--name", args.name, "A name");
-        app.add_option("--vlan", args.vlan, "A VLAN id");
-    }
-}
+extern const Family portal_family = {"portal", "Guest portals and whom they let pass", {kVerbs}};
 
 } // namespace ctl

@@ -3,7 +3,6 @@
 
 #include "base/cli.h"
 #include "diagnostics.h"
-#include "families.h"
 #include "telemetry/ps_names.h"
 
 namespace ctl {
@@ -119,6 +118,21 @@ void sockets(const PsArgs &args, Reply &reply)
         reply.exit = Exit::no;
 }
 
+constexpr Option kPs[] = {
+    option<&PsArgs::fds>("--fds", "Show every open descriptor"),
+    option<&PsArgs::name>("--name", "Only processes of this name"),
+};
+constexpr Option kSockets[] = {
+    option<&PsArgs::name>("--name", "Only those of processes of this name"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<ps>("ps", "List processes, and what they have open", "zorvctl ps --fds --name hostapd",
+             kPs),
+    verb<sockets>("sockets", "List open sockets with their owners", "zorvctl sockets --json",
+                  kSockets),
+};
+
 } // namespace
 
 PsList list_processes(bool with_fds, const std::string &name)
@@ -144,16 +158,6 @@ Value process_value(const zorv_ps_record &record)
     return object;
 }
 
-void add_ps(Cli &cli)
-{
-    const auto [app, args] = cli.root().verb("ps", "List processes, and what they have open",
-                                             "zorvctl ps --fds --name hostapd", ps);
-    app.add_flag("--fds", args.fds, "Show every open descriptor");
-    app.add_option("--name", args.name, "Only processes of this name");
-
-    const auto [sockets_app, sockets_args] = cli.root().verb(
-        "sockets", "List open sockets with their owners", "zorvctl sockets --json", sockets);
-    sockets_app.add_option("--name", sockets_args.name, "Only those of processes of this name");
-}
+extern const Family ps_family = {nullptr, nullptr, {kVerbs}};
 
 } // namespace ctl

@@ -3,18 +3,15 @@
 
 #include "base/cli.h"
 #include "diagnostics.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
-
-struct MemArgs {};
 
 struct ConntrackArgs {
     size_t most = 10;
 };
 
-void mem(const MemArgs &, Reply &reply)
+void mem(const NoArgs &, Reply &reply)
 {
     reply.pairs(memory_value());
 }
@@ -32,6 +29,16 @@ void conntrack(const ConntrackArgs &args, Reply &reply)
     reply.table("hosts", hosts_value(*hosts, args.most), {"host", "count"});
     reply.document.set("total", HASH_CNT(hh, hosts->hosts));
 }
+
+constexpr Option kHosts[] = {
+    option<&ConntrackArgs::most>("-n", "How many hosts at most, 10 unless given"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<mem>("mem", "Show how memory is used, in kB", "zorvctl mem --json"),
+    verb<conntrack>("conntrack", "List the hosts with the most tracked connections",
+                    "zorvctl conntrack -n 3", kHosts),
+};
 
 } // namespace
 
@@ -55,16 +62,6 @@ Value hosts_value(const conntrack_hosts_t &hosts, size_t most)
     return list;
 }
 
-void add_stats(Cli &cli)
-{
-    cli.root().verb("mem", "Show how memory is used, in kB", "zorvctl mem --json", mem);
-
-    const auto [app, args] =
-        cli.root().verb("conntrack", "List the hosts with the most tracked connections",
-                        "zorvctl conntrack -n 3", conntrack);
-    app.add_option("-n", args.most, "How many hosts at most")
-        ->check_not_negative()
-        ->capture_default_str();
-}
+extern const Family stats_family = {nullptr, nullptr, {kVerbs}};
 
 } // namespace ctl

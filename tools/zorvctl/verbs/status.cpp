@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include "base/cli.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -173,14 +172,17 @@ void show_status(const StatusArgs &args, Reply &reply)
     sources.show(reply);
 }
 
+constexpr Option kOptions[] = {
+    option<&StatusArgs::ifname>("IFACE", "An interface to tell of, too"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<show_status>("status", "Tell what the unit says about itself, source by source",
+                      "zorvctl status br0", kOptions),
+};
+
 } // namespace
 
-void add_status(Cli &cli)
-{
-    const auto [app, args] =
-        cli.root().verb("status", "Tell what the unit says about itself, source by source",
-                        "zorvctl status br0", show_status);
-    app.add_option("IFACE", args.ifname, "An interface to tell of, too");
-}
+extern const Family status_family = {nullptr, nullptr, {kVerbs}};
 
 } // namespace ctl

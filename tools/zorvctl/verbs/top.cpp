@@ -12,7 +12,6 @@
 
 #include "base/cli.h"
 #include "diagnostics.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -157,15 +156,16 @@ void top(const TopArgs &args, Reply &reply)
     show_all(reply);
 }
 
+constexpr Option kOptions[] = {
+    option<&TopArgs::delay>("-d", "Seconds between two pictures, 2 unless given").range(0.1, 3600),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<top>("top", "Watch memory, connections and processes; q quits", "zorvctl top", kOptions),
+};
+
 } // namespace
 
-void add_top(Cli &cli)
-{
-    const auto [app, args] = cli.root().verb(
-        "top", "Watch memory, connections and processes; q quits", "zorvctl top", top);
-    app.add_option("-d", args.delay, "Seconds between two pictures")
-        ->check_range(0.1, 3600)
-        ->capture_default_str();
-}
+extern const Family top_family = {nullptr, nullptr, {kVerbs}};
 
 } // namespace ctl

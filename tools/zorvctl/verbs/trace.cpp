@@ -12,7 +12,6 @@
 #include "base/cli.h"
 #include "base/text_file.h"
 #include "core/own.h"
-#include "families.h"
 #include "telemetry/cloud_service.h"
 #include "telemetry/trace_envelope.h"
 
@@ -25,8 +24,6 @@ struct SendArgs {
     std::optional<json_int_t> timestamp;
     bool each = false, dry_run = false;
 };
-
-struct StatusArgs {};
 
 // What a request came to.
 struct Outcome {
@@ -176,7 +173,7 @@ void send(const SendArgs &args, Reply &reply)
         send_all(batches, reply);
 }
 
-void status(const StatusArgs &, Reply &reply)
+void status(const NoArgs &, Reply &reply)
 {
     constexpr const char *kEnvironments[] = {"production", "stage", "dev"};
     const UnitSetting unit = unit_mode();
@@ -191,35 +188,27 @@ void status(const StatusArgs &, Reply &reply)
         reply.exit = Exit::refused;
 }
 
-void add_send(Family &trace)
-{
-    const auto [app, args] = trace.verb(
-        "send", "Send traces to the trace service",
-        "zorvctl trace send radio channel-change --data '{\"from\":36,\"to\":44}'", send);
-    app.add_option("NAMESPACE", args.name_space, "Whose event it is")->required();
-    app.add_option("TYPE", args.type, "What kind of event it is")->required();
-    app.add_option(
-           "--data", args.data,
-           "The payload: a JSON object, or @ and a file that holds one, @- for the standard "
-           "input; each one makes a trace of the batch")
-        ->allow_extra_args(false);
-    app.add_option("--source", args.source, "KEY=VALUE, where it comes from; may be repeated")
-        ->allow_extra_args(false);
-    app.add_option("--meta", args.meta, "KEY=VALUE, more about it; may be repeated")
-        ->allow_extra_args(false);
-    app.add_option("--timestamp", args.timestamp, "Milliseconds since 1970; now unless given");
-    app.add_flag("--each", args.each, "A request for each trace");
-    app.add_flag("--dry-run", args.dry_run, "Show what would be sent, and send nothing");
-}
+constexpr Option kSend[] = {
+    option<&SendArgs::name_space>("NAMESPACE", "Whose event it is").required(),
+    option<&SendArgs::type>("TYPE", "What kind of event it is").required(),
+    option<&SendArgs::data>(
+        "--data", "The payload: a JSON object, or @ and a file that holds one, @- for the standard "
+                  "input; each one makes a trace of the batch"),
+    option<&SendArgs::source>("--source", "KEY=VALUE, where it comes from; may be repeated"),
+    option<&SendArgs::meta>("--meta", "KEY=VALUE, more about it; may be repeated"),
+    option<&SendArgs::timestamp>("--timestamp", "Milliseconds since 1970; now unless given"),
+    option<&SendArgs::each>("--each", "A request for each trace"),
+    option<&SendArgs::dry_run>("--dry-run", "Show what would be sent, and send nothing"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<send>("send", "Send traces to the trace service",
+               "zorvctl trace send radio channel-change --data '{\"from\":36,\"to\":44}'", kSend),
+    verb<status>("status", "Show whether traces may be sent, and where to", "zorvctl trace status"),
+};
 
 } // namespace
 
-void add_trace(Cli &cli)
-{
-    Family trace = cli.family("trace", "Send small events to the trace service");
-    add_send(trace);
-    trace.verb("status", "Show whether traces may be sent, and where to", "zorvctl trace status",
-               status);
-}
+extern const Family trace_family = {"trace", "Send small events to the trace service", {kVerbs}};
 
 } // namespace ctl

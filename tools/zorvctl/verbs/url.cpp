@@ -8,7 +8,6 @@
 
 #include "base/cli.h"
 #include "core/own.h"
-#include "families.h"
 
 namespace ctl {
 namespace {
@@ -71,31 +70,30 @@ void resolve(const ResolveArgs &args, Reply &reply)
     reply.line(address);
 }
 
+constexpr Option kParse[] = {
+    option<&TextArgs::text>("URL", "The URL").required(),
+};
+constexpr Option kEncode[] = {
+    option<&TextArgs::text>("TEXT", "The text").required(),
+};
+constexpr Option kResolve[] = {
+    option<&ResolveArgs::text>("URL", "The URL").required(),
+    option<&ResolveArgs::ipv6>("--ipv6", "An IPv6 address; without it an IPv4 address"),
+};
+
+constexpr Verb kVerbs[] = {
+    verb<parse>("parse", "Show a URL's parts and its normalised text",
+                "zorvctl url parse https://[fe80::1]:8080/inform", kParse),
+    verb<encode>("encode", "Percent-encode a text for a query",
+                 "zorvctl url encode 'office & guests'", kEncode),
+    verb<resolve>("resolve",
+                  "Print the last address of a URL's host, the one that connections take",
+                  "zorvctl url resolve https://localhost/", kResolve),
+};
+
 } // namespace
 
-void add_url(Cli &cli)
-{
-    Family family =
-        cli.family("url", "Take URLs apart, encode texts for them, resolve their hosts");
-    {
-        const auto [app, args] =
-            family.verb("parse", "Show a URL's parts and its normalised text",
-                        "zorvctl url parse https://[fe80::1]:8080/inform", parse);
-        app.add_option("URL", args.text, "The URL")->required();
-    }
-    {
-        const auto [app, args] = family.verb("encode", "Percent-encode a text for a query",
-                                             "zorvctl url encode 'office & guests'", encode);
-        app.add_option("TEXT", args.text, "The text")->required();
-    }
-    {
-        const auto [app, args] = family.verb(
-            "resolve", "Print the last address of a URL's host, the one that connections take",
-            "zorvctl url resolve https://localhost/", resolve);
-        app.add_option("URL", args.text, "The URL")->required();
-        app.add_flag("--ipv6", args.ipv6, "An IPv6 address; without it an IPv4 address")
-            ->disable_flag_override();
-    }
-}
+extern const Family url_family = {
+    "url", "Take URLs apart, encode texts for them, resolve their hosts", {kVerbs}};
 
 } // namespace ctl
