@@ -81,55 +81,49 @@ public:
 private:
     bool is_complete() const { return line_.verb || !line_.lost.empty(); }
 
+    // What the next word may name: families and verbs that stand alone, or verbs of a family.
+    template <class Visitor>
+    void visit(Visitor visitor) const
+    {
+        for (const Family *family : families_) {
+            if (line_.family && line_.family != family)
+                continue;
+            if (!line_.family && family->name) {
+                visitor(family->name, family, nullptr);
+                continue;
+            }
+            for (const auto &table : family->verbs)
+                for (const Verb &verb : table)
+                    visitor(verb.name, family, &verb);
+        }
+    }
+
     void take(const char *word)
     {
         if (!line_.family && !line_.help && strcmp(word, "help") == 0) {
             line_.help = true;
             return;
         }
-        Suggestion suggestion(word);
-        if (line_.family)
-            look_for_verb(*line_.family, word, suggestion);
-        else
-            look_everywhere(word, suggestion);
-        if (!is_found_)
-            line_.lost = std::string("unknown word: ") + word + suggestion.text();
-        is_found_ = false;
-    }
-
-    void look_for_verb(const Family &family, const char *word, Suggestion &suggestion)
-    {
-        for (const auto &table : family.verbs)
-            for (const Verb &verb : table) {
-                suggestion.consider(verb.name);
-                if (strcmp(verb.name, word) != 0)
-                    continue;
-                line_.family = &family;
-                line_.verb = &verb;
-                is_found_ = true;
-            }
-    }
-
-    void look_everywhere(const char *word, Suggestion &suggestion)
-    {
-        for (const Family *family : families_) {
-            if (!family->name) {
-                look_for_verb(*family, word, suggestion);
-                continue;
-            }
-            suggestion.consider(family->name);
-            if (strcmp(family->name, word) != 0)
-                continue;
-            line_.family = family;
-            is_found_ = true;
+        const Family *found = nullptr;
+        visit([&](const char *name, const Family *family, const Verb *verb) {
+            if (strcmp(name, word) != 0)
+                return;
+            found = family;
+            line_.verb = verb;
+        });
+        if (found) {
+            line_.family = found;
+            return;
         }
+        Suggestion suggestion(word);
+        visit([&](const char *name, const Family *, const Verb *) { suggestion.consider(name); });
+        line_.lost = std::string("unknown word: ") + word + suggestion.text();
     }
 
     Families families_;
     CommandLine &line_;
     std::vector<char *> words_;
     size_t own_ = 0;
-    bool is_found_ = false;
 };
 
 // Reads the words by the options of the verb and those that all take.
