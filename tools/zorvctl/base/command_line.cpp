@@ -170,17 +170,17 @@ public:
         for (const Option &option : line_.verb->options) {
             if (!line_.given.has(option)) {
                 if (option.is_required)
-                    fault(std::string(option.name) + " is required");
+                    fault(std::string(option.label()) + " is required");
                 continue;
             }
             if (option.needed && !line_.given.has(named(option.needed)))
-                fault(std::string(option.name) + " requires " + option.needed);
+                fault(std::string(option.label()) + " requires " + option.needed);
             for (const char *name : option.excluded)
                 if (name && line_.given.has(named(name)))
-                    fault(std::string(option.name) + " excludes " + name);
+                    fault(std::string(option.label()) + " excludes " + name);
             for (const Option *other = &option + 1; option.heading && other <= last(); other++)
                 if (other->heading == option.heading && line_.given.has(*other))
-                    fault(std::string(option.name) + " excludes " + other->name);
+                    fault(std::string(option.label()) + " excludes " + other->label());
         }
     }
 
@@ -235,12 +235,14 @@ private:
         const Option *const option = find(failed ? optopt : code);
         if (!option && word[1] == code)
             return take_positional(word); // a negative number
-        if (!option || (whole && !is_named(*option, word)) || !(own || is_common(*option)))
+        if (!option || (whole && !is_named(*option, word)))
             return unknown(whole ? word : format("-%c", failed ? optopt : code));
+        if (!own && !is_common(*option))
+            return fault(std::string(option->label()) + " belongs behind the verb");
         if (code == ':')
-            return fault(std::string(option->name) + ": the value is missing");
+            return fault(std::string(option->label()) + ": the value is missing");
         if (code == '?')
-            return fault(std::string(option->name) + " takes no value");
+            return fault(std::string(option->label()) + " takes no value");
         take_option(*option);
     }
 
@@ -279,7 +281,7 @@ private:
         else if (&option == &kCommonOptions[2])
             line_.verbosity++;
         else if (!option.is_flag() && !option.many && line_.given.has(option))
-            fault(std::string(option.name) + ": given twice");
+            fault(std::string(option.label()) + ": given twice");
         else
             line_.given.add(option, optarg);
     }

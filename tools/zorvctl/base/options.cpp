@@ -12,7 +12,7 @@ namespace {
 
 [[noreturn]] void refuse(const Option &option, const char *text, const std::string &what)
 {
-    throw Misuse(std::string(option.name) + ": \"" + text + "\" is not " + what);
+    throw Misuse(std::string(option.label()) + ": \"" + text + "\" is not " + what);
 }
 
 // The place of a word in "this|that|those", -1 when it is none of them.
@@ -34,6 +34,12 @@ const char *Option::long_name() const
 {
     const char *const dashes = strstr(name, "--");
     return dashes ? dashes + 2 : nullptr;
+}
+
+const char *Option::label() const
+{
+    const char *const comma = strchr(name, ',');
+    return comma ? comma + 1 : name;
 }
 
 void store(const Option &, const char *text, std::string &value)

@@ -87,6 +87,7 @@ struct Option {
     bool is_flag() const { return !form; }
     char short_name() const { return name[0] == '-' && name[1] != '-' ? name[1] : '\0'; }
     const char *long_name() const; // without its dashes; nullptr when it has none
+    const char *label() const;     // the longest of its names, for messages
 };
 
 void store(const Option &option, const char *text, std::string &value);
