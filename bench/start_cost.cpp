@@ -1,6 +1,7 @@
 // start_cost "PROGRAM WORD..."...: what a program has cost when it ends, a line each: its private
 // dirty memory in KiB, the part of that in libzorv.so, the instructions it ran, and the best time
 // of many starts in us.
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
@@ -147,7 +148,8 @@ double start_us(const Command &command)
 
 int main(int argc, char **argv)
 {
-    FILE *const answer = fdopen(dup(STDOUT_FILENO), "w"); // without what the programs print
+    FILE *const answer =
+        fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0), "w"); // without what the programs print
     if (!answer || !freopen("/dev/null", "w", stdout))
         fail("standard output");
     for (int i = 1; i < argc; ++i) {

@@ -307,20 +307,20 @@ constexpr Option common(const char *name, const char *description)
     return {.name = name,
             .description = description,
             .form = nullptr,
-            .many = true,
             .store = nullptr,
-            .arguments = nullptr};
+            .arguments = nullptr,
+            .many = true};
 }
 
 } // namespace
 
 // take_option() knows their places.
-const Option kCommonOptions[3] = {
+constexpr Option kCommonOptions[3] = {
     common("-h,--help", "Show how it is used, with an example"),
     common("--json", "Answer with exactly one JSON document"),
     common("-v,--verbose", "Show more of the library's messages; may be repeated"),
 };
-const Option kVersionOption = common("--version", "Show the version and the source revision");
+constexpr Option kVersionOption = common("--version", "Show the version and the source revision");
 
 CommandLine parse_command_line(Families families, int argc, char **argv)
 {

@@ -27,20 +27,22 @@ constexpr char kTypeOf = 0;
 // An option, a flag or a positional argument: one row of a verb's table, made by option() or
 // choice(). What is said of it afterwards gives the row that says so, too.
 struct Option {
+    // NOLINTBEGIN(misc-non-private-member-variables-in-classes): it is a row
     const char *name; // "--set", "-n", "-f,--file"; of a positional argument "FILE"
     const char *description;
     const char *form; // what --help calls a value; nullptr of a flag
-    bool many;        // takes several values: each "--option VALUE", or all positional words left
     // Puts a value, or nullptr of a flag, into the arguments; throws what is wrong with it.
     void (*store)(const Option &option, void *arguments, const char *text);
     const void *arguments; // their kTypeOf
 
-    bool is_required = false;
     const char *heading = nullptr; // that --help lists it under; of one heading only one is given
     const char *needed = nullptr;  // the name of another option
     const char *excluded[2] = {};
     double least = -std::numeric_limits<double>::infinity();
     double most = std::numeric_limits<double>::infinity();
+    bool many = false; // takes several values: each "--option VALUE", or all positional words left
+    bool is_required = false;
+    // NOLINTEND(misc-non-private-member-variables-in-classes)
 
     constexpr Option required() const
     {
@@ -150,12 +152,12 @@ constexpr Option option(const char *name, const char *description)
     return {.name = name,
             .description = description,
             .form = Form<Type>::kName,
-            .many = Form<Type>::kMany,
             .store =
                 [](const Option &row, void *arguments, const char *text) {
                     store(row, text, static_cast<Arguments *>(arguments)->*Member);
                 },
-            .arguments = &kTypeOf<Arguments>};
+            .arguments = &kTypeOf<Arguments>,
+            .many = Form<Type>::kMany};
 }
 
 // A flag that sets a member to a value.
@@ -165,7 +167,6 @@ constexpr Option choice(const char *name, const char *description)
     return {.name = name,
             .description = description,
             .form = nullptr,
-            .many = false,
             .store = [](const Option &, void *arguments,
                         const char *) { static_cast<Arguments *>(arguments)->*Member = value; },
             .arguments = &kTypeOf<Arguments>};

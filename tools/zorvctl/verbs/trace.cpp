@@ -51,11 +51,16 @@ std::string service_url()
     return std::string(zorv::kTraceService.origin()) + "/traces";
 }
 
-// A setter has refused what only a text that is not UTF-8 can be here.
-void expect_set(int rc, const char *what)
+// A setter refuses a text that is not UTF-8, and what jansson had no memory for.
+void expect_set(int rc, std::string_view text, const std::string &what)
 {
+    bool damaged = false;
     if (rc != 0)
-        throw Failure(Exit::usage, std::string(what) + ": not UTF-8");
+        clean_utf8(text, damaged);
+    if (damaged)
+        throw Misuse(what + ": not UTF-8");
+    if (rc != 0)
+        throw std::bad_alloc();
 }
 
 // An object, in the command line or in a file.
@@ -81,7 +86,7 @@ json_t *make_texts(const std::vector<std::string> &pairs)
             throw Failure(Exit::usage, pair + ": not KEY=VALUE");
         expect_set(json_object_set_new(object.get(), pair.substr(0, end).c_str(),
                                        json_string(pair.substr(end + 1).c_str())),
-                   pair.c_str());
+                   pair, pair);
     }
     return object.release();
 }
@@ -92,17 +97,17 @@ zorv::Json make_trace(const SendArgs &args, const std::string *data)
     zorv::Json trace(trace_object());
     json_t *const json = trace.get();
     if (data)
-        expect_set(trace_object_set_payload_new(json, read_object(*data)), "--data");
+        expect_set(trace_object_set_payload_new(json, read_object(*data)), "", "--data");
     const auto now = static_cast<json_int_t>(zorv::milliseconds_now());
-    expect_set(trace_object_set_timestamp_new(json, json_integer(args.timestamp.value_or(now))),
+    expect_set(trace_object_set_timestamp_new(json, json_integer(args.timestamp.value_or(now))), "",
                "--timestamp");
-    expect_set(trace_object_set_type_new(json, json_string(args.type.c_str())), "TYPE");
+    expect_set(trace_object_set_type_new(json, json_string(args.type.c_str())), args.type, "TYPE");
     expect_set(trace_object_set_namespace_new(json, json_string(args.name_space.c_str())),
-               "NAMESPACE");
+               args.name_space, "NAMESPACE");
     if (!args.source.empty())
-        expect_set(trace_object_set_source_new(json, make_texts(args.source)), "--source");
+        expect_set(trace_object_set_source_new(json, make_texts(args.source)), "", "--source");
     if (!args.meta.empty())
-        expect_set(trace_object_set_meta_new(json, make_texts(args.meta)), "--meta");
+        expect_set(trace_object_set_meta_new(json, make_texts(args.meta)), "", "--meta");
     return trace;
 }
 
