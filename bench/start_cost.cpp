@@ -1,6 +1,7 @@
-// start_cost PROGRAM...: what a program has cost when it ends, a line each: its private dirty
-// memory in KiB, the part of that in libzorv.so, the instructions it ran, and the best time of many
-// starts in us.
+// start_cost "PROGRAM WORD..."...: what a program has cost when it ends, a line each: its private
+// dirty memory in KiB, the part of that in libzorv.so, the instructions it ran, and the best time
+// of many starts in us.
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
@@ -12,11 +13,36 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
 constexpr int kStarts = 300;
+
+// A program and its words, with no blanks in them.
+class Command {
+public:
+    explicit Command(const char *line)
+    {
+        std::istringstream words(line);
+        for (std::string word; words >> word;)
+            words_.push_back(word);
+        for (std::string &word : words_)
+            argv_.push_back(word.data());
+        argv_.push_back(nullptr);
+    }
+    Command(const Command &) = delete;
+    Command &operator=(const Command &) = delete;
+
+    const char *program() const { return argv_[0]; }
+    char *const *argv() const { return argv_.data(); }
+
+private:
+    std::vector<std::string> words_;
+    std::vector<char *> argv_;
+};
 
 struct Memory {
     long dirty = 0;
@@ -59,60 +85,59 @@ Memory memory_of(pid_t pid)
 }
 
 // Starts a program that stops before its first instruction.
-pid_t start_traced(const char *program)
+pid_t start_traced(const Command &command)
 {
     const pid_t pid = fork();
     if (pid == 0) {
         ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-        execl(program, program, static_cast<char *>(nullptr));
+        execv(command.program(), command.argv());
         _exit(127);
     }
     int status = 0;
     if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFSTOPPED(status))
-        fail(program);
+        fail(command.program());
     return pid;
 }
 
 // Step by step: counters of the processor are not to be had on every machine.
-uint64_t instructions_of(const char *program)
+uint64_t instructions_of(const Command &command)
 {
-    const pid_t pid = start_traced(program);
+    const pid_t pid = start_traced(command);
     uint64_t count = 0;
     int status = 0;
     do {
         if (ptrace(PTRACE_SINGLESTEP, pid, nullptr, nullptr) != 0 ||
             waitpid(pid, &status, 0) != pid || WIFSIGNALED(status))
-            fail(program);
+            fail(command.program());
         ++count;
     } while (!WIFEXITED(status));
     return count;
 }
 
-Memory dirtied_by(const char *program)
+Memory dirtied_by(const Command &command)
 {
-    const pid_t pid = start_traced(program);
+    const pid_t pid = start_traced(command);
     ptrace(PTRACE_SETOPTIONS, pid, nullptr, PTRACE_O_TRACEEXIT | PTRACE_O_EXITKILL);
     int status = 0;
     if (ptrace(PTRACE_CONT, pid, nullptr, nullptr) != 0 || waitpid(pid, &status, 0) != pid ||
         status >> 8 != (SIGTRAP | PTRACE_EVENT_EXIT << 8))
-        fail(program);
+        fail(command.program());
     const Memory memory = memory_of(pid);
     ptrace(PTRACE_CONT, pid, nullptr, nullptr);
     waitpid(pid, &status, 0);
     return memory;
 }
 
-double start_us(const char *program)
+double start_us(const Command &command)
 {
     using Clock = std::chrono::steady_clock;
     double best = 1e9;
-    char *const argv[] = {const_cast<char *>(program), nullptr};
     for (int i = 0; i < kStarts; ++i) {
         const Clock::time_point start = Clock::now();
         pid_t pid = 0;
-        if (posix_spawn(&pid, program, nullptr, nullptr, argv, environ) != 0 ||
+        if (posix_spawn(&pid, command.program(), nullptr, nullptr, command.argv(), environ) != 0 ||
             waitpid(pid, nullptr, 0) != pid)
-            fail(program);
+            fail(command.program());
         best =
             std::min(best, std::chrono::duration<double, std::micro>(Clock::now() - start).count());
     }
@@ -123,10 +148,15 @@ double start_us(const char *program)
 
 int main(int argc, char **argv)
 {
+    FILE *const answer =
+        fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0), "w"); // without what the programs print
+    if (!answer || !freopen("/dev/null", "w", stdout))
+        fail("standard output");
     for (int i = 1; i < argc; ++i) {
-        const Memory memory = dirtied_by(argv[i]);
-        printf("%ld %ld %" PRIu64 " %.0f\n", memory.dirty, memory.own, instructions_of(argv[i]),
-               start_us(argv[i]));
+        const Command command(argv[i]);
+        const Memory memory = dirtied_by(command);
+        fprintf(answer, "%ld %ld %" PRIu64 " %.0f\n", memory.dirty, memory.own,
+                instructions_of(command), start_us(command));
     }
-    return 0;
+    return fclose(answer);
 }

@@ -19,9 +19,9 @@ inherit cmake pkgconfig
 EXTRA_OECMAKE = "-DCMAKE_BUILD_TYPE=Release -DZORV_SIM=OFF -DZORV_TESTS=OFF -DZORV_WERROR=OFF"
 
 # "pages-4k" is for kernels that have no larger pages, which save 40 KB of flash; "no-unwind" for units
-# where nobody debugs. cli11 is meta-oe's.
+# where nobody debugs.
 PACKAGECONFIG ??= "tools"
-PACKAGECONFIG[tools] = "-DZORV_TOOLS=ON,-DZORV_TOOLS=OFF,cli11 ncurses"
+PACKAGECONFIG[tools] = "-DZORV_TOOLS=ON,-DZORV_TOOLS=OFF,ncurses"
 PACKAGECONFIG[pages-4k] = "-DZORV_PAGE_SIZE=4096"
 PACKAGECONFIG[no-unwind] = "-DZORV_UNWIND_TABLES=OFF"
 

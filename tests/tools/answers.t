@@ -6,7 +6,6 @@ $ while read -r status code arguments; do # a failure is told alike in text and 
 >     [ ! -s text ] && [ "$(grep -c '^zorvctl: .' error)" = 1 ] &&
 >     grep -q '^{"error":{"code":"'$code'","message":".*}}$' document || cat error document
 > done <<'END'
-> 2 usage cfg gett a.cfg a
 > 2 usage cfg get a.cfg c --int --default x
 > 1 not-found cfg get a.cfg b --int
 > 5 io cfg lint /dev/zero

@@ -10,7 +10,7 @@ $ while IFS=: read -r words offered; do
 >   [ "$(bash offer.bash zorvctl $words | tee said)" = "$offered" ] || echo "$words: $(cat said)"
 >   ! command -v zsh >/dev/null || zsh -f offer.zsh zorvctl $words | diff said -; done <<'END'
 > cf:cfg
-> cfg li:list lint
+> help cfg li:list lint
 > --json -v cfg co:count
 > cfg list a.cfg dev. --ex:--exact
 > hash cf:

@@ -41,8 +41,8 @@ $ zorvctl capture --json --max 9 'seq 3; exit 3'
 $ : >/usr/etc/syswrapper.sh; zorvctl exec explain set $(seq 49) --json | grep -o '"too_many":true\|"slot":49.*'
 "too_many":true
 "slot":49,"text":"48","passed":true},{"slot":50,"text":"49","passed":false}]}
-$ program /etc/syswrapper.sh 'printf "<%s>" "$@"; echo'; zorvctl exec run 'a b' --json -- --json
-<a b><--json>
+$ program /etc/syswrapper.sh 'printf "<%s>" "$@"; echo'; zorvctl exec run 'a b' --json -- --json '[a,b]'
+<a b><--json><[a,b]>
 {"script":"/etc/syswrapper.sh","word":"a b","waited":true}
 
 $ mkfifo go done; program /etc/syswrapper.sh 'read word <go; echo $word >done'; zorvctl exec run --no-wait set; echo on >go; cat done

@@ -21,7 +21,7 @@ _zorvctl() {
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in
         --) return ;;
-        -*) continue ;;
+        -* | help) continue ;;
         esac
         _zorvctl_listed subcommands <<<"$help" | grep -qxF -e "$word" || break
         path+=("$word")

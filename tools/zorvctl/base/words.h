@@ -1,0 +1,22 @@
+// words.h - a text, word by word.
+#ifndef ZORVCTL_WORDS_H
+#define ZORVCTL_WORDS_H
+
+#include <algorithm>
+#include <string_view>
+
+namespace ctl {
+
+// Takes the next word off a text, with the separators before it; empty when there is none left.
+inline std::string_view take_word(std::string_view &text,
+                                  std::string_view separators = " \t\n\v\f\r")
+{
+    text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
+    const std::string_view word = text.substr(0, text.find_first_of(separators));
+    text.remove_prefix(word.size());
+    return word;
+}
+
+} // namespace ctl
+
+#endif

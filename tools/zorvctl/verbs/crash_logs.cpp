@@ -1,0 +1,108 @@
+// crash_logs.cpp - the store's logs, listed and handed to the local management.
+#include <zorv/crash.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include <unistd.h>
+#include <zorv/base64.h>
+
+#include "base/cli.h"
+#include "crash.h"
+#include "telemetry/crash_store.h"
+
+namespace ctl {
+namespace {
+
+struct NextArgs {
+    std::string file;
+};
+
+struct FinishArgs {
+    std::string name;
+};
+
+void logs(const NoArgs &, Reply &reply)
+{
+    const std::vector<CrashLog> logs = list_logs();
+    reply.document.set("store", zorv::kLogs).set("size", total_size(logs));
+    reply.table("logs", logs_value(logs),
+                {"name", "size", "state", "attempts", "sent_to_net", "marker"});
+}
+
+std::string decode(const json_t *base64)
+{
+    if (!json_is_string(base64))
+        throw Failure(Exit::failed, "no bytes came with the log");
+    const std::string text(json_string_value(base64), json_string_length(base64));
+    const size_t characters = std::min(text.find('='), text.size());
+    std::string bytes(static_cast<size_t>(base64_decode_len(text.c_str())), '\0');
+    base64_decode(reinterpret_cast<unsigned char *>(bytes.data()), text.c_str());
+    bytes.resize(characters / 4 * 3 + characters % 4 * 3 / 4);
+    return bytes;
+}
+
+void save(const std::string &path, const std::string &bytes)
+{
+    zorv::File file(fopen(path.c_str(), "we"));
+    if (!file || fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size() ||
+        fclose(file.release()) != 0)
+        throw io_failure(path, errno);
+}
+
+zorv::Json take_next()
+{
+    const CommandsToStderr aside;
+    zorv::Json log(get_next_crash_log());
+    if (log)
+        return log;
+    if (has_crash_logs())
+        throw Failure(Exit::failed, "the first log cannot be read, and hides those behind it");
+    throw Failure(Exit::no, "no log for the local management");
+}
+
+void next(const NextArgs &args, Reply &reply)
+{
+    zorv::Json log = take_next();
+    const std::string bytes = decode(json_object_get(log.get(), "file_data"));
+    json_object_del(log.get(), "file_data");
+    if (!args.file.empty()) {
+        save(args.file, bytes);
+        reply.document.set("file", args.file);
+    }
+    const zorv::Text text(json_dumps(log.get(), JSON_INDENT(2)));
+    if (!text)
+        throw std::bad_alloc();
+    reply.line(text.get());
+    reply.document.set("size", bytes.size()).set("log", Value::take(log.release()));
+}
+
+void finish(const FinishArgs &args, Reply &reply)
+{
+    const CommandsToStderr aside;
+    const bool was_marked = access((zorv::kMarkers + args.name).c_str(), F_OK) == 0;
+    if (mark_crash_log_finished(args.name.c_str()) == 0)
+        throw Failure(Exit::no, args.name + (was_marked ? ": finished before"
+                                                        : ": no such log, or not to be had"));
+    reply.document.set("name", args.name).set("finished", true);
+    reply.line("finished " + printable(args.name));
+}
+
+constexpr Option kNext[] = {
+    option<&NextArgs::file>("--file", "Put the log itself into this file"),
+};
+constexpr Option kFinish[] = {
+    option<&FinishArgs::name>("NAME", "The log, as `next` names it").required(),
+};
+
+} // namespace
+
+constexpr Verb kCrashLogs[3] = {
+    verb<logs>("logs", "List the store of crash logs", "zorvctl crash logs"),
+    verb<next>("next", "Print what is known of the first log for the local management",
+               "zorvctl crash next --file /tmp/log.tgz", kNext),
+    verb<finish>("finish", "Mark a log as known to the local management",
+                 "zorvctl crash finish log-17.tgz", kFinish),
+};
+
+} // namespace ctl
