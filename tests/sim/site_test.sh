@@ -163,6 +163,55 @@ test_bad_orders_are_refused() {
     [ ! -e "$ZORV_SIM_STATE" ] || fail 'something was started'
 }
 
+# Who is root on an appliance remounts what there is, and then writes wherever the machine could be.
+test_the_machine_is_sealed() {
+    local mark=here-was-$$ folder=$work/folder said
+    mkdir -p "$folder" "$work/share"
+    printf '#!/bin/sh\necho "tool and $(cat file)"\n' >"$folder/tool"
+    chmod +x "$folder/tool"
+    echo intact >"$folder/file"
+    for ZORV_SIM_OVERLAYS in yes no; do
+        export ZORV_SIM_OVERLAYS
+        sim up --share "$work/share"
+        cd "$folder"
+        PATH=$folder:$PATH expect 0 'tool and intact' sim exec ap1 tool
+        sim push ap1 tool "$folder/file" /usr/local/bin
+        expect 0 'tool and intact' sim exec ap1 sh -ec 'cd /usr/local/bin; tool'
+        cd "$work"
+        expect 0 '' sim exec ap1 sh -ec 'echo x >>/etc/passwd; rm /etc/group; echo x >/usr/lib/x
+            grep -q ^x$ /etc/passwd; ! [ -e /etc/group ]; echo shared >/share/said'
+        expect 0 shared cat "$work/share/said"
+        # shellcheck disable=SC2016 # the shells there expand it
+        for name in ap1 cloud; do
+            said=$(sim exec $name sh -c '
+                core=/proc/sys/kernel/core_pattern
+                for place in / $(cut -d " " -f 5 /proc/self/mountinfo); do
+                    mount -o remount,bind,rw,dev "$place"
+                    mount -o remount,rw "$place"
+                    [ "${place#/.host}" = "$place" ] || umount -l "$place"
+                done
+                for place in / /* /.host/* "$1" "/.host$1"; do
+                    echo x >"$place/$2"
+                done
+                echo x >"$1/file"
+                echo x >"/.host$1/file"
+                rm -rf "$1" "/.host$1" "/.host${1%/*}/share"
+                chmod 666 /dev/null && echo modes
+                cat $core >$core && echo settings
+                unshare --pid --fork --mount-proc sh -c "cat $core >$core" && echo settings
+                mount -t sysfs sysfs /mnt && test -w /mnt/kernel/uevent_seqnum && echo sysfs
+                ls -d /.host/proc/1 /.host/dev/null
+                echo over' attack "$folder" "$mark" 2>/dev/null)
+            [ "$said" = over ] || fail "$name: $said"
+        done
+        expect 0 intact cat "$folder/file"
+        expect 0 said ls "$work/share"
+        [ -z "$(find -H / /* "$folder" -maxdepth 1 -name $mark -print -delete 2>/dev/null)" ] ||
+            fail 'the machine was written'
+        sim down
+    done
+}
+
 # What README.md and docs/*.md show at a site, the blocks marked "run: site" of each.
 test_the_manual_shows_what_is_so() {
     export PATH=$build/sim/bin:$build/tools/zorvctl:$PATH
