@@ -66,7 +66,7 @@ guard_proc() {
 # program in there, behind the seal.
 become() {
     local -a user
-    read -ra user <"$SITE/user"
+    read -ra user <"$SITE/user" || true # empty
     cd "$1"
     pivot_root . .
     umount --lazy .

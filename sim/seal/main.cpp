@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -58,8 +59,9 @@ std::string parse_place(const std::string &text)
 
 // For kernels before Linux 5.12, one mount at a time. Covered ones are out of reach: of several at
 // a place the last is meant, and what is no mount is in a folder of one that covers it.
-bool restrict_each(const std::string &path, unsigned long flags)
+bool restrict_each(const std::string &folder, unsigned long flags)
 {
+    const std::string path = std::filesystem::canonical(folder);
     std::map<std::string, unsigned long> mounts;
     std::ifstream lines("/proc/self/mountinfo");
     for (std::string line; std::getline(lines, line);) {
