@@ -67,7 +67,7 @@ guard_proc() {
 become() {
     local -a user
     read -ra user <"$SITE/user" || true # empty
-    cd "$1"
+    cd "$1" || return
     pivot_root . .
     umount --lazy .
     exec unshare "${user[@]}" --mount "${@:2}"

@@ -72,7 +72,7 @@ run_site() {
     local site status
     choose_ways
     export SIM_FOLDER=$PWD
-    cd /proc # see hold
+    cd /proc || return # see hold
     # A shell has its background processes ignore interrupts: the command shall not. Becoming root
     # makes the kernel forget the death signal, hence the order. A parent that is gone by then sends
     # none: so it is looked at once more, here and in init.

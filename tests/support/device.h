@@ -76,8 +76,8 @@ void write_text(const std::string &path, std::string_view text);
 
 inline void mount_at(const char *type, const std::string &path, const char *options = nullptr)
 {
-    const bool memory = strcmp(type, "tmpfs") == 0; // what is the kernel's is only to be read
-    check(mount(type, path.c_str(), type, memory ? 0 : MS_RDONLY, options), path);
+    const int flags = strcmp(type, "tmpfs") ? MS_RDONLY : 0; // the kernel's own is to be read
+    check(mount(type, path.c_str(), type, flags, options), path);
 }
 
 // Each line of a text, without its newline.

@@ -52,7 +52,7 @@ void expose(const fs::path &path)
     fs::create_symlink(kHost + path.string(), path);
 }
 
-// Shows a path of the build machine's at another, without some of the limits of restrict_machine().
+// Shows a path of the build machine's at another, without some of the limits of make_root().
 void show(const std::string &path, const std::string &place, unsigned long allowed)
 {
     mount_attr without = {0, allowed, 0, 0};
@@ -88,23 +88,17 @@ void make_files()
     }
 }
 
-// Nothing of the build machine can be written, nor its devices opened.
-void restrict_machine()
+// The root. Nothing of the build machine can be written, nor its devices opened. The device gets
+// but a copy of these mounts, in a user namespace below: there the kernel holds on to their limits.
+void make_root()
 {
+    umask(022);
     mount_attr limits = {MOUNT_ATTR_RDONLY | MOUNT_ATTR_NODEV, 0, 0, 0};
     const unsigned long flags = MS_REMOUNT | MS_BIND | MS_RDONLY | MS_RELATIME;
     check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "MS_PRIVATE");
     if (syscall(SYS_mount_setattr, -1, "/", AT_RECURSIVE, &limits, sizeof limits) != 0)
         // An emulator that lacks the call: then the one file system that the links lead into.
         check(mount(nullptr, "/", nullptr, flags, nullptr), "/");
-}
-
-// The root, in a mount namespace that the device only gets a copy of: in a user namespace below,
-// the kernel holds on to the limits of what it copies.
-void make_root()
-{
-    umask(022);
-    restrict_machine();
     mount_at("tmpfs", "/tmp", "mode=755");
     fs::create_directory("/tmp" + kHost);
     check(syscall(SYS_pivot_root, "/tmp", ("/tmp" + kHost).c_str()), "pivot_root");
@@ -165,22 +159,19 @@ int shown_status(int status)
     _exit(shown_status(status));
 }
 
-void write_in(int folder, const char *name, const std::string &text)
-{
-    const int fd = check(openat(folder, name, O_WRONLY | O_CLOEXEC), name);
-    check(write(fd, text.data(), text.size()), name);
-    close(fd);
-}
-
 // Into new namespaces, as root of one for users; self is this process in a /proc that can be
 // written.
 void unshare_as_root(int flags, int self)
 {
     const auto uid = std::to_string(geteuid()), gid = std::to_string(getegid());
     if (unshare(flags | CLONE_NEWUSER) == 0) {
-        write_in(self, "setgroups", "deny");
-        write_in(self, "uid_map", "0 " + uid + " 1");
-        write_in(self, "gid_map", "0 " + gid + " 1");
+        for (const auto &[name, text] : {std::pair{"setgroups", std::string("deny")},
+                                         {"uid_map", "0 " + uid + " 1"},
+                                         {"gid_map", "0 " + gid + " 1"}}) {
+            const int fd = check(openat(self, name, O_WRONLY | O_CLOEXEC), name);
+            check(write(fd, text.data(), text.size()), name);
+            close(fd);
+        }
         check(prctl(PR_SET_DUMPABLE, 1), "PR_SET_DUMPABLE"); // LeakSanitizer traces the process
     } else {
         // Root does without. In a user-mode emulator it has to: that has a thread of its own, and a
