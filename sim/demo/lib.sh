@@ -34,15 +34,15 @@ step() {
     take "$1" bash -c "$2"
 }
 
-# at APPLIANCE STATUS COMMAND: a command on an appliance.
+# at APPLIANCE STATUS COMMAND: a command on an appliance, at home there.
 at() {
     printf '\n%s# %s\n' "$1" "$3"
-    take "$2" zorv-sim exec "$1" bash -c "$3"
+    take "$2" zorv-sim exec "$1" bash -c "cd; $3"
 }
 
 # quietly APPLIANCE COMMAND: the same, for what the story takes for granted.
 quietly() {
-    zorv-sim exec "$1" bash -ec "$2"
+    zorv-sim exec "$1" bash -ec "cd; $2"
 }
 
 # expect TEXT...: the output of the last step holds each text.

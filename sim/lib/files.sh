@@ -1,6 +1,6 @@
 # What an appliance's files say: its hardware, its configuration, its state, its log.
 #
-# lib/device sources this, and sets name, systemid, serialno, address, key, panic and own.
+# lib/boot sources this, and has name, systemid, serialno, address, key, group, panic and own.
 # shellcheck shell=bash disable=SC2154
 
 make_hardware_files() {
@@ -25,11 +25,11 @@ TEXT
 }
 
 make_configuration() {
-    sed "s/@name@/$name/; s/@serialno@/$serialno/" "/.host$own/system.cfg" >/tmp/system.cfg
+    sed "s/@name@/$name/; s/@serialno@/$serialno/" "$own/system.cfg" >/tmp/system.cfg
     printf 'mgmt.kelo.env=prod\nmgmt.kelo.env.force=1\n' >/etc/persistent/cfg/mgmt
     cat >/run/zorv_protocol.info <<TEXT
 pluvo.key=$key
-pluvo.mcip=$(<"/.host$SITE/group")
+pluvo.mcip=$group
 TEXT
 }
 
@@ -54,7 +54,7 @@ make_log() {
     log kernel 'eth0: link becomes ready'
     log 'dhcpc[211]' "lease of $address obtained"
     if [ -n "$panic" ]; then
-        cp "/.host$own/oops" /.store/oops
+        cp "$own/oops" /.store/oops
     fi
     if [ -e /.store/oops ]; then
         log kernel 'a record of the crash before this start is kept, see oopsdump'
@@ -62,6 +62,12 @@ make_log() {
 }
 
 install_tools() {
-    ln -s "/.host$own/syswrapper.sh" /etc/syswrapper.sh
-    ln -sf "/.host$own/syswrapper.sh" "/.host$own/oopsdump" "/.host$own/logread" /usr/local/bin/
+    ln -s "$own/syswrapper.sh" /etc/syswrapper.sh
+    ln -sf "$own/syswrapper.sh" "$own/oopsdump" "$own/logread" /usr/local/bin/
+}
+
+# The cloud host's names, and its authority as the only one.
+trust_cloud() {
+    cat /.store/cloud/hosts >>/etc/hosts
+    cp /.store/cloud/ca.pem /etc/ssl/certs/ca-certificates.crt
 }

@@ -18,6 +18,8 @@ export SITE=/run/site
 . "$SIM_DATA/lib/topology.sh"
 # shellcheck source-path=SCRIPTDIR source=outage.sh
 . "$SIM_DATA/lib/outage.sh"
+# shellcheck source-path=SCRIPTDIR source=seal.sh
+. "$SIM_DATA/lib/seal.sh"
 
 misuse() {
     echo "zorv-sim: $*" >&2
@@ -70,7 +72,7 @@ member_ready() {
 
 # appliance_start NAME [panic]
 appliance_start() {
-    member_start "$1" --net --mount --pid --ipc --uts --fork --kill-child -- \
+    member_start "$1" --mount --pid --fork --kill-child -- \
         "$SIM_DATA/lib/device" "$1" ${2:+"$2"}
 }
 
@@ -79,6 +81,8 @@ appliance_plug() {
     local mac
     mac=$(awk -v name="$1" '$1 == name { gsub(/../, "&:", $3); print substr($3, 1, 17) }' \
         "$SITE/appliances")
+    mkdir -p "$SITE/$1/store/cloud"
+    cp "$SITE/cloud/hosts" "$SITE/cloud/ca.pem" "$SITE/$1/store/cloud"
     member_plug "$1" "$mac"
 }
 
@@ -99,20 +103,30 @@ list_appliances() {
     done < <(topology appliance)
 }
 
-# What the appliances have of the build machine's /dev.
+# What the appliances have of the build machine's /dev: the modes are not theirs to change. Terminals
+# are their own.
 make_dev_nodes() {
     local node
-    mkdir "$SITE/dev" "$SITE/dev/pts" "$SITE/dev/shm"
+    mkdir "$SITE/dev"
     for node in null zero full random urandom tty; do
         : >"$SITE/dev/$node"
         mount --bind "/dev/$node" "$SITE/dev/$node"
     done
-    mount --rbind /dev/pts "$SITE/dev/pts"
+    "$SIM_PROGRAMS/zorv-seal" ro "$SITE"/dev/*
+    mkdir "$SITE/dev/pts"
+    mount -t devpts -o newinstance,ptmxmode=666 devpts "$SITE/dev/pts"
     ln -s pts/ptmx "$SITE/dev/ptmx"
     ln -s /proc/self/fd "$SITE/dev/fd"
     ln -s /proc/self/fd/0 "$SITE/dev/stdin"
     ln -s /proc/self/fd/1 "$SITE/dev/stdout"
     ln -s /proc/self/fd/2 "$SITE/dev/stderr"
+}
+
+# A folder of the machine's that the appliances may write, as /share.
+make_share() {
+    mkdir "$SITE/share"
+    mount --rbind "$1" "$SITE/share"
+    "$SIM_PROGRAMS/zorv-seal" nodev,nosuid "$SITE/share"
 }
 
 make_switch() {
@@ -128,13 +142,22 @@ site_up() {
     mount -t tmpfs -o mode=755 tmpfs /run
     mkdir "$SITE" "$SITE/bin"
     ln -s "$SIM_COMMAND" "$SITE/bin/zorv-sim"
-    mount -t sysfs sysfs /sys
+    mount -t sysfs -o ro sysfs /sys
     list_appliances >"$SITE/appliances"
     topology group >"$SITE/group"
+    : >"$SITE/user" # the options that make a user namespace
+    if unshare --user --map-root-user true 2>/dev/null; then
+        echo --user --map-root-user >"$SITE/user"
+    else
+        echo 'zorv-sim: without user namespaces, a command that remounts gets through the seal' >&2
+    fi
+    make_machine
+    list_changeable
     make_dev_nodes
+    [ -z "$SIM_SHARE" ] || make_share "$SIM_SHARE"
     make_switch
 
-    member_start cloud --net --uts -- "$SIM_DATA/lib/cloud" "$SIM_NETWORK.2"
+    member_start cloud --mount -- "$SIM_DATA/lib/cloud" "$SIM_NETWORK.2"
     for_appliances appliance_start
     member_plug cloud 02:a0:f1:ff:00:02
     member_ready cloud

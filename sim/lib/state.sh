@@ -72,9 +72,13 @@ run_site() {
     local site status
     choose_ways
     export SIM_FOLDER=$PWD
+    cd /proc || return # see hold
     # A shell has its background processes ignore interrupts: the command shall not. Becoming root
-    # makes the kernel forget the death signal, hence the order.
+    # makes the kernel forget the death signal, hence the order. A parent that is gone by then sends
+    # none: so it is looked at once more, here and in init.
+    # shellcheck disable=SC2016 # that shell expands it
     env --default-signal=INT,QUIT "${to_root[@]}" setpriv --pdeathsig KILL -- \
+        sh -c '[ "$PPID" = "$1" ] && shift && SIM_PARENT=$$ exec "$@"' sh $$ \
         "${into_site[@]}" "$SIM_DATA/lib/init" "$@" <&0 &
     site=$!
     trap 'kill -KILL "$site"' TERM HUP

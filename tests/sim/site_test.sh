@@ -14,17 +14,9 @@ mkfifo "$work/lives"
 # shellcheck disable=SC2094 # as intended
 exec 6<>"$work/lives" 7>"$work/lives" 8<"$work/lives" 6>&-
 
-clean_up() {
-    local status=$?
-    [ ! -e "$ZORV_SIM_STATE" ] || "$zorv_sim" down || true
-    rm -rf "$work"
-    exit "$status"
-}
-trap clean_up EXIT
+trap '[ ! -e "$ZORV_SIM_STATE" ] || sim down || true; rm -rf "$work"' EXIT
 
-sim() {
-    "$zorv_sim" "$@"
-}
+sim() { "$zorv_sim" "$@"; }
 
 fail() {
     echo "line ${BASH_LINENO[1]}: $*" >&2
@@ -49,10 +41,8 @@ traces() {
 # The last process of the site has ended, and all is as it was. No sooner is there an end to read,
 # since whatever is left would hold descriptor 7.
 nothing_left() {
-    local status=0
     exec 7>&-
-    read -r -t 60 -u 8 || status=$?
-    [ "$status" = 1 ] || fail 'processes are left'
+    read -r -t 60 -u 8 || [ $? = 1 ] || fail 'processes are left'
     exec 7>"$work/lives"
     diff <(traces) - <<<"$before" || fail 'something is left'
 }
@@ -161,6 +151,43 @@ test_bad_orders_are_refused() {
     expect 2 'the status is' sim up --outage crash:5000:1s
     expect 2 'the duration is' sim up --outage crash:500:1
     [ ! -e "$ZORV_SIM_STATE" ] || fail 'something was started'
+}
+
+# Who is root on an appliance remounts what there is, and then writes wherever the machine could be:
+# files of this test alone, and settings as they are, should there be a way.
+test_the_machine_is_sealed() {
+    local mark=here-was-$$ folder=$work/folder said
+    mkdir "$folder" "$work/share"
+    echo intact >"$folder/file"
+    install /dev/stdin "$folder/tool" <<<$'#!/bin/sh\necho "tool: $(cat file)"'
+    cd "$folder"
+    for overlays in yes no; do
+        ZORV_SIM_OVERLAYS=$overlays sim up --share "$work/share"
+        PATH=$folder:$PATH expect 0 'tool: intact' sim exec ap1 tool
+        sim push ap1 tool "$folder/file" /usr/local/bin
+        expect 0 'tool: intact' sim exec ap1 sh -ec 'cd /usr/local/bin; tool; rm /etc/group
+            echo x >>/etc/passwd; echo x >/usr/lib/x; echo shared >/share/said'
+        # shellcheck disable=SC2016 # the shells there expand it
+        for name in ap1 cloud; do
+            said=$(sim exec $name sh -c '
+                for place in / $(cut -d " " -f 5 /proc/self/mountinfo); do
+                    mount -o remount,bind,rw,dev "$place"; mount -o remount,rw "$place"
+                    [ "${place#/.host}" = "$place" ] || umount -l "$place"
+                done
+                for place in / /* /.host/* "$1" "/.host$1"; do echo x >"$place/$2"; done
+                rm -rf "$1" "/.host$1" "/.host${1%/*}/share"
+                settings=/proc/sys/kernel/core_pattern
+                cat $settings >$settings && echo settings
+                unshare -pf --mount-proc sh -c "cat $settings >$settings" && echo settings
+                mount -t sysfs sysfs /mnt && echo sysfs; chmod 666 /dev/null && echo modes
+                ls -d /.host/proc/1 /.host/dev/null
+                echo over' attack "$folder" "$mark" 2>/dev/null)
+            [ "$said" = over ] || fail "$name: $said"
+        done
+        expect 0 $'intact\nshared' cat "$folder/file" "$work/share/said"
+        [ -z "$(find -H / /* . -maxdepth 1 -name $mark -print -delete 2>&-)" ] || fail written
+        sim down
+    done
 }
 
 # What README.md and docs/*.md show at a site, the blocks marked "run: site" of each.

@@ -4,9 +4,10 @@
 // PID, IPC and UTS namespaces, and a root directory that nobody else sees. /etc, /tmp, /run, /var,
 // /dev, /root, /usr/etc, /usr/lib and /usr/local are fresh folders, and a test may write anywhere
 // in them. The programs and libraries of the build machine are symbolic links into /.host, which is
-// read-only, as are the source and the build tree at their own paths. The loopback interface is
-// up, there is no other. The test is root there, whoever started it, and /usr/local/bin comes
-// first in PATH. All of it is gone when the test ends, processes it left behind included.
+// read-only, whatever is remounted, as are the source and the build tree at their own paths. The
+// loopback interface is up, there is no other. The test is root there, whoever started it, and
+// /usr/local/bin comes first in PATH. All of it is gone when the test ends, processes it left
+// behind included.
 //
 // /proc and /sys are empty folders to fill, unless the test asks for the kernel's own.
 #ifndef ZORV_TESTS_SUPPORT_DEVICE_H
@@ -75,7 +76,8 @@ void write_text(const std::string &path, std::string_view text);
 
 inline void mount_at(const char *type, const std::string &path, const char *options = nullptr)
 {
-    check(mount(type, path.c_str(), type, 0, options), path);
+    const int flags = strcmp(type, "tmpfs") ? MS_RDONLY : 0; // the kernel's own is to be read
+    check(mount(type, path.c_str(), type, flags, options), path);
 }
 
 // Each line of a text, without its newline.

@@ -14,8 +14,8 @@ namespace {
 
 // Folders of the device's own.
 const char *const kFolders[] = {
-    "/dev/shm", "/etc/ssl/certs", "/proc",    "/root",    "/run",     "/sys",
-    "/tmp",     "/var/log",       "/var/tmp", "/usr/etc", "/usr/lib", "/usr/local/bin",
+    "/.dev", "/dev/shm", "/etc/ssl/certs", "/proc",    "/root",    "/run",           "/sys",
+    "/tmp",  "/var/log", "/var/tmp",       "/usr/etc", "/usr/lib", "/usr/local/bin",
 };
 
 // What programs need of the build machine's /etc, where it has it.
@@ -52,9 +52,12 @@ void expose(const fs::path &path)
     fs::create_symlink(kHost + path.string(), path);
 }
 
-void bind_mount(const std::string &path)
+// Shows a path of the build machine's at another, without some of the limits of make_root().
+void show(const std::string &path, const std::string &place, unsigned long allowed)
 {
-    check(mount((kHost + path).c_str(), path.c_str(), nullptr, MS_BIND, nullptr), path);
+    mount_attr without = {0, allowed, 0, 0};
+    check(mount((kHost + path).c_str(), place.c_str(), nullptr, MS_BIND, nullptr), path);
+    syscall(SYS_mount_setattr, AT_FDCWD, place.c_str(), 0, &without, sizeof without);
 }
 
 void make_files()
@@ -75,39 +78,37 @@ void make_files()
     expose(ZORV_SOURCE_DIR);
     expose(ZORV_BUILD_DIR);
     for (const std::string node : {"null", "zero", "full", "random", "urandom", "tty"}) {
-        write_text("/dev/" + node, "");
-        bind_mount("/dev/" + node);
+        write_text("/.dev/" + node, "");
+        show("/dev/" + node, "/.dev/" + node, MOUNT_ATTR_NODEV);
+        fs::create_symlink("/.dev/" + node, "/dev/" + node);
     }
-}
-
-// What is outside cannot be written, but for the folder of the profile.
-void make_read_only()
-{
-    mount_attr read_only = {MOUNT_ATTR_RDONLY, 0, 0, 0}, writable = {0, MOUNT_ATTR_RDONLY, 0, 0};
-    const char *const host = kHost.c_str();
-    if (syscall(SYS_mount_setattr, -1, host, AT_RECURSIVE, &read_only, sizeof read_only) != 0)
-        // An emulator that lacks the call: then the one file system that the links lead into.
-        check(
-            mount(nullptr, host, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY | MS_RELATIME, nullptr),
-            kHost);
     if (const char *const path = getenv(kProfile)) {
         fs::create_directories(path);
-        bind_mount(path);
-        syscall(SYS_mount_setattr, AT_FDCWD, path, 0, &writable, sizeof writable);
+        show(path, path, MOUNT_ATTR_RDONLY);
     }
 }
 
-// In the first process of the new PID namespace.
-void make_device()
+// The root. Nothing of the build machine can be written, nor its devices opened. The device gets
+// but a copy of these mounts, in a user namespace below: there the kernel holds on to their limits.
+void make_root()
 {
     umask(022);
+    mount_attr limits = {MOUNT_ATTR_RDONLY | MOUNT_ATTR_NODEV, 0, 0, 0};
+    const unsigned long flags = MS_REMOUNT | MS_BIND | MS_RDONLY | MS_RELATIME;
     check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "MS_PRIVATE");
+    if (syscall(SYS_mount_setattr, -1, "/", AT_RECURSIVE, &limits, sizeof limits) != 0)
+        // An emulator that lacks the call: then the one file system that the links lead into.
+        check(mount(nullptr, "/", nullptr, flags, nullptr), "/");
     mount_at("tmpfs", "/tmp", "mode=755");
     fs::create_directory("/tmp" + kHost);
     check(syscall(SYS_pivot_root, "/tmp", ("/tmp" + kHost).c_str()), "pivot_root");
     check(chdir("/"), "/");
     make_files();
-    make_read_only();
+}
+
+// In the first process of the new PID namespace.
+void make_device()
+{
     mount_at("proc", "/proc");
     mount_at("tmpfs", "/proc", "mode=755");
     mount_at("tmpfs", "/sys", "mode=755");
@@ -158,21 +159,36 @@ int shown_status(int status)
     _exit(shown_status(status));
 }
 
+// Into new namespaces, as root of one for users; self is this process in a /proc that can be
+// written.
+void unshare_as_root(int flags, int self)
+{
+    const auto uid = std::to_string(geteuid()), gid = std::to_string(getegid());
+    if (unshare(flags | CLONE_NEWUSER) == 0) {
+        for (const auto &[name, text] : {std::pair{"setgroups", std::string("deny")},
+                                         {"uid_map", "0 " + uid + " 1"},
+                                         {"gid_map", "0 " + gid + " 1"}}) {
+            const int fd = check(openat(self, name, O_WRONLY | O_CLOEXEC), name);
+            check(write(fd, text.data(), text.size()), name);
+            close(fd);
+        }
+        check(prctl(PR_SET_DUMPABLE, 1), "PR_SET_DUMPABLE"); // LeakSanitizer traces the process
+    } else {
+        // Root does without. In a user-mode emulator it has to: that has a thread of its own, and a
+        // process with threads gets no user namespace.
+        check(unshare(flags), "unshare");
+    }
+}
+
 [[noreturn]] void enter(const std::function<int()> &work)
 {
     try {
-        const auto uid = std::to_string(getuid()), gid = std::to_string(getgid());
-        const int flags = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS;
-        if (unshare(flags | CLONE_NEWUSER) == 0) {
-            write_text("/proc/self/setgroups", "deny");
-            write_text("/proc/self/uid_map", "0 " + uid + " 1");
-            write_text("/proc/self/gid_map", "0 " + gid + " 1");
-            check(prctl(PR_SET_DUMPABLE, 1), "PR_SET_DUMPABLE"); // LeakSanitizer traces the process
-        } else {
-            // Root does without. In a user-mode emulator it has to: that has a thread of its own,
-            // and a process with threads gets no user namespace.
-            check(unshare(flags), "unshare");
-        }
+        const int self = check(open("/proc/self", O_PATH | O_DIRECTORY | O_CLOEXEC), "/proc");
+        unshare_as_root(CLONE_NEWNS, self);
+        make_root();
+        unshare_as_root(CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS,
+                        self);
+        close(self);                      // it is of a mount without limits
         prctl(PR_SET_PDEATHSIG, SIGKILL); // behind it, for a change of credentials forgets it
         const pid_t init = check(fork(), "fork");
         if (init == 0)

@@ -32,7 +32,7 @@ $ zorvctl discovery listen --timeout 0.01 --count 1 --json; zorvctl discovery se
 {"messages":[]}
 zorvctl: a message of 492 bytes would be cut by its receivers, who take 463
 [4]
-$ ip netns add far; ip link set far0 netns far; far() { ip netns exec far "$@"; }
+$ ip netns add far; ip link set far0 netns far; far() { nsenter --net=/run/netns/far "$@"; }
 $ far ip link set far0 up; far ip addr add 192.0.2.2/24 dev far0; far ip route add 239.0.0.0/8 dev far0
 $ mkfifo says; timeout 20 zorvctl -v discovery listen --count 3 --method 5 --method 6 >heard 2>says &
 $ exec 3<says; while read -r line <&3; do case $line in *'init done') break;; esac; done

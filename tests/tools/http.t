@@ -23,7 +23,7 @@ X-A: 1
 X-B: 2
 
 text
-$ for file in /usr/lib/*/libcurl.so.4; do mount --bind /dev/null $file; done; zorvctl http get https://cloud.test/a | sed -n '4,6p'
+$ for so in /usr/lib/*/libcurl.so.4; do mount --bind /dev/null "$(readlink -f "$so")"; done; zorvctl http get https://cloud.test/a | sed -n '4,6p'
 zorvctl[...]: [error] curl_simple.curl_simple(): No HTTP without libcurl.so.4: .../libcurl.so.4: file too short
 result    2
 name      CURLE_FAILED_INIT

@@ -1,5 +1,5 @@
 # iface, bridge, portal, sockets and ps.
-$ umount /proc; mount -t sysfs sysfs /sys; bridge fdb add 02:a0:f1:00:00:07 dev eth0 master dynamic
+$ umount /proc; mount -t sysfs -o ro sysfs /sys; bridge fdb add 02:a0:f1:00:00:07 dev eth0 master dynamic
 $ zorvctl bridge fdb --json; zorvctl bridge ports --json; zorvctl bridge lookup 02:A0:F1:00:00:07 --json; zorvctl bridge delete 02:a0:f1:00:00:07 eth0
 {"bridge":"br0","entries":[...{"mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","local":false,"age_seconds":...},...{"mac":"02:a0:f1:00:00:10","port":1,"ifname":"eth0","local":true,"age_seconds":...}]}
 {"bridge":"br0","ports":[{"port":1,"ifname":"eth0","state":"forwarding","mac":"02:a0:f1:00:00:10"}]}
@@ -19,10 +19,10 @@ hotel
 $ echo 'site cloud.test' | cloud; zorvctl sockets --name zorv-cloud --json
 {"sockets":[{"socket_type":"tcp","state":"LISTEN","local_port":443,"remote_port":"*","pid":...,"comm":"zorv-cloud"}]}
 $ cat >named <<'END' # itself
-> name=$(printf 'caf\303\251 \033\377'); printf "$name" >/proc/$$/comm; exec 7>/tmp/seven </dev/null 2>/dev/null
+> exec 7>/tmp/seven </dev/null 2>/dev/null
 > zorvctl ps --fds --name "$name"; zorvctl ps --json --name "$name"
 > END
-$ sh named | grep 'caf\|seven'
+$ export name="$(printf 'caf\303\251 \033\377')"; cp /bin/sh "$name"; bash -c 'exec -a sh "./$name" named' | grep 'caf\|seven'
 ...  café \x1b\xff
 file     /tmp/seven...-      -           -            -     -
 {"processes":[{"pid":...,"ppid":...,"stat":"...","rss":...,"vsz":...,"fd_count":...,"comm":"café \u001B�","invalid_utf8":true,"cmdline":"sh named"}]}
