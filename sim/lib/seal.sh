@@ -70,5 +70,5 @@ become() {
     cd "$1" || return
     pivot_root . .
     umount --lazy .
-    exec unshare "${user[@]}" --mount "${@:2}"
+    exec "${user[@]}" unshare --mount "${@:2}" # in two steps, or files of the network would be nobody's
 }
