@@ -70,5 +70,6 @@ become() {
     cd "$1" || return
     pivot_root . .
     umount --lazy .
-    exec "${user[@]}" unshare --mount "${@:2}" # in two steps, or files of the network would be nobody's
+    # In two steps, or the network's files would be nobody's.
+    exec "${user[@]}" unshare --mount "${@:2}"
 }
