@@ -70,5 +70,6 @@ become() {
     cd "$1" || return
     pivot_root . .
     umount --lazy .
-    exec unshare "${user[@]}" --mount "${@:2}"
+    # In two steps, or the network's files would be nobody's.
+    exec "${user[@]}" unshare --mount "${@:2}"
 }

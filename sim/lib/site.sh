@@ -145,9 +145,9 @@ site_up() {
     mount -t sysfs -o ro sysfs /sys
     list_appliances >"$SITE/appliances"
     topology group >"$SITE/group"
-    : >"$SITE/user" # the options that make a user namespace
+    : >"$SITE/user" # what makes a user namespace
     if unshare --user --map-root-user true 2>/dev/null; then
-        echo --user --map-root-user >"$SITE/user"
+        echo unshare --user --map-root-user -- >"$SITE/user"
     else
         echo 'zorv-sim: without user namespaces, a command that remounts gets through the seal' >&2
     fi

@@ -22,7 +22,7 @@ namespace {
 
 struct Option {
     const char *name;
-    unsigned long flag; // of mount(2); those below that can be asked for are MOUNT_ATTR_... as well
+    unsigned long flag; // of mount(2); those that are offered are MOUNT_ATTR_... as well
 };
 
 constexpr Option kOptions[] = {
@@ -30,6 +30,7 @@ constexpr Option kOptions[] = {
     {"noexec", MS_NOEXEC},     {"noatime", MS_NOATIME}, {"nodiratime", MS_NODIRATIME},
     {"relatime", MS_RELATIME},
 };
+constexpr unsigned long kOffered = MS_RDONLY | MS_NOSUID | MS_NODEV;
 static_assert(MS_RDONLY == MOUNT_ATTR_RDONLY && MS_NOSUID == MOUNT_ATTR_NOSUID &&
               MS_NODEV == MOUNT_ATTR_NODEV);
 
@@ -97,7 +98,7 @@ int main(int argc, char **argv)
     const bool binds = argc > 1 && strcmp(argv[1], "--bind") == 0;
     int next = binds ? 2 : 1;
     const unsigned long flags = next < argc ? parse_options(argv[next++]) : 0;
-    if (flags == 0 || (flags & ~(MS_RDONLY | MS_NOSUID | MS_NODEV))) {
+    if (flags == 0 || (flags | kOffered) != kOffered) {
         fprintf(stderr, "usage: zorv-seal [--bind] ro|nodev|nosuid,... PATH...\n");
         return 2;
     }

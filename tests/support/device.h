@@ -76,7 +76,8 @@ void write_text(const std::string &path, std::string_view text);
 
 inline void mount_at(const char *type, const std::string &path, const char *options = nullptr)
 {
-    const int flags = strcmp(type, "tmpfs") ? MS_RDONLY : 0; // the kernel's own is to be read
+    const unsigned long flags =
+        strcmp(type, "tmpfs") ? MS_RDONLY : 0; // the kernel's own is to be read
     check(mount(type, path.c_str(), type, flags, options), path);
 }
 
