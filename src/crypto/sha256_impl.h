@@ -13,9 +13,9 @@ constexpr uint32_t kSha256Block = 64;
 using Sha256Compress = void(uint32_t *h, const uint8_t *blocks, size_t count);
 
 // Hidden where they are declared, or their addresses would be looked up in a table to relocate.
+// The second one is there for x86 and 64-bit Arm only.
 [[gnu::visibility("hidden")]] Sha256Compress sha256_compress_portable;
-[[gnu::visibility(
-    "hidden")]] Sha256Compress sha256_compress_instructions; // x86 and 64-bit Arm only
+[[gnu::visibility("hidden")]] Sha256Compress sha256_compress_instructions;
 
 // The form in instructions; null where the processor has none.
 Sha256Compress *sha256_hardware();
