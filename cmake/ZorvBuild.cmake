@@ -31,8 +31,10 @@ target_compile_options(zorv_library_flags INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>)
 
 include(CheckCXXCompilerFlag)
+include(CheckCXXSymbolExists)
+check_cxx_symbol_exists(__aarch64__ stdint.h ZORV_FOR_AARCH64)
 check_cxx_compiler_flag(-mno-outline-atomics ZORV_CAN_INLINE_ATOMICS)
-if(ZORV_CAN_INLINE_ATOMICS) # of Arm: what asks the processor is a constructor in every process
+if(ZORV_FOR_AARCH64 AND ZORV_CAN_INLINE_ATOMICS) # what asks the processor would be a constructor
     target_compile_options(zorv_library_flags INTERFACE -mno-outline-atomics)
 endif()
 if(NOT ZORV_UNWIND_TABLES)
