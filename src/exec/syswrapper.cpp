@@ -67,9 +67,11 @@ int reap_first(pid_t child)
     const Fd end = watch(child);
     pollfd event = {end.get(), POLLIN, 0}; // poll() passes over -1 and only waits
     int status = 0;
-    for (int wait = 1; waitpid(-1, &status, WNOHANG) == 0 && is_child(child);
-         wait = std::min(2 * wait, kLongestWait))
+    int wait = 1;
+    while (waitpid(-1, &status, WNOHANG) == 0 && is_child(child)) {
         poll(&event, 1, wait);
+        wait = std::min(2 * wait, kLongestWait);
+    }
     return status;
 }
 
