@@ -144,12 +144,30 @@ test_a_restart_keeps_what_was_saved() {
     expect 1 '' sim exec ap1 oopsdump -e
 }
 
+test_a_cable_is_poor_or_pulled() {
+    sim up
+    sim link ap1 delay 20ms loss 1%
+    expect 0 =200 report trace.zorv.example
+    sim link ap2 down
+    expect 0 0 sim exec ap2 cat /sys/class/net/eth0/carrier
+    expect 0 '"link":"down"}],"cloud":{"address":"192.0.2.2","requests":1,' sim status --json
+    expect 0 '[{"number":1,"method":"POST","host":"trace.zorv.example","path":"/v1/crash"}]' \
+        sim received --json
+    sim reboot ap1
+    sim link ap2 up
+    expect 1 '' sim exec ap2 grep -q 0 /sys/class/net/eth0/carrier
+    expect 0 =200 report trace.zorv.example
+    sim down
+    nothing_left
+}
+
 test_bad_orders_are_refused() {
     expect 2 'no group' sim run --topology /dev/null -- true
     expect 2 'no topology nowhere' sim up --topology nowhere
     expect 2 'no service is called web' sim up --outage web:500:1s
     expect 2 'the status is' sim up --outage crash:5000:1s
     expect 2 'the duration is' sim up --outage crash:500:1
+    expect 2 'a link is up, down' sim link ap1 loss 101%
     [ ! -e "$ZORV_SIM_STATE" ] || fail 'something was started'
 }
 
