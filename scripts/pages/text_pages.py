@@ -8,6 +8,7 @@ fenced code, and the spans of mdoc.py.
 import re
 import sys
 
+import verb_tables
 from mdoc import Page, argument
 
 _PAGE = re.compile(r"<!-- ([\w.-]+)\((\d)\) -->")
@@ -95,20 +96,27 @@ def write_list(page, lines):
     page.macro("El")
 
 
-def write(path, name, section, places):
+def write(path, name, section, places, verbs=None):
+    """With verbs, of zorvctl: behind the text of a family stand the options of its verbs."""
     pieces = list(paragraphs(path.read_text().split("\n")))
     title = pieces[0][1][0]
     brief = re.fullmatch(r"# .+?: (.+)", title)
     if not brief:
         sys.exit(f'{path}: the title is not "# Name: what the page is about"')
     page = Page(name, section, brief[1], places)
+    if verbs:
+        verb_tables.write_synopsis(page)
     if pieces[1][0] != "head":
         page.section_head("Description")
     first = True # of its section: a paragraph then needs no space above
+    title = ""
     for kind, lines in pieces[1:]:
         if kind == "head":
             level, text = lines[0].split(" ", 1)
             if level == "##":
+                if verbs:
+                    verb_tables.write_options(page, verbs, title)
+                title = text
                 page.section_head(text.replace("`", ""))
             else:
                 page.macro("Ss", text.replace("`", ""))
@@ -123,6 +131,8 @@ def write(path, name, section, places):
         else:
             (write_table if kind == "table" else write_list)(page, lines)
         first = False
+    if verbs:
+        verb_tables.write_options(page, verbs, title)
     return page
 
 
@@ -136,8 +146,9 @@ class Texts:
     def places(self):
         return {path.name: page for path, page in self.pages.items()}
 
-    def write(self, out, places):
+    def write(self, out, places, verbs):
         for path, (name, section) in self.pages.items():
             folder = out / f"man{section}"
             folder.mkdir(exist_ok=True)
-            (folder / f"{name}.{section}").write_text(write(path, name, section, places).text())
+            page = write(path, name, section, places, verbs if name == "zorvctl" else None)
+            (folder / f"{name}.{section}").write_text(page.text())
