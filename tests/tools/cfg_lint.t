@@ -47,6 +47,7 @@ $ cat >site.schema <<END
 > radio.<n>.channel     number, required
 > radio.<n>.band        one of 2g 5g, default 2g
 > radio.9.band          one of 6g
+> radio.9.channel       number ..9
 > radio.<n>.vap.<n>.id  number, required
 > system.name           text 1.., required
 > snmp.user             text, deprecated, nobody reads it

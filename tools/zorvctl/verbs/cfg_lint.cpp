@@ -106,7 +106,7 @@ private:
             return;
         const char *what = misc_line_ ? "the value replaces that of" : "kept, but lookups take";
         find("duplicate-key", misc_line_ ? Severity::note : Severity::warning,
-             key_ + ": " + what + format(" line %zu", first->second));
+             format("%s: %s line %zu", key_.c_str(), what, first->second));
     }
 
     std::string_view rest_;

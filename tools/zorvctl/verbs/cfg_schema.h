@@ -97,7 +97,7 @@ private:
     const Schema &schema_;
     std::vector<Group> groups_;
     Numbers group_lines_; // the same lines, by the prefix in lower case
-    Numbers seen_;        // the lines of required keys, in lower case
+    Numbers seen_;        // the lines of all keys, in lower case
     size_t effort_;       // left for finding what a key may have meant
 };
 

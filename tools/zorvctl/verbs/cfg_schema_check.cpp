@@ -40,6 +40,7 @@ void SchemaCheck::check(const std::string &key, const std::string &value, size_t
 {
     const KeyForm form = key_form(key);
     note_groups(form, line);
+    seen_.emplace(folded(key), line);
     const KeyRule *const rule = schema_.find(form);
     if (!rule)
         return check_unknown(form, line, findings);
@@ -47,8 +48,6 @@ void SchemaCheck::check(const std::string &key, const std::string &value, size_t
     const auto find = [&](const char *kind, Severity severity, const std::string &what) {
         findings.push_back({line, kind, severity, key, key + ": " + what});
     };
-    if (rule->required)
-        seen_.emplace(folded(key), line);
     if (!rule->type.takes(rule->type, value))
         find("bad-value", Severity::error, misfit(value, rule->type));
     if (!rule->deprecated.empty())
@@ -78,11 +77,13 @@ void SchemaCheck::check_unknown(const KeyForm &form, size_t line, Findings &find
         return;
     const bool closed = schema_.is_closed(form);
     const KeyRule *const meant = most_like(folded(form.pattern), closed);
-    if (closed || meant)
-        findings.push_back({line, "unknown-key", closed ? Severity::error : Severity::note,
-                            form.key,
-                            form.key + ": not in the schema" +
-                                (meant ? "; did you mean " + meant->pattern + "?" : "")});
+    if (!closed && !meant)
+        return;
+    std::string message = form.key + ": not in the schema";
+    if (meant)
+        message += "; did you mean " + meant->pattern + "?";
+    findings.push_back({line, "unknown-key", closed ? Severity::error : Severity::note, form.key,
+                        std::move(message)});
 }
 
 // The rule whose pattern is a slip or two away. Where other keys are none of the schema's business,
