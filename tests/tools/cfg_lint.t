@@ -95,6 +95,10 @@ $ printf '# misc\nsystem.name=a\nsystem.name=b\n' >note.cfg; zorvctl cfg lint --
 {"files":[{"file":"note.cfg","lines":3,"findings":[{"line":3,"kind":"duplicate-key","message":"system.name: the value replaces that of line 2","severity":"note","key":"system.name"}],"misc_line":1},{"file":"good.cfg","lines":18,"findings":[],"misc_line":null}]}
 $ printf '* closed\nsystem.name text' >all.schema; zorvctl cfg lint --schema all.schema note.cfg site.cfg | grep -c unknown-key
 15
+$ printf '# end' | zorvctl cfg lint --level error -
+LINE  KIND        SEVERITY  MESSAGE
+   1  no-newline  warning   the last line has no newline: a value loses its last byte
+no misc region
 $ while read -r line; do
 >   printf '\n%b\n' "$line" >odd.schema; zorvctl cfg lint --schema odd.schema good.cfg 2>&1 | sed "s/.*odd.schema//"
 > done <<END

@@ -56,7 +56,7 @@ private:
     {
         key_.clear();
         if (!complete_)
-            find("no-newline", Severity::error,
+            find("no-newline", line.starts_with('#') ? Severity::warning : Severity::error,
                  "the last line has no newline: a value loses its last byte");
         if (line.starts_with('#')) {
             if (line.starts_with("# misc") && misc_line_ == 0)
