@@ -26,4 +26,4 @@ PACKAGECONFIG[pages-4k] = "-DZORV_PAGE_SIZE=4096"
 PACKAGECONFIG[no-unwind] = "-DZORV_UNWIND_TABLES=OFF"
 
 PACKAGES =+ "zorv-utils"
-FILES:zorv-utils = "${bindir}/zorvctl ${datadir}/bash-completion ${datadir}/zsh"
+FILES:zorv-utils = "${bindir}/zorvctl ${datadir}/bash-completion ${datadir}/zorv ${datadir}/zsh"

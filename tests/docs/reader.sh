@@ -7,6 +7,8 @@ for path in /run/kernel-proc/[a-z]*; do
     rm -rf "/proc/${path##*/}"
     ln -s "$path" /proc/
 done
-cmake -DCMAKE_INSTALL_PREFIX=/usr/local -P "$build/src/cmake_install.cmake" >/dev/null
+for part in src tools/zorvctl; do
+    cmake -DCMAKE_INSTALL_PREFIX=/usr/local -P "$build/$part/cmake_install.cmake" >/dev/null
+done
 tee system.cfg <"$source/examples/system.cfg" >/tmp/system.cfg
 export PKG_CONFIG_PATH=/usr/local/lib/pkgconfig LD_LIBRARY_PATH=/usr/local/lib

@@ -33,5 +33,5 @@ $ zorvctl cfg lint odd.cfg | awk '$2 != "region" { print $1, $2 }' | xargs
 LINE KIND 1 carriage-return 2 carriage-return 3 no-equals 4 duplicate-key 5 blanks 6 empty-key 7 blanks 7 indented-comment 8 nul-byte 10 duplicate-key 11 no-newline the misc
 $ printf 'a=1\n# miscellany\n\n  \nb=1' >odd.cfg; zorvctl cfg lint old.cfg; zorvctl cfg lint odd.cfg --json
 no misc region
-{"file":"odd.cfg","lines":5,"findings":[{"line":5,"kind":"no-newline","message":"the last line has no newline: a value loses its last byte"}],"misc_line":2}
+{"file":"odd.cfg","lines":5,"findings":[{"line":5,"kind":"no-newline","message":"the last line has no newline: a value loses its last byte","severity":"error","key":null}],"misc_line":2}
 [1]

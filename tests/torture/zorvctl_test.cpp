@@ -21,7 +21,7 @@ void torture_verbs(const std::string &verbs)
     Device::make_bridge();
     Device::must_run(R"(build=; . )" ZORV_SOURCE_DIR R"(/tests/tools/unit.sh; whole_unit
         printf 'a=1\nvlan.1.id=2\n' >a; echo a=2 >b; echo '{"c":[1]}' >c; echo 5 >n
-        add_log a.tgz 0; mkdir -p /run/guest/portal/hotel
+        echo 'a number, required' >s; add_log a.tgz 0; mkdir -p /run/guest/portal/hotel
         echo aa:bb >/run/guest/portal/hotel/authorized; head -c 65536 /dev/zero >EEPROM
         echo 'ipv4 2 tcp src=192.0.2.1 dst=192.0.2.9 x' >/proc/net/nf_conntrack
         touch /proc/net/tcp6 /proc/net/udp6 /proc/locks; ip route add 239.0.0.0/8 dev br0
@@ -53,8 +53,8 @@ void torture_verbs(const std::string &verbs)
 // started counts as run.
 TEST_F(Torture, VerbsForScripts)
 {
-    torture_verbs(R"(cfg get a a; cfg diff a b; cfg lint a; cfg apply --set a=1 a; hash a;
-        file add n 0|[0] 0*; json get c c 0 --json; url resolve localhost; lock inform true;
+    torture_verbs(R"(cfg get a a; cfg diff a b; cfg lint --schema s a b; cfg apply --set a=1 a;
+        hash a; file add n 0|[0] 0*; json get c c 0 --json; url resolve localhost; lock inform true;
         capture 'echo 1'|[0]: popen_alloc_output: Failed*; exec run a|[0]|[0]: Fork Failed*)");
 }
 

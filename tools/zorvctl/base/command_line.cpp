@@ -2,32 +2,17 @@
 
 #include <algorithm>
 #include <cstring>
-#include <numeric>
 #include <string_view>
 
 #include <getopt.h>
+
+#include "base/words.h"
 
 namespace ctl {
 namespace {
 
 constexpr int kFirstCode = 256; // of options in the parser's table, behind all characters
 constexpr int kPositional = 1;  // the parser's code of a word that is no option
-
-// How many letters have to be added, taken away or replaced to get from one word to the other.
-size_t distance(std::string_view from, std::string_view to)
-{
-    std::vector<size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), 0);
-    for (size_t i = 0; i < from.size(); i++) {
-        size_t corner = std::exchange(row[0], i + 1);
-        for (size_t j = 0; j < to.size(); j++) {
-            const size_t replaced = corner + (from[i] == to[j] ? 0 : 1);
-            corner = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, corner + 1});
-        }
-    }
-    return row.back();
-}
 
 // The known word that is most like one that is not known.
 class Suggestion {

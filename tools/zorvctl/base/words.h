@@ -1,4 +1,4 @@
-// words.h - a text, word by word.
+// words.h - a text, word by word, and how much two words are alike.
 #ifndef ZORVCTL_WORDS_H
 #define ZORVCTL_WORDS_H
 
@@ -16,6 +16,9 @@ inline std::string_view take_word(std::string_view &text,
     text.remove_prefix(word.size());
     return word;
 }
+
+// How many letters have to be added, taken away or replaced to get from one word to the other.
+size_t distance(std::string_view from, std::string_view to);
 
 } // namespace ctl
 

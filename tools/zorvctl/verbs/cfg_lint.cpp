@@ -1,30 +1,38 @@
-// cfg_lint.cpp - what the parser loses of a configuration file, or keeps in an odd way.
+// cfg_lint.cpp - what is wrong in a configuration file: lines that the parser loses or keeps in an
+// odd way, and what a schema does not allow.
+#include <algorithm>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <vector>
 
 #include "base/text_file.h"
 #include "cfg.h"
+#include "cfg_schema.h"
 
 namespace ctl {
 namespace {
 
 struct LintArgs {
-    std::string file;
+    std::vector<std::string> files;
+    std::optional<std::string> schema;
+    int level = static_cast<int>(Severity::note);
 };
 
-// Walks the lines as the parser does.
+// Walks the lines as the parser does. What it loses, and what no line shows, is an error.
 class Linter {
 public:
-    explicit Linter(std::string_view text) : rest_(text) {}
+    Linter(std::string_view text, SchemaCheck *schema) : rest_(text), schema_(schema) {}
 
     void run()
     {
         while (!rest_.empty())
             check(next_line());
+        if (schema_)
+            schema_->check_missing(findings_);
     }
 
-    const Value &findings() const { return findings_; }
+    const Findings &findings() const { return findings_; }
     size_t lines() const { return number_; }
     size_t misc_line() const { return misc_line_; } // 0 without a misc region
 
@@ -39,35 +47,43 @@ private:
         return line;
     }
 
-    void find(const char *kind, const std::string &message)
+    void find(const char *kind, Severity severity, std::string_view message)
     {
-        findings_.add(
-            Value::object().set("line", number_).set("kind", kind).set("message", message));
+        findings_.push_back({number_, kind, severity, key_, std::string(message)});
     }
 
     void check(std::string_view line)
     {
+        key_.clear();
         if (!complete_)
-            find("no-newline", "the last line has no newline: a value loses its last byte");
+            find("no-newline", line.starts_with('#') ? Severity::warning : Severity::error,
+                 "the last line has no newline: a value loses its last byte");
         if (line.starts_with('#')) {
             if (line.starts_with("# misc") && misc_line_ == 0)
                 misc_line_ = number_;
             return;
         }
-        if (line.find('\0') != std::string_view::npos)
-            find("nul-byte", "the line ends here for the parser, less the byte before the NUL");
+        const size_t nul = line.find('\0');
+        if (nul != std::string_view::npos)
+            find("nul-byte", Severity::error,
+                 "the line ends here for the parser, less the byte before the NUL");
         if (line.starts_with('\r'))
-            find("carriage-return", "a line that begins with a carriage return is skipped");
+            find("carriage-return", Severity::error,
+                 "a line that begins with a carriage return is skipped");
         else if (line.find('\r') != std::string_view::npos)
-            find("carriage-return", "the carriage return stays in the text");
-        line = line.substr(0, line.find('\0'));
+            find("carriage-return", Severity::error, "the carriage return stays in the text");
+        line = line.substr(0, nul);
         if (line.starts_with('\r') || line.find_first_not_of(" \t") == std::string_view::npos)
             return;
         const size_t equals = line.find('=');
         if (equals == std::string_view::npos)
-            find("no-equals", "a line without \"=\" is skipped");
-        else
-            check_key(line.substr(0, equals));
+            return find("no-equals", Severity::error, "a line without \"=\" is skipped");
+        check_key(line.substr(0, equals));
+        std::string value(line.substr(equals + 1));
+        if ((!complete_ || nul != std::string_view::npos) && !value.empty())
+            value.pop_back(); // in the place of the newline
+        if (schema_)
+            schema_->check(key_, value, number_, findings_);
     }
 
     void check_key(std::string_view key)
@@ -75,37 +91,60 @@ private:
         constexpr char kBlanks[] = " \t";
         const size_t begin = key.find_first_not_of(kBlanks);
         const size_t end = key.find_last_not_of(kBlanks) + 1;
-        if (begin == std::string_view::npos)
-            find("empty-key", "the value has no key");
-        else if (begin != 0 || end != key.size())
-            find("blanks", "blanks around the key are dropped; those of the value stay");
-        key = begin == std::string_view::npos ? "" : key.substr(begin, end - begin);
-        if (key.starts_with('#'))
-            find("indented-comment", "this is no comment: \"#\" is not the first byte of the line");
+        key_ = begin == std::string_view::npos ? "" : key.substr(begin, end - begin);
+        if (key_.empty())
+            find("empty-key", Severity::warning, "the value has no key");
+        else if (key_.size() != key.size())
+            find("blanks", Severity::warning,
+                 "blanks around the key are dropped; those of the value stay");
+        if (key_.starts_with('#'))
+            find("indented-comment", Severity::warning,
+                 "this is no comment: \"#\" is not the first byte of the line");
 
-        const auto [first, added] = seen_.emplace(folded(key), number_);
+        const auto [first, added] = seen_.emplace(folded(key_), number_);
         if (added)
             return;
         const char *what = misc_line_ ? "the value replaces that of" : "kept, but lookups take";
-        find("duplicate-key", std::string(key) + ": " + what + format(" line %zu", first->second));
+        find("duplicate-key", misc_line_ ? Severity::note : Severity::warning,
+             format("%s: %s line %zu", key_.c_str(), what, first->second));
     }
 
     std::string_view rest_;
+    SchemaCheck *schema_;  // null without a schema
     bool complete_ = true; // the current line has its newline
     size_t number_ = 0;
     size_t misc_line_ = 0;
-    std::unordered_map<std::string, size_t> seen_; // folded key, first line
-    Value findings_ = Value::list();
+    std::string key_; // of the current line
+    Numbers seen_;    // folded key, first line
+    Findings findings_;
 };
 
-void lint(const LintArgs &args, Reply &reply)
+Value list_of(const Findings &findings)
 {
-    const std::string text = read_file(args.file);
-    Linter linter(text);
+    constexpr const char *kSeverities[] = {"error", "warning", "note"};
+    Value list = Value::list();
+    for (const Finding &finding : findings) {
+        Value row = Value::object();
+        row.set("line", finding.line == 0 ? Value() : Value(finding.line));
+        row.set("kind", finding.kind).set("message", finding.message);
+        row.set("severity", kSeverities[static_cast<int>(finding.severity)]);
+        row.set("key", finding.key.empty() ? Value() : Value(finding.key));
+        list.add(row);
+    }
+    return list;
+}
+
+void lint_file(const std::string &file, const Schema *schema, int level, Reply &reply)
+{
+    const std::string text = read_input(file);
+    std::optional<SchemaCheck> check;
+    if (schema)
+        check.emplace(*schema);
+    Linter linter(text, check ? &*check : nullptr);
     linter.run();
 
-    reply.document.set("file", args.file).set("lines", linter.lines());
-    reply.table("findings", linter.findings(), {"line", "kind", "message"});
+    reply.document.set("file", file).set("lines", linter.lines());
+    reply.table("findings", list_of(linter.findings()), {"line", "kind", "severity", "message"});
     if (linter.misc_line() != 0) {
         reply.document.set("misc_line", linter.misc_line());
         reply.line(format("the misc region begins at line %zu", linter.misc_line()));
@@ -113,19 +152,51 @@ void lint(const LintArgs &args, Reply &reply)
         reply.document.set("misc_line", nullptr);
         reply.line("no misc region");
     }
-    if (linter.findings().size() != 0)
-        reply.exit = Exit::no;
+    for (const Finding &finding : linter.findings())
+        if (static_cast<int>(finding.severity) <= level)
+            reply.exit = Exit::no;
+}
+
+// One file is the document itself; several are its list.
+void lint(const LintArgs &args, Reply &reply)
+{
+    std::optional<Schema> schema;
+    if (args.schema)
+        schema = load_schema(*args.schema);
+    const Schema *const held = schema ? &*schema : nullptr;
+    if (args.files.size() == 1)
+        return lint_file(args.files[0], held, args.level, reply);
+
+    Value files = Value::list();
+    for (const std::string &file : args.files) {
+        Reply part(reply.json());
+        lint_file(file, held, args.level, part);
+        files.add(part.document);
+        reply.line(printable(file) + ":");
+        reply.text += part.text;
+        reply.exit = std::max(reply.exit, part.exit);
+    }
+    reply.document.set("files", files);
 }
 
 constexpr Option kOptions[] = {
-    option<&LintArgs::file>("FILE", "The configuration file").required(),
+    option<&LintArgs::files>("FILE", "The configuration file; - is the standard input").required(),
+    option<&LintArgs::schema>("--schema", "What keys and values shall be, see system.cfg(5)"),
+    option<&LintArgs::level>("--level",
+                             "The least severity that makes it exit 1; note unless given")
+        .words("error|warning|note"),
 };
 
 } // namespace
 
 constexpr Verb kCfgLint[1] = {
-    verb<lint>("lint", "Name what the parser loses or keeps oddly; exit 1 when there is something",
-               "zorvctl cfg lint /tmp/system.cfg", kOptions),
+    verb<lint>(
+        "lint",
+        "Name what the parser loses or keeps oddly, and what a schema does not allow; exit 1 "
+        "when there is something",
+        "zorvctl cfg lint --schema /usr/share/zorv/system.cfg.schema --level error "
+        "/tmp/system.cfg",
+        kOptions),
 };
 
 } // namespace ctl
