@@ -5,6 +5,7 @@
 
 #include "base/text_file.h"
 #include "cfg.h"
+#include "cfg_lines.h"
 
 namespace ctl {
 namespace {
@@ -13,47 +14,33 @@ struct LintArgs {
     std::string file;
 };
 
-// Walks the lines as the parser does.
 class Linter {
 public:
-    explicit Linter(std::string_view text) : rest_(text) {}
+    explicit Linter(std::string_view text) : lines_(text) {}
 
     void run()
     {
-        while (!rest_.empty())
-            check(next_line());
+        while (lines_.next())
+            check(lines_.line().text);
     }
 
     const Value &findings() const { return findings_; }
-    size_t lines() const { return number_; }
-    size_t misc_line() const { return misc_line_; } // 0 without a misc region
+    size_t lines() const { return lines_.line().number; }
+    size_t misc_line() const { return lines_.misc_line(); } // 0 without a misc region
 
 private:
-    std::string_view next_line()
-    {
-        const size_t end = rest_.find('\n');
-        complete_ = end != std::string_view::npos;
-        const std::string_view line = rest_.substr(0, end);
-        rest_.remove_prefix(complete_ ? end + 1 : rest_.size());
-        number_++;
-        return line;
-    }
-
     void find(const char *kind, const std::string &message)
     {
         findings_.add(
-            Value::object().set("line", number_).set("kind", kind).set("message", message));
+            Value::object().set("line", lines()).set("kind", kind).set("message", message));
     }
 
     void check(std::string_view line)
     {
-        if (!complete_)
+        if (!lines_.line().complete)
             find("no-newline", "the last line has no newline: a value loses its last byte");
-        if (line.starts_with('#')) {
-            if (line.starts_with("# misc") && misc_line_ == 0)
-                misc_line_ = number_;
+        if (line.starts_with('#'))
             return;
-        }
         if (line.find('\0') != std::string_view::npos)
             find("nul-byte", "the line ends here for the parser, less the byte before the NUL");
         if (line.starts_with('\r'))
@@ -83,24 +70,21 @@ private:
         if (key.starts_with('#'))
             find("indented-comment", "this is no comment: \"#\" is not the first byte of the line");
 
-        const auto [first, added] = seen_.emplace(folded(key), number_);
+        const auto [first, added] = seen_.emplace(folded(key), lines());
         if (added)
             return;
-        const char *what = misc_line_ ? "the value replaces that of" : "kept, but lookups take";
+        const char *what = misc_line() ? "the value replaces that of" : "kept, but lookups take";
         find("duplicate-key", std::string(key) + ": " + what + format(" line %zu", first->second));
     }
 
-    std::string_view rest_;
-    bool complete_ = true; // the current line has its newline
-    size_t number_ = 0;
-    size_t misc_line_ = 0;
+    CfgLines lines_;
     std::unordered_map<std::string, size_t> seen_; // folded key, first line
     Value findings_ = Value::list();
 };
 
 void lint(const LintArgs &args, Reply &reply)
 {
-    const std::string text = read_file(args.file);
+    const std::string text = read_input(args.file);
     Linter linter(text);
     linter.run();
 
