@@ -33,8 +33,9 @@ FirstValues first_values(const cfg_entry *cfg);
 // One source file each.
 extern const Verb kCfgApply[1];
 extern const Verb kCfgDiff[1];
+extern const Verb kCfgGet[1];
 extern const Verb kCfgLint[1];
-extern const Verb kCfgQueries[4]; // get, list, count, section
+extern const Verb kCfgQueries[3]; // list, count, section
 
 } // namespace ctl
 
