@@ -63,6 +63,6 @@ FirstValues first_values(const cfg_entry *cfg)
 
 extern const Family cfg_family = {"cfg",
                                   "Query, check and change a configuration file",
-                                  {kCfgGet, kCfgQueries, kCfgDiff, kCfgLint, kCfgApply}};
+                                  {kCfgGet, kCfgQueries, kCfgSet, kCfgDiff, kCfgLint, kCfgApply}};
 
 } // namespace ctl

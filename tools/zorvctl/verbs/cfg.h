@@ -36,6 +36,7 @@ extern const Verb kCfgDiff[1];
 extern const Verb kCfgGet[1];
 extern const Verb kCfgLint[1];
 extern const Verb kCfgQueries[3]; // list, count, section
+extern const Verb kCfgSet[2];     // set, unset
 
 } // namespace ctl
 
