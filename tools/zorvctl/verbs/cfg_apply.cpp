@@ -1,14 +1,12 @@
 // cfg_apply.cpp - changes a configuration file as a whole, or not at all.
 #include <cstring>
 #include <optional>
-#include <unordered_map>
 #include <vector>
 
 #include "base/replacement.h"
 #include "base/text_file.h"
 #include "cfg.h"
-#include "cfg_lines.h"
-#include "cfg_settings.h"
+#include "cfg_edit.h"
 
 namespace ctl {
 namespace {
@@ -18,53 +16,6 @@ struct ApplyArgs {
     std::vector<std::string> settings;
     double wait = 0;
     bool dry_run = false;
-};
-
-// The configuration as it shall be: records whose texts belong to the old one or to the settings.
-class Wanted {
-public:
-    explicit Wanted(const cfg_entry *old)
-    {
-        for (; old; old = old->next)
-            append(old->key, old->value);
-    }
-
-    // Gives the first entry of the key, which is the one that lookups see, a value; or appends an
-    // entry. Returns the change; null when there is none.
-    Value set(Setting &setting)
-    {
-        const auto place = first_.find(folded(setting.key));
-        Value change = Value::object();
-        change.set("key", setting.key);
-        if (place == first_.end()) {
-            append(setting.key.data(), setting.value->data());
-            return change.set("change", "added").set("old", nullptr).set("new", *setting.value);
-        }
-        char *&value = records_[place->second].value;
-        if (*setting.value == value)
-            return {};
-        change.set("change", "changed").set("old", value).set("new", *setting.value);
-        value = setting.value->data();
-        return change;
-    }
-
-    // Borrowed until the next change.
-    const cfg_entry *list()
-    {
-        for (size_t next = 1; next < records_.size(); next++)
-            records_[next - 1].next = &records_[next];
-        return records_.empty() ? nullptr : records_.data();
-    }
-
-private:
-    void append(char *key, char *value)
-    {
-        first_.emplace(folded(key), records_.size());
-        records_.push_back({key, value, nullptr, nullptr});
-    }
-
-    std::vector<cfg_entry> records_;
-    std::unordered_map<std::string, size_t> first_; // folded key, index of its first record
 };
 
 // In the format of save_cfg().
@@ -116,30 +67,16 @@ void apply(const ApplyArgs &args, Reply &reply)
     std::optional<Replacement> replacement;
     if (!args.dry_run)
         replacement.emplace(args.file, args.wait);
-    std::string text = read_file(args.file);
-    const bool mended = mend_last_line(text);
-    const Config old = parse_text(text);
-    Wanted wanted(old.get());
-    Value changes = Value::list();
-    for (Setting &setting : settings.all()) {
-        const Value change = wanted.set(setting);
-        if (!json_is_null(change.get()))
-            changes.add(change);
-    }
-
-    const bool due = changes.size() != 0 || mended;
+    const Edit edit(read_file(args.file), settings);
+    const bool due = edit.is_due();
     if (due && replacement) {
-        const Config written = parse_text(replacement->write(text_of(wanted.list())));
-        check_same(wanted.list(), written.get(), args.file);
+        const Config wanted = parse_text(edit.after());
+        const Config written = parse_text(replacement->write(text_of(wanted.get())));
+        check_same(wanted.get(), written.get(), args.file);
         replacement->commit();
     }
-    reply.table("changes", changes, {"change", "key", "old", "new"});
-    reply.document.set("written", due && replacement.has_value()).set("newline_added", mended);
-    if (changes.size() == 0)
-        reply.line("nothing to change");
-    if (mended)
-        reply.line("the last line had no newline, and has one");
-    show_dropped(due ? text : "", reply);
+    edit.show(due && replacement, reply);
+    show_dropped(due ? edit.after() : "", reply);
 }
 
 constexpr Option kOptions[] = {

@@ -111,11 +111,12 @@ std::string shell_name(std::string key)
 
 void check_shell_names(const std::vector<std::string> &keys)
 {
-    std::unordered_map<std::string, std::string> names;
+    std::unordered_map<std::string, std::string_view> names;
     for (const std::string &key : keys) {
         const auto [other, added] = names.emplace(shell_name(key), key);
         if (!added && other->second != key)
-            throw Misuse("--shell: " + key + " and " + other->second + " have one name");
+            throw Misuse("--shell: " + key + " and " + std::string(other->second) +
+                         " have one name");
     }
 }
 

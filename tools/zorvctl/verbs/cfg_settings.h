@@ -30,7 +30,6 @@ public:
     // Takes lines KEY=VALUE and comments; "-" is the standard input.
     void add_file(const std::string &path);
 
-    std::vector<Setting> &all() { return settings_; }
     const std::vector<Setting> &all() const { return settings_; }
 
     // The place in all(); none of a key that is not set.
