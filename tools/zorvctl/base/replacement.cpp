@@ -2,10 +2,8 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cinttypes>
 
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -129,10 +127,8 @@ bool Replacement::is_trusted(const struct stat &room) const
 // Where everybody may make files, like /tmp, somebody may have taken the name.
 void Replacement::put_aside() const
 {
-    uint64_t random = 0;
-    if (getrandom(&random, sizeof random, GRND_NONBLOCK) < 0)
-        random = static_cast<uint64_t>(Clock::now().time_since_epoch().count());
-    const std::string aside = room_name_ + format(".%016" PRIx64, random);
+    const std::string aside =
+        room_name_ + "." + std::to_string(Clock::now().time_since_epoch().count());
     if (renameat(folder_.get(), room_name_.c_str(), folder_.get(), aside.c_str()) != 0 &&
         errno != ENOENT)
         throw io_failure(folder_path_ + room_name_ + ": is somebody else's", errno);

@@ -74,10 +74,10 @@ std::optional<Found> look_up(Type type, cfg_entry *cfg, const std::string &key)
 
 bool has_key(const cfg_entry *cfg, const std::string &key)
 {
-    for (; cfg; cfg = cfg->next)
-        if (folded(cfg->key) == folded(key))
-            return true;
-    return false;
+    const std::string wanted = folded(key);
+    while (cfg && folded(cfg->key) != wanted)
+        cfg = cfg->next;
+    return cfg;
 }
 
 // What stands in for a value, read as one.
@@ -90,12 +90,12 @@ Found read_default(Type type, const std::string &text)
     return *found;
 }
 
-// Why there is no value.
+// Why there is no value; where the library had no memory to give it, that is thrown.
 Failure not_found(Type type, const cfg_entry *cfg, const std::string &key)
 {
     if (!has_key(cfg, key))
         return {Exit::no, key + ": no such key"};
-    if (type == Type::text || type == Type::escaped) // the library had no memory to find it
+    if (type == Type::text || type == Type::escaped)
         throw std::bad_alloc();
     return {Exit::no, key + ": the value is not of the type asked for"};
 }
@@ -135,8 +135,11 @@ std::string shell_quoted(std::string_view text)
 Value get_one(const GetArgs &args, cfg_entry *cfg, const std::string &key, Reply &reply)
 {
     const auto found = look_up(args.type, cfg, key);
-    if (!found && !args.fallback)
-        throw not_found(args.type, cfg, key);
+    if (!found) {
+        const Failure failure = not_found(args.type, cfg, key);
+        if (!args.fallback)
+            throw failure;
+    }
     const Found value = found ? *found : read_default(args.type, *args.fallback);
     if (args.shell)
         reply.line(shell_name(key) + "=" + shell_quoted(value.text));
