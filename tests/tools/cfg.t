@@ -8,6 +8,18 @@ $ zorvctl cfg get a.cfg nothing --uint --default 0x10; zorvctl cfg get a.cfg ppp
 16
 no
 [1]
+$ printf '%s\n' "1.a=it's \\\$x; \`y" b.c=off >shell.cfg; eval "$(zorvctl cfg get shell.cfg --shell 1.a b.c)"; echo "$_1_a, $b_c"
+it's \$x; `y, off
+$ zorvctl cfg get --bool - B.C b.c --json <shell.cfg; zorvctl cfg get shell.cfg 1.a b.c x --default 1
+{"values":[{"key":"B.C","found":true,"value":false},{"key":"b.c","found":true,"value":false}]}
+1.a=it's \$x; `y
+b.c=off
+x=1
+$ zorvctl cfg get shell.cfg 1.a x; zorvctl cfg diff - - <shell.cfg; zorvctl cfg get --shell shell.cfg b.c b_c
+zorvctl: x: no such key
+zorvctl: OLD and NEW cannot both be the standard input (see: zorvctl cfg diff --help)
+zorvctl: --shell: b_c and b.c have one name (see: zorvctl cfg get --help)
+[2]
 $ zorvctl cfg list a.cfg misc.; zorvctl cfg list a.cfg MISC.RACK --exact --json; zorvctl cfg list a.cfg nothing. --json
 KEY                VALUE
 misc.site.contact  +1-202-555-0143

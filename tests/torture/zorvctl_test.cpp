@@ -53,8 +53,9 @@ void torture_verbs(const std::string &verbs)
 // started counts as run.
 TEST_F(Torture, VerbsForScripts)
 {
-    torture_verbs(R"(cfg get a a; cfg diff a b; cfg lint --schema s a b; cfg apply --set a=1 a;
-        hash a; file add n 0|[0] 0*; json get c c 0 --json; url resolve localhost; lock inform true;
+    torture_verbs(R"(cfg get a a vlan.1.id; cfg list a; cfg diff a b; cfg lint --schema s a b;
+        cfg apply --set a=1 a; cfg set -f a z=$$ >/dev/null; hash a;
+        file add n 0|[0] 0*; json get c c 0 --json; url resolve localhost; lock inform true;
         capture 'echo 1'|[0]: popen_alloc_output: Failed*; exec run a|[0]|[0]: Fork Failed*)");
 }
 

@@ -1,5 +1,5 @@
 // cfg_diff.cpp - what was added, changed and removed between two configurations.
-#include <unordered_map>
+#include <cstring>
 
 #include "cfg.h"
 
@@ -10,44 +10,52 @@ struct DiffArgs {
     std::string old_file, new_file;
 };
 
-using Lookup = std::unordered_map<std::string, const char *>; // folded key, first value
-
-Lookup index(const cfg_entry *cfg)
+// Keys that end in ".comment" do not count.
+bool counts(const cfg_entry *entry)
 {
-    Lookup values;
-    for (; cfg; cfg = cfg->next)
-        values.emplace(folded(cfg->key), cfg->value);
-    return values;
+    const char *const dot = strrchr(entry->key, '.');
+    return !dot || strcmp(dot, ".comment") != 0;
 }
 
-Value change(const cfg_entry *record, const Lookup &old_values, const Lookup &new_values)
+Value change(const char *key, const char *what, const Value &old_value, const Value &new_value)
 {
-    const std::string key = folded(record->key);
-    const auto before = old_values.find(key);
-    Value change = Value::object();
-    change.set("key", record->key);
-    if (!new_values.contains(key))
-        change.set("change", "removed").set("old", record->value).set("new", nullptr);
-    else if (before == old_values.end())
-        change.set("change", "added").set("old", nullptr).set("new", record->value);
-    else
-        change.set("change", "changed").set("old", before->second).set("new", record->value);
-    return change;
+    return Value::object()
+        .set("key", key)
+        .set("change", what)
+        .set("old", old_value)
+        .set("new", new_value);
+}
+
+// The list of get_cfg_diff_it(), which leaves out entries for which it has no memory.
+Value compare(const cfg_entry *old_cfg, const cfg_entry *new_cfg)
+{
+    const FirstValues old_values = first_values(old_cfg);
+    const FirstValues new_values = first_values(new_cfg);
+    Value changes = Value::list();
+    for (const cfg_entry *entry = new_cfg; entry; entry = entry->next) {
+        const auto before = old_values.find(folded(entry->key));
+        if (!counts(entry))
+            continue;
+        if (before == old_values.end())
+            changes.add(change(entry->key, "added", Value(), Value(entry->value)));
+        else if (before->second != entry->value)
+            changes.add(change(entry->key, "changed", Value(before->second), Value(entry->value)));
+    }
+    for (const cfg_entry *entry = old_cfg; entry; entry = entry->next)
+        if (counts(entry) && !new_values.contains(folded(entry->key)))
+            changes.add(change(entry->key, "removed", Value(entry->value), Value()));
+    return changes;
 }
 
 void diff(const DiffArgs &args, Reply &reply)
 {
+    if (args.old_file == "-" && args.new_file == "-")
+        throw Misuse("OLD and NEW cannot both be the standard input");
     const Config old_cfg = load(args.old_file);
     const Config new_cfg = load(args.new_file);
-    const Matches records(get_cfg_diff_it(old_cfg.get(), new_cfg.get()));
-    const Lookup old_values = index(old_cfg.get());
-    const Lookup new_values = index(new_cfg.get());
-
-    Value changes = Value::list();
-    for (const cfg_entry *record = records.get(); record; record = record->next)
-        changes.add(change(record, old_values, new_values));
+    const Value changes = compare(old_cfg.get(), new_cfg.get());
     reply.table("changes", changes, {"change", "key", "old", "new"});
-    if (records)
+    if (changes.size() != 0)
         reply.exit = Exit::no;
 }
 

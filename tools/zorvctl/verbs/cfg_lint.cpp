@@ -8,6 +8,7 @@
 
 #include "base/text_file.h"
 #include "cfg.h"
+#include "cfg_lines.h"
 #include "cfg_schema.h"
 
 namespace ctl {
@@ -22,47 +23,34 @@ struct LintArgs {
 // Walks the lines as the parser does. What it loses, and what no line shows, is an error.
 class Linter {
 public:
-    Linter(std::string_view text, SchemaCheck *schema) : rest_(text), schema_(schema) {}
+    Linter(std::string_view text, SchemaCheck *schema) : lines_(text), schema_(schema) {}
 
     void run()
     {
-        while (!rest_.empty())
-            check(next_line());
+        while (lines_.next())
+            check(lines_.line().text);
         if (schema_)
             schema_->check_missing(findings_);
     }
 
     const Findings &findings() const { return findings_; }
-    size_t lines() const { return number_; }
-    size_t misc_line() const { return misc_line_; } // 0 without a misc region
+    size_t lines() const { return lines_.line().number; }
+    size_t misc_line() const { return lines_.misc_line(); } // 0 without a misc region
 
 private:
-    std::string_view next_line()
-    {
-        const size_t end = rest_.find('\n');
-        complete_ = end != std::string_view::npos;
-        const std::string_view line = rest_.substr(0, end);
-        rest_.remove_prefix(complete_ ? end + 1 : rest_.size());
-        number_++;
-        return line;
-    }
-
     void find(const char *kind, Severity severity, std::string_view message)
     {
-        findings_.push_back({number_, kind, severity, key_, std::string(message)});
+        findings_.push_back({lines(), kind, severity, key_, std::string(message)});
     }
 
     void check(std::string_view line)
     {
         key_.clear();
-        if (!complete_)
+        if (!lines_.line().complete)
             find("no-newline", line.starts_with('#') ? Severity::warning : Severity::error,
                  "the last line has no newline: a value loses its last byte");
-        if (line.starts_with('#')) {
-            if (line.starts_with("# misc") && misc_line_ == 0)
-                misc_line_ = number_;
+        if (line.starts_with('#'))
             return;
-        }
         const size_t nul = line.find('\0');
         if (nul != std::string_view::npos)
             find("nul-byte", Severity::error,
@@ -79,11 +67,11 @@ private:
         if (equals == std::string_view::npos)
             return find("no-equals", Severity::error, "a line without \"=\" is skipped");
         check_key(line.substr(0, equals));
-        std::string value(line.substr(equals + 1));
-        if ((!complete_ || nul != std::string_view::npos) && !value.empty())
+        std::string value(lines_.line().value);
+        if (!lines_.line().complete && nul == std::string_view::npos && !value.empty())
             value.pop_back(); // in the place of the newline
         if (schema_)
-            schema_->check(key_, value, number_, findings_);
+            schema_->check(key_, value, lines(), findings_);
     }
 
     void check_key(std::string_view key)
@@ -101,38 +89,20 @@ private:
             find("indented-comment", Severity::warning,
                  "this is no comment: \"#\" is not the first byte of the line");
 
-        const auto [first, added] = seen_.emplace(folded(key_), number_);
+        const auto [first, added] = seen_.emplace(folded(key_), lines());
         if (added)
             return;
-        const char *what = misc_line_ ? "the value replaces that of" : "kept, but lookups take";
-        find("duplicate-key", misc_line_ ? Severity::note : Severity::warning,
+        const char *what = misc_line() ? "the value replaces that of" : "kept, but lookups take";
+        find("duplicate-key", misc_line() ? Severity::note : Severity::warning,
              format("%s: %s line %zu", key_.c_str(), what, first->second));
     }
 
-    std::string_view rest_;
-    SchemaCheck *schema_;  // null without a schema
-    bool complete_ = true; // the current line has its newline
-    size_t number_ = 0;
-    size_t misc_line_ = 0;
-    std::string key_; // of the current line
-    Numbers seen_;    // folded key, first line
+    CfgLines lines_;
+    SchemaCheck *schema_; // null without a schema
+    std::string key_;     // of the current line
+    Numbers seen_;        // folded key, first line
     Findings findings_;
 };
-
-Value list_of(const Findings &findings)
-{
-    constexpr const char *kSeverities[] = {"error", "warning", "note"};
-    Value list = Value::list();
-    for (const Finding &finding : findings) {
-        Value row = Value::object();
-        row.set("line", finding.line == 0 ? Value() : Value(finding.line));
-        row.set("kind", finding.kind).set("message", finding.message);
-        row.set("severity", kSeverities[static_cast<int>(finding.severity)]);
-        row.set("key", finding.key.empty() ? Value() : Value(finding.key));
-        list.add(row);
-    }
-    return list;
-}
 
 void lint_file(const std::string &file, const Schema *schema, int level, Reply &reply)
 {

@@ -1,6 +1,5 @@
-// cfg_query.cpp - what a configuration holds: one value, keys by prefix, sections, counts.
-#include <cerrno>
-#include <cstdlib>
+// cfg_query.cpp - what a configuration holds: keys by prefix, sections, counts.
+#include <new>
 #include <optional>
 #include <vector>
 
@@ -8,14 +7,6 @@
 
 namespace ctl {
 namespace {
-
-enum class Type { text, escaped, truth, int32, uint32, decimal, int64 };
-
-struct GetArgs {
-    std::string file, key;
-    std::optional<std::string> fallback;
-    Type type = Type::text;
-};
 
 struct ListArgs {
     std::string file, prefix;
@@ -29,77 +20,6 @@ struct SectionArgs {
     bool exact = false, section = false; // of the verb count
 };
 
-// A value as JSON and, byte for byte, as text.
-struct Found {
-    Value value;
-    std::string text;
-};
-
-// What one of the library's getters makes of a key; nothing when it falls back.
-template <class Getter>
-std::optional<Found> number(Getter getter, const cfg_entry *cfg, const std::string &key)
-{
-    errno = 0; // a range error left over would count as one of this value
-    const int64_t value = getter(cfg, 0, "%s", key.c_str());
-    errno = 0;
-    if (value != getter(cfg, 1, "%s", key.c_str()))
-        return std::nullopt;
-    return Found{Value(value), std::to_string(value)};
-}
-
-std::optional<Found> truth(const cfg_entry *cfg, const std::string &key)
-{
-    const int value = get_bool(cfg, -1, "%s", key.c_str());
-    if (value < 0)
-        return std::nullopt;
-    return Found{Value(value == 1), value ? "yes" : "no"};
-}
-
-std::optional<Found> look_up(Type type, cfg_entry *cfg, const std::string &key)
-{
-    switch (type) {
-    case Type::truth:
-        return truth(cfg, key);
-    case Type::int32:
-        return number(get_int32, cfg, key);
-    case Type::uint32:
-        return number(get_uint32, cfg, key);
-    case Type::decimal:
-        return number(get_int32_dec, cfg, key);
-    case Type::int64:
-        return number(get_int64, cfg, key);
-    case Type::text:
-    case Type::escaped:
-        break;
-    }
-    const char *text = type == Type::escaped ? get_esc_value(cfg, nullptr, "%s", key.c_str())
-                                             : get_value(cfg, nullptr, "%s", key.c_str());
-    if (!text)
-        return std::nullopt;
-    return Found{Value(text), text};
-}
-
-void get(const GetArgs &args, Reply &reply)
-{
-    const Config cfg = load(args.file);
-    auto found = look_up(args.type, cfg.get(), args.key);
-    reply.document.set("key", args.key).set("found", found.has_value());
-    if (!found && args.fallback) { // read as a value would be
-        const Config other = parse_text("default=" + *args.fallback + "\n");
-        found = look_up(args.type, other.get(), "default");
-        if (!found)
-            throw Failure(Exit::usage, "--default: not of the type asked for: " + *args.fallback);
-    }
-    if (!found)
-        throw Failure(Exit::no, args.key + (get_value(cfg.get(), nullptr, "%s", args.key.c_str())
-                                                ? ": the value is not of the type asked for"
-                                                : ": no such key"));
-    reply.document.set("value", found->value);
-    reply.line(found->text);
-    if (json_is_false(found->value.get()))
-        reply.exit = Exit::no;
-}
-
 void show_entries(const cfg_entry *entries, Reply &reply)
 {
     Value list = Value::list();
@@ -108,10 +28,18 @@ void show_entries(const cfg_entry *entries, Reply &reply)
     reply.table("entries", list, {"key", "value"});
 }
 
+// The library cuts a list of matches short where memory ends.
+void check_count(const Matches &matches, uint32_t count)
+{
+    if (get_cfg_count(matches.get()) != count)
+        throw std::bad_alloc();
+}
+
 void list(const ListArgs &args, Reply &reply)
 {
     const Config cfg = load(args.file);
     const Matches matches(get_cfg_it(cfg.get(), args.exact, "%s", args.prefix.c_str()));
+    check_count(matches, get_cfg_key_count(cfg.get(), args.exact, "%s", args.prefix.c_str()));
     show_entries(matches.get(), reply);
     if (!matches && !args.prefix.empty())
         reply.exit = Exit::no;
@@ -149,6 +77,9 @@ void section(const SectionArgs &args, Reply &reply)
     const Config cfg = load(args.file);
     const Matches matches(get_cfg_section(cfg.get(), text_or_null(args.postfix),
                                           text_or_null(args.value), "%s", args.prefix.c_str()));
+    check_count(matches,
+                get_cfg_section_count(cfg.get(), text_or_null(args.postfix),
+                                      text_or_null(args.value), "%s", args.prefix.c_str()));
     const std::vector<cfg_entry> enabled =
         enabled_only(args.enabled ? matches.get() : nullptr, args);
     const cfg_entry *shown = matches.get();
@@ -182,28 +113,6 @@ void count(const SectionArgs &args, Reply &reply)
     reply.line(std::to_string(number));
 }
 
-constexpr char kReadAs[] = "Read as, at most one of";
-
-constexpr Option kGet[] = {
-    option<&GetArgs::file>("FILE", "The configuration file").required(),
-    option<&GetArgs::key>("KEY", "The key; case does not matter").required(),
-    option<&GetArgs::fallback>("--default", "Print this when there is no such value"),
-    choice<&GetArgs::type, Type::escaped>(
-        "--escaped", "The value, for use between double quotes in a shell command")
-        .one_of(kReadAs),
-    choice<&GetArgs::type, Type::truth>("--bool", "A switch: exit 0 for on, 1 for off")
-        .one_of(kReadAs),
-    choice<&GetArgs::type, Type::int32>("--int",
-                                        "A signed 32-bit number; 0x and a leading 0 tell its base")
-        .one_of(kReadAs),
-    choice<&GetArgs::type, Type::uint32>("--uint", "An unsigned 32-bit number, likewise")
-        .one_of(kReadAs),
-    choice<&GetArgs::type, Type::decimal>("--dec", "A signed 32-bit number in base 10")
-        .one_of(kReadAs),
-    choice<&GetArgs::type, Type::int64>("--int64",
-                                        "A signed 64-bit number; 0x and a leading 0 tell its base")
-        .one_of(kReadAs),
-};
 constexpr Option kList[] = {
     option<&ListArgs::file>("FILE", "The configuration file").required(),
     option<&ListArgs::prefix>("PREFIX",
@@ -235,9 +144,7 @@ constexpr Option kSection[] = {
 
 } // namespace
 
-constexpr Verb kCfgQueries[4] = {
-    verb<get>("get", "Print the value of a key; exit 1 when there is none",
-              "zorvctl cfg get /tmp/system.cfg radio.1.mode", kGet),
+constexpr Verb kCfgQueries[3] = {
     verb<list>("list", "List the entries in the order of the file",
                "zorvctl cfg list /tmp/system.cfg wireless.1.", kList),
     verb<count>("count", "Count the entries, those of a prefix, or those of a section",

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/value.h"
 #include "cfg_types.h"
 
 namespace ctl {
@@ -25,6 +26,9 @@ struct Finding {
 
 using Numbers = std::unordered_map<std::string, size_t>; // one type for all, as each costs flash
 using Findings = std::vector<Finding>;
+
+// What the documents have of them; no line and no key are null.
+Value list_of(const Findings &findings);
 
 struct KeyForm {
     std::string key;

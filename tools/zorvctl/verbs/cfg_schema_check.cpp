@@ -29,6 +29,21 @@ size_t gap(size_t one, size_t other)
 
 } // namespace
 
+Value list_of(const Findings &findings)
+{
+    constexpr const char *kSeverities[] = {"error", "warning", "note"};
+    Value list = Value::list();
+    for (const Finding &finding : findings) {
+        Value row = Value::object();
+        row.set("line", finding.line == 0 ? Value() : Value(finding.line));
+        row.set("kind", finding.kind).set("message", finding.message);
+        row.set("severity", kSeverities[static_cast<int>(finding.severity)]);
+        row.set("key", finding.key.empty() ? Value() : Value(finding.key));
+        list.add(row);
+    }
+    return list;
+}
+
 SchemaCheck::SchemaCheck(const Schema &schema) : schema_(schema), effort_(kEffort)
 {
     if (const auto *const required = schema.required(""))
