@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <string>
+#include <string_view>
 
 #include "core/own.h"
 
@@ -14,6 +15,9 @@ std::string read_file(const std::string &path);
 
 // The same, where "-" is the standard input.
 std::string read_input(const std::string &path);
+
+// Writes a file, anew or over an old one; throws io_failure() when it cannot.
+void write_file(const std::string &path, std::string_view bytes);
 
 // For what is read in pieces: opens, "-" being the standard input, and reads up to `size` bytes, 0
 // at the end. What fails throws io_failure().
