@@ -18,10 +18,11 @@ inherit cmake pkgconfig
 
 EXTRA_OECMAKE = "-DCMAKE_BUILD_TYPE=Release -DZORV_SIM=OFF -DZORV_TESTS=OFF -DZORV_WERROR=OFF"
 
-# "pages-4k" is for kernels that have no larger pages, which save 40 KB of flash; "no-unwind" for units
-# where nobody debugs.
+# "pcap" lets zorvctl read packet captures. "pages-4k" is for kernels that have no larger pages, which
+# save 40 KB of flash; "no-unwind" for units where nobody debugs.
 PACKAGECONFIG ??= "tools"
 PACKAGECONFIG[tools] = "-DZORV_TOOLS=ON,-DZORV_TOOLS=OFF,ncurses"
+PACKAGECONFIG[pcap] = "-DZORVCTL_PCAP=ON,-DZORVCTL_PCAP=OFF,libpcap,libpcap"
 PACKAGECONFIG[pages-4k] = "-DZORV_PAGE_SIZE=4096"
 PACKAGECONFIG[no-unwind] = "-DZORV_UNWIND_TABLES=OFF"
 

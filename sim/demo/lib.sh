@@ -66,11 +66,16 @@ expect_output() {
 # listen APPLIANCE ARGUMENTS...: starts a discovery listener, and waits until it has joined the group.
 # What it hears goes to APPLIANCE.heard; what the library says meanwhile is read by await.
 listen() {
+    hear "$1" listen "${@:2}"
+}
+
+# hear APPLIANCE VERB ARGUMENTS...: the same for any verb of discovery that listens.
+hear() {
     local name=$1
     mkfifo "$name.says"
-    printf '\n%s# zorvctl discovery listen %s &\n' "$name" "${*:2}"
+    printf '\n%s# zorvctl discovery %s &\n' "$name" "${*:2}"
     # shellcheck disable=SC2016 # the appliance's shell expands it
-    zorv-sim exec "$name" sh -c 'echo $$ >/run/listener; exec zorvctl -v discovery listen "$@"' \
+    zorv-sim exec "$name" sh -c 'echo $$ >/run/listener; exec zorvctl -v discovery "$@"' \
         listen "${@:2}" >"$name.heard" 2>"$name.says" </dev/null &
     listener=$!
     exec {says}<"$name.says"

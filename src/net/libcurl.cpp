@@ -1,12 +1,12 @@
 #include "net/libcurl.h"
 
-#include <algorithm>
 #include <cstring>
 #include <iterator>
 
 #include <dlfcn.h>
 #include <pthread.h>
 
+#include "core/dlopen_note.h"
 #include "core/log_gate.h"
 
 using namespace zorv;
@@ -24,25 +24,9 @@ constexpr char kNames[][24] = {
     "curl_easy_strerror", "curl_slist_append", "curl_slist_free_all",
 };
 
-// Tells packagers of the file that is loaded: an ELF note as other libraries carry it, so that
-// their tools find what the list of needed libraries does not name. `readelf -n` shows it.
-constexpr char kDescription[] =
-    R"([{"soname":[")" LIBCURL
-    R"("],"feature":"http","description":"HTTP requests","priority":"required"}])";
-
-struct Note {
-    unsigned owner_size, description_size, type;
-    char owner[4];
-    char description[(sizeof kDescription + 3) / 4 * 4];
-};
-
-constexpr Note make_note()
-{
-    Note note = {4, sizeof kDescription, 0x407c0c0a, "FDO", ""};
-    std::copy_n(kDescription, sizeof kDescription, note.description);
-    return note;
-}
-[[gnu::used, gnu::section(".note.dlopen"), gnu::aligned(4)]] constexpr Note kNote = make_note();
+ZORV_DLOPEN_NOTE kNote =
+    dlopen_note(R"([{"soname":[")" LIBCURL
+                R"("],"feature":"http","description":"HTTP requests","priority":"required"}])");
 
 Libcurl g_libcurl;
 pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;

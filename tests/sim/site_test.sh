@@ -62,6 +62,11 @@ test_comes_up_and_goes_down() {
     expect 7 '' sim exec ap1 sh -c 'exit 7'
     expect 2 'no appliance is called ap3' sim exec ap3 true
     expect 0 serialno=02a0f1000002 sim exec ap2 cat /proc/zorvhal/system.info
+    expect 0 'ap2              healthy: ' sim doctor
+    sim exec ap2 rm /run/ntp.ready
+    expect 1 'ap2              /var/run/ntp.ready: missing' sim doctor
+    expect 1 '"appliance":"ap2","doctor":{"reports":{"sent":false,' sim doctor --json
+    sim exec ap2 touch /run/ntp.ready
     expect 0 zorv-sim.1 sim exec ap1 bash -c 'exec -a zorv-sim.1 cat /proc/self/cmdline'
     # A command ends with its exec; each appliance sees its own processes.
     "$zorv_sim" exec ap1 sh -c 'touch /run/daemon; exec sleep 1000' &

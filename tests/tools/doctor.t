@@ -1,5 +1,5 @@
 # doctor: a whole unit, and what becomes of each fault of one.
-$ whole_unit; rm /usr/local/bin/oopsdump; zorvctl doctor
+$ whole_unit; rm /usr/local/bin/oopsdump; zorvctl doctor --all
 crash reports go to https://crash.zorv.example
 traces go to https://trace.zorv.example
 
@@ -11,12 +11,22 @@ THING                                    STATE    DETAIL              WITHOUT
 ...
 
 Off:
+  kernel crash: unknown (no oopsdump to tell)
   oopsdump: missing (not on PATH): a crash of the kernel is not found; see: crash status, crash report
 something is off
 [1]
+$ echo 0 >/run/system.analytics.mode; zorvctl doctor; whole_unit; rm /run/system.*; zorvctl doctor
+crash reports: nothing is sent: reporting is off
+traces: nothing is sent: reporting is off
+kernel crash: unknown (no oopsdump to tell)
+oopsdump: missing (not on PATH): a crash of the kernel is not found; see: crash status, crash report
+something is off; but 56 of 57 things are right
+healthy: crash reports go to https://crash.zorv.example, traces go to https://trace.zorv.example, 57 of 57 things are right
+$ zorvctl doctor --watch 0.1 --json 2>/dev/null | head -n 2 | grep -c '^{.*"healthy":true}$'
+2
 $ whole_unit; zorvctl doctor --json | grep -o '^.*"clock"[^}]*\|{"thing":"/proc/mtd[^}]*\|}],"hea.*'
 {"reports":{"sent":true,"service":"https://crash.zorv.example","reason":null},"traces":{"sent":true,"service":"https://trace.zorv.example","reason":null},"sending":[{"what":"clock","state":"open","where":"/var/run/ntp.ready","detail":"ready","fault":false
-{"thing":"/proc/mtd","path":"/proc/mtd","key":null,"required":false,"state":"absent","detail":"not there","readers":"hw eeprom","without":"no EEPROM (CONFIG_MTD)"
+{"thing":"/proc/mtd","path":"/proc/mtd","key":null,"required":false,"state":"absent","detail":"not there","readers":["hw eeprom"],"without":"no EEPROM (CONFIG_MTD)"
 }],"healthy":true}
 $ info=/proc/zorvhal/system.info site=/run/zorv_protocol.info log='add_log a.tgz 0' sent='"sent_to_analytics":true'
 $ key=pluvo.key=000102030405060708090a0b0c0d0e0f group=pluvo.mcip=239.255.90.90
@@ -27,7 +37,7 @@ $ while IFS='|' read -r command findings; do # each command on a whole unit: wha
 >     s/{"[a-z]*":"\([^"]*\)".*"state":"\([^"]*\)".*"detail":"\(.*\)","\(fault\|readers\)".*/\1: \2 (\3)/' |
 >     cat - status | xargs -d '\n'); [ "$found" = "$findings" ] || printf '%s\n' "$command|$found"; done <<'END'
 > :|0
-> rm /run/ntp.ready|clock: shut (the clock is not set: No such file or directory) /var/run/ntp.ready: missing (not there) 1
+> rm /run/ntp.ready|clock: shut (the clock is not set) /var/run/ntp.ready: missing (not there) 1
 > echo 0 >/run/system.analytics.mode|mode: shut (reporting is off) 1
 > : >/etc/ssl/certs/ca-certificates.crt|certificates: unfit (none in it: no service is trusted) 1
 > : >/tmp/oops; : >/run/last-crashlog.sent|kernel crash: reported (marked as reported: not again before the next reboot) 0

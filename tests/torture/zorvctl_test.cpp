@@ -71,5 +71,6 @@ TEST_F(Torture, VerbsThatSend)
 {
     torture_verbs(R"(http post https://trace.zorv.example/; trace send a b;
         crash report|[0] reported already*; crash next >/dev/null; crash prune --keep 1|[0] 0 of*;
-        discovery init-check|[0] device*|[1] device*; discovery send --method 1 a >/dev/null)");
+        discovery init-check; discovery send --method 1 a >/dev/null;
+        discovery list --timeout 0; discovery listen --timeout 0; discovery decode a --key-file a)");
 }

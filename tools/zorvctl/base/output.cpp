@@ -211,10 +211,24 @@ void Reply::flush()
     text.clear();
 }
 
+void Reply::next()
+{
+    write_out(json_ ? document.dump() + '\n' : text);
+    text.clear();
+    document = Value::object();
+}
+
+std::string Reply::rest() const
+{
+    if (!json_)
+        return text;
+    return in_lines ? "" : document.dump() + '\n';
+}
+
 int deliver(const Reply &reply)
 {
     try {
-        write_out(reply.json() ? reply.document.dump() + '\n' : reply.text);
+        write_out(reply.rest());
         return static_cast<int>(reply.exit);
     } catch (const Failure &failure) {
         complain(failure);

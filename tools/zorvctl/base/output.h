@@ -1,7 +1,8 @@
 // output.h - what every verb answers with: exit codes, failures, one reply for people and for JSON.
 //
 // A verb fills a Reply and returns, or throws a Failure. It never writes to standard output
-// itself: the reply is written once, at the end, as text or as exactly one JSON document.
+// itself: the reply is written once, at the end, as text or as exactly one JSON document. Those
+// that go on until a signal write a document a line.
 #ifndef ZORVCTL_OUTPUT_H
 #define ZORVCTL_OUTPUT_H
 
@@ -67,6 +68,7 @@ public:
         Value::object(); // the JSON document; its lists stand under a name of their own
     std::string text;    // the same for people
     Exit exit = Exit::done;
+    bool in_lines = false; // the JSON is a document for each next(), and none at the end
     // NOLINTEND(misc-non-private-member-variables-in-classes)
 
     // Whether JSON is wanted; only for verbs to whom the other half would be costly.
@@ -84,6 +86,12 @@ public:
     // For a verb that goes on for a while: shows its text so far, without waiting for the end.
     // With JSON the text is dropped; the document is still written once, at the end.
     void flush();
+
+    // The same for a verb whose JSON is lines: writes the document, too, and begins another one.
+    void next();
+
+    // What is still to be written.
+    std::string rest() const;
 
 private:
     bool json_;

@@ -46,6 +46,14 @@ std::string read_input(const std::string &path)
     return read_all(open_input(path), path);
 }
 
+void write_file(const std::string &path, std::string_view bytes)
+{
+    zorv::File file(fopen(path.c_str(), "we"));
+    if (!file || fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size() ||
+        fclose(file.release()) != 0)
+        throw io_failure(path, errno);
+}
+
 zorv::Fd open_input(const std::string &path)
 {
     if (path != "-")

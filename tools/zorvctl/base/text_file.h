@@ -3,6 +3,7 @@
 #define ZORVCTL_TEXT_FILE_H
 
 #include <string>
+#include <string_view>
 
 #include "core/own.h"
 
@@ -16,6 +17,9 @@ std::string read_input(const std::string &path);
 
 // The same of an open file, from where it is.
 std::string read_all(const zorv::Fd &fd, const std::string &path);
+
+// Writes a file, anew or over an old one; throws io_failure() when it cannot.
+void write_file(const std::string &path, std::string_view bytes);
 
 // For what is read in pieces: opens, "-" being the standard input, and reads up to `size` bytes, 0
 // at the end. What fails throws io_failure().

@@ -21,8 +21,10 @@ constexpr int kReads = 3; // of a meta; another process may be rewriting it
 
 Gate ready_gate(const char *name, const char *file, const char *shut)
 {
-    const bool open = zorv::is_ready(file);
-    return {name, file, open, open ? "ready" : std::string(shut) + ": " + strerror(errno)};
+    if (zorv::is_ready(file))
+        return {name, file, true, "ready"};
+    // That there is no such file is how it is said.
+    return {name, file, false, errno == ENOENT ? shut : format("%s: %s", shut, strerror(errno))};
 }
 
 Gate mode_gate()

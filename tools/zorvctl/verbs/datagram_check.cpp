@@ -1,7 +1,9 @@
 #include "datagram_check.h"
 
+#include <cstddef>
 #include <cstring>
 
+#include <arpa/inet.h>
 #include <zlib.h>
 
 #include "base/output.h"
@@ -11,21 +13,7 @@ namespace {
 
 constexpr uint32_t kMagic = 0x22334455;
 constexpr uint8_t kEncrypted = 2;
-
-size_t field_length(const std::string &datagram)
-{
-    return static_cast<size_t>(static_cast<uint8_t>(datagram[6]) << 8 |
-                               static_cast<uint8_t>(datagram[7]));
-}
-
-std::string length_detail(const std::string &datagram)
-{
-    constexpr size_t kHeader = sizeof(zorv_protocol_header);
-    if (datagram.size() < kHeader)
-        return format("%zu bytes are less than a header of %zu", datagram.size(), kHeader);
-    return format("%zu bytes, not the %zu of header and length field", datagram.size(),
-                  kHeader + field_length(datagram));
-}
+constexpr size_t kHeader = sizeof(zorv_protocol_header);
 
 // Names the first check that a rejected datagram fails, in the library's order. The payload has
 // been decrypted if that was reached.
@@ -54,18 +42,36 @@ void explain(Verdict &verdict, const std::string &payload)
 
 } // namespace
 
+size_t datagram_size(const char *datagram)
+{
+    uint16_t length;
+    memcpy(&length, datagram + offsetof(zorv_protocol_header, length), sizeof length);
+    return kHeader + ntohs(length);
+}
+
+std::string length_fault(std::string_view datagram)
+{
+    if (datagram.size() < kHeader)
+        return format("%zu bytes are less than a header of %zu", datagram.size(), kHeader);
+    if (datagram.size() > kMostDatagram)
+        return format("%zu bytes are more than the %zu that receivers take", datagram.size(),
+                      kMostDatagram);
+    const size_t whole = datagram_size(datagram.data());
+    return datagram.size() == whole ? ""
+                                    : format("%zu bytes, not the %zu of header and length field",
+                                             datagram.size(), whole);
+}
+
 Verdict check_datagram(std::string datagram, const zorv_protocol_ctrl_t &ctrl)
 {
-    constexpr size_t kHeader = sizeof(zorv_protocol_header);
     Verdict verdict{};
-    const bool consistent =
-        datagram.size() >= kHeader && datagram.size() == kHeader + field_length(datagram);
-    verdict.status = dec_payload(static_cast<int>(datagram.size()), datagram.data(), &ctrl);
-    if (!consistent) {
+    verdict.detail = length_fault(datagram);
+    if (!verdict.detail.empty()) {
+        verdict.status = 1;
         verdict.failed = "length";
-        verdict.detail = length_detail(datagram);
         return verdict;
     }
+    verdict.status = dec_payload(static_cast<int>(datagram.size()), datagram.data(), &ctrl);
     memcpy(&verdict.header.emplace(), datagram.data(), kHeader);
     if (verdict.status == 2) {
         verdict.failed = "duplicate";

@@ -4,10 +4,13 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include <zorv/protocol.h>
 
 namespace ctl {
+
+constexpr size_t kMostDatagram = 512; // that a receiver takes of one
 
 struct Verdict {
     uint32_t status;    // of dec_payload()
@@ -18,6 +21,12 @@ struct Verdict {
                                                 // accepted. Nothing when the length check failed
     std::string message;
 };
+
+// The bytes that a header says the whole datagram has.
+size_t datagram_size(const char *datagram);
+
+// What is wrong with a datagram's length, which takes no key; empty when it is right.
+std::string length_fault(std::string_view datagram);
 
 // Has the library check a datagram, and names the check that failed.
 Verdict check_datagram(std::string datagram, const zorv_protocol_ctrl_t &ctrl);

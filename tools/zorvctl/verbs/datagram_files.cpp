@@ -1,18 +1,13 @@
 #include "datagram_files.h"
 
 #include <algorithm>
-#include <cstring>
-#include <utility>
+#include <iterator>
 
 #include <arpa/inet.h>
 
 namespace ctl {
 namespace {
 
-constexpr size_t kFileHeader = 24;
-constexpr size_t kFrameHeader = 16;
-constexpr uint32_t kMicroseconds = 0xa1b2c3d4;
-constexpr uint32_t kNanoseconds = 0xa1b23c4d;
 constexpr uint16_t kIpv4 = 0x0800;
 constexpr uint16_t kVlan = 0x8100;
 constexpr uint16_t kServiceVlan = 0x88a8;
@@ -20,7 +15,7 @@ constexpr uint8_t kUdp = 17;
 
 // Where the protocol number of a link layer stands, and where what it names begins.
 constexpr struct LinkLayer {
-    uint16_t type;
+    int type; // libpcap's DLT_ number
     uint8_t protocol;
     uint8_t header;
     bool tagged; // VLAN tags may follow the protocol number
@@ -28,8 +23,7 @@ constexpr struct LinkLayer {
     {1, 12, 14, true},    // Ethernet
     {113, 14, 16, false}, // the "any" device, first version
     {276, 0, 20, false},  // and second
-    {101, 0, 0, false},   // bare IP
-    {12, 0, 0, false},    // bare IP, as some systems number it
+    {12, 0, 0, false},    // bare IP
 };
 
 uint16_t big16(std::string_view bytes, size_t at)
@@ -38,31 +32,12 @@ uint16_t big16(std::string_view bytes, size_t at)
                                  static_cast<uint8_t>(bytes[at + 1]));
 }
 
-// Numbers of the file itself, in the byte order of who wrote it.
-uint32_t native32(std::string_view bytes, size_t at, bool swapped)
+const LinkLayer *find_layer(int type)
 {
-    uint32_t number;
-    memcpy(&number, bytes.data() + at, sizeof number);
-    return swapped ? __builtin_bswap32(number) : number;
-}
-
-struct Format {
-    bool swapped;
-    double fraction; // seconds per unit of a frame's fine time
-};
-
-std::optional<Format> detect(std::string_view bytes)
-{
-    if (bytes.size() < kFileHeader)
-        return {};
-    for (const bool swapped : {false, true}) {
-        const uint32_t magic = native32(bytes, 0, swapped);
-        if (magic == kMicroseconds)
-            return Format{swapped, 1e-6};
-        if (magic == kNanoseconds)
-            return Format{swapped, 1e-9};
-    }
-    return {};
+    const auto *const found =
+        std::find_if(std::begin(kLinkLayers), std::end(kLinkLayers),
+                     [type](const LinkLayer &layer) { return layer.type == type; });
+    return found == std::end(kLinkLayers) ? nullptr : found;
 }
 
 // The IPv4 packet inside a frame; empty when there is none.
@@ -86,7 +61,7 @@ std::string_view ip_packet(std::string_view frame, const LinkLayer &layer)
 }
 
 // Fills sender and payload when the packet is an unfragmented UDP datagram to the port.
-bool take_datagram(std::string_view packet, uint16_t port, CapturedDatagram &datagram)
+bool take_packet(std::string_view packet, uint16_t port, CapturedDatagram &datagram)
 {
     constexpr size_t kIpHeader = 20, kUdpHeader = 8;
     if (packet.size() < kIpHeader || (packet[0] & 0xf0) != 0x40)
@@ -117,45 +92,15 @@ int digit(char c)
 
 } // namespace
 
-bool is_pcap(std::string_view bytes)
+bool is_known_link(int link_type)
 {
-    return detect(bytes).has_value();
+    return find_layer(link_type);
 }
 
-Capture read_pcap(std::string_view bytes, uint16_t port)
+bool take_datagram(std::string_view frame, int link_type, uint16_t port, CapturedDatagram &datagram)
 {
-    const auto format = detect(bytes);
-    if (!format)
-        return {{}, "not a pcap file"};
-    const uint32_t type = native32(bytes, 20, format->swapped) & 0x0fffffff; // the rest is flags
-    const auto *const layer =
-        std::find_if(std::begin(kLinkLayers), std::end(kLinkLayers),
-                     [type](const LinkLayer &row) { return row.type == type; });
-    if (layer == std::end(kLinkLayers))
-        return {{}, "link type " + std::to_string(type) + " is not supported"};
-
-    Capture capture;
-    bytes.remove_prefix(kFileHeader);
-    for (uint64_t number = 1; !bytes.empty(); ++number) {
-        const std::string frame_name = "frame " + std::to_string(number);
-        if (bytes.size() < kFrameHeader) {
-            capture.fault = frame_name + " is cut";
-            break;
-        }
-        const double time = native32(bytes, 0, format->swapped) +
-                            native32(bytes, 4, format->swapped) * format->fraction;
-        const size_t length = native32(bytes, 8, format->swapped);
-        bytes.remove_prefix(kFrameHeader);
-        if (bytes.size() < length) {
-            capture.fault = frame_name + " is cut";
-            break;
-        }
-        CapturedDatagram datagram{number, time, {}, {}};
-        if (take_datagram(ip_packet(bytes.substr(0, length), *layer), port, datagram))
-            capture.datagrams.push_back(std::move(datagram));
-        bytes.remove_prefix(length);
-    }
-    return capture;
+    const LinkLayer *const layer = find_layer(link_type);
+    return layer && take_packet(ip_packet(frame, *layer), port, datagram);
 }
 
 std::optional<std::string> read_hex(std::string_view text)

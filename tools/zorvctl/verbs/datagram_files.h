@@ -1,4 +1,4 @@
-// datagram_files.h - discovery datagrams out of packet captures and hexadecimal text.
+// datagram_files.h - discovery datagrams out of captured frames and hexadecimal text.
 //
 // Pure functions on bytes that anybody may have written; they open nothing.
 #ifndef ZORVCTL_DATAGRAM_FILES_H
@@ -19,16 +19,12 @@ struct CapturedDatagram {
     std::string payload; // of the UDP datagram, as far as it was captured
 };
 
-struct Capture {
-    std::vector<CapturedDatagram> datagrams;
-    std::string fault; // why reading ended early; empty when it did not
-};
+// Fills sender and payload when a frame holds an unfragmented UDP datagram over IPv4 to the port.
+// The link type is Ethernet (with VLAN tags or without), "any" or bare IP; false for any other.
+bool take_datagram(std::string_view frame, int link_type, uint16_t port,
+                   CapturedDatagram &datagram);
 
-bool is_pcap(std::string_view bytes);
-
-// Finds the UDP datagrams to a port in a classic pcap file of either byte order, captured on
-// Ethernet (with VLAN tags or without), on "any" or as bare IP. Fragments are passed over.
-Capture read_pcap(std::string_view bytes, uint16_t port);
+bool is_known_link(int link_type);
 
 // Reads pairs of hexadecimal digits; white space, ":", "-" and "," may stand between pairs. Nothing
 // when there is anything else, or half a pair.

@@ -4,6 +4,7 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 #include "base/output.h"
 
@@ -77,9 +78,13 @@ Finding check_version(const Thing &thing);    // of the firmware
 Finding check_build(const Thing &thing);      // a release, or not
 Finding check_script(const Thing &thing);     // the system script
 
+// The page in brief, lines of it.
+struct Summary {
+    std::vector<std::string> off, right;
+};
+
 // The services that reports and traces go to, and what holds them back: the first part of the page.
-// Returns whether everything is sent that should be.
-bool show_sending(Reply &reply);
+void show_sending(Summary &summary, Reply &reply);
 
 } // namespace ctl
 

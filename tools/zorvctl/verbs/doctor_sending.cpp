@@ -142,29 +142,35 @@ std::string shut_gates(const std::vector<Gate> &gates, bool for_traces)
 }
 
 void show_destination(const char *name, const char *words, const char *origin,
-                      const std::string &shut, Reply &reply)
+                      const std::string &shut, Summary &summary, Reply &reply)
 {
     reply.document.set(name, Value::object()
                                  .set("sent", shut.empty())
                                  .set("service", origin)
                                  .set("reason", shut.empty() ? Value() : Value(shut)));
-    reply.line(shut.empty() ? format("%s go to %s", words, origin)
-                            : format("%s: nothing is sent: %s", words, shut.c_str()));
+    std::vector<std::string> &lines = shut.empty() ? summary.right : summary.off;
+    lines.push_back(shut.empty() ? format("%s go to %s", words, origin)
+                                 : format("%s: nothing is sent: %s", words, shut.c_str()));
+    reply.line(lines.back());
 }
 
 } // namespace
 
-bool show_sending(Reply &reply)
+void show_sending(Summary &summary, Reply &reply)
 {
     const std::vector<Gate> gates = list_gates();
     show_destination("reports", "crash reports", zorv::kCrashService.origin(),
-                     shut_gates(gates, false), reply);
+                     shut_gates(gates, false), summary, reply);
     show_destination("traces", "traces", zorv::kTraceService.origin(), shut_gates(gates, true),
-                     reply);
+                     summary, reply);
     std::vector<Row> rows;
     std::transform(gates.begin(), gates.end(), std::back_inserter(rows), gate_row);
-    for (const auto &make : {service_row, certificates_row, oops_row, logs_row})
-        rows.push_back(make());
+    for (const auto &make : {service_row, certificates_row, oops_row, logs_row}) {
+        const Row &row = rows.emplace_back(make());
+        if (row.is_fault)
+            summary.off.push_back(
+                format("%s: %s (%s)", row.what, row.state, printable(row.detail).c_str()));
+    }
     Value list = Value::list();
     for (const Row &row : rows)
         list.add(Value::object()
@@ -175,7 +181,6 @@ bool show_sending(Reply &reply)
                      .set("fault", row.is_fault));
     reply.line("");
     reply.table("sending", list, {"what", "state", "where", "detail"});
-    return std::none_of(rows.begin(), rows.end(), [](const Row &row) { return row.is_fault; });
 }
 
 } // namespace ctl

@@ -1,11 +1,11 @@
 // hw.cpp - the EEPROM image and the PCI devices of a vendor.
 #include <zorv/hardware.h>
 
-#include <cerrno>
 #include <cstring>
 #include <vector>
 
 #include "base/cli.h"
+#include "base/text_file.h"
 #include "core/own.h"
 
 namespace ctl {
@@ -32,13 +32,6 @@ std::string hex(const uint8_t *bytes, size_t count, const char *gap)
     return text;
 }
 
-void save(const std::string &path, const uint8_t *bytes, size_t size)
-{
-    zorv::File file(fopen(path.c_str(), "we"));
-    if (!file || fwrite(bytes, 1, size, file.get()) != size || fclose(file.release()) != 0)
-        throw io_failure(path, errno);
-}
-
 // Rows like the one before are shown as one "*".
 void dump(const uint8_t *bytes, size_t size, Reply &reply)
 {
@@ -62,7 +55,7 @@ void eeprom(const EepromArgs &args, Reply &reply)
     const size_t size = image->length(image.get());
     reply.document.set("size", size);
     if (!args.file.empty()) {
-        save(args.file, bytes, size);
+        write_file(args.file, {reinterpret_cast<const char *>(bytes), size});
         reply.document.set("file", args.file);
     } else if (reply.json()) {
         reply.document.set("hex", hex(bytes, size, ""));
