@@ -61,7 +61,7 @@ void decode(const Base64Args &args, Reply &reply)
     reply.document.set("file", args.file)
         .set("size", bytes.size())
         .set("hex", hexadecimal(begin, bytes.size()));
-    reply.text = bytes;
+    reply.bytes(bytes);
 }
 
 constexpr Option kEncode[] = {
