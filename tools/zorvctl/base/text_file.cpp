@@ -92,6 +92,14 @@ size_t read_piece(const zorv::Fd &fd, const std::string &path, char *bytes, size
     }
 }
 
+void write_file(const std::string &path, std::string_view bytes)
+{
+    zorv::File file(fopen(path.c_str(), "we"));
+    if (!file || fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size() ||
+        fclose(file.release()) != 0)
+        throw io_failure(path, errno);
+}
+
 Replacement::Replacement(const std::string &path)
     : path_(resolve(path)), folder_(lock_folder(path_))
 {

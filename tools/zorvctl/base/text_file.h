@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <string>
+#include <string_view>
 
 #include "core/own.h"
 
@@ -19,6 +20,9 @@ std::string read_input(const std::string &path);
 // at the end. What fails throws io_failure().
 zorv::Fd open_input(const std::string &path);
 size_t read_piece(const zorv::Fd &fd, const std::string &path, char *bytes, size_t size);
+
+// Writes a file anew, with nothing of an old one left; throws io_failure() when it cannot.
+void write_file(const std::string &path, std::string_view bytes);
 
 // Replaces an existing file under another one's eyes: readers see the old content or the new.
 //

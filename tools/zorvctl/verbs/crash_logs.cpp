@@ -2,12 +2,12 @@
 #include <zorv/crash.h>
 
 #include <algorithm>
-#include <cstdio>
 
 #include <unistd.h>
 #include <zorv/base64.h>
 
 #include "base/cli.h"
+#include "base/text_file.h"
 #include "crash.h"
 #include "telemetry/crash_store.h"
 
@@ -42,14 +42,6 @@ std::string decode(const json_t *base64)
     return bytes;
 }
 
-void save(const std::string &path, const std::string &bytes)
-{
-    zorv::File file(fopen(path.c_str(), "we"));
-    if (!file || fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size() ||
-        fclose(file.release()) != 0)
-        throw io_failure(path, errno);
-}
-
 zorv::Json take_next()
 {
     const CommandsToStderr aside;
@@ -67,7 +59,7 @@ void next(const NextArgs &args, Reply &reply)
     const std::string bytes = decode(json_object_get(log.get(), "file_data"));
     json_object_del(log.get(), "file_data");
     if (!args.file.empty()) {
-        save(args.file, bytes);
+        write_file(args.file, bytes);
         reply.document.set("file", args.file);
     }
     const zorv::Text text(json_dumps(log.get(), JSON_INDENT(2)));
