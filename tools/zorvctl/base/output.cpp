@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <unistd.h>
+#include <zorv/text.h>
 
 namespace ctl {
 namespace {
@@ -54,11 +55,11 @@ void complain(const Failure &failure)
 constexpr struct {
     char32_t first, last;
 } kUnseen[] = {
-    {0, 0x1f},        {0x7f, 0x9f},     // control characters
-    {0x61c, 0x61c},                     // the direction of writing
-    {0x200b, 0x200f}, {0x2028, 0x202e}, // no width, directions; line separators, directions
-    {0x2060, 0x2069}, {0xfeff, 0xfeff}, // joiners, directions; the byte-order mark
-    {0xe0000, 0xe007f},                 // tags
+    {0, 0x1f},          {0x7f, 0x9f},     // control characters
+    {0x61c, 0x61c},                       // the direction of writing
+    {0x200b, 0x200f},   {0x2028, 0x202e}, // no width, directions; line separators, directions
+    {0x2060, 0x2069},   {0xfeff, 0xfeff}, // joiners, directions; the byte-order mark
+    {0xe0000, 0xe007f},                   // tags
 };
 
 // Of a well-formed sequence.
@@ -178,6 +179,15 @@ std::string format(const char *pattern, ...)
     std::string result(text, static_cast<size_t>(length));
     free(text);
     return result;
+}
+
+std::string hexadecimal(std::string_view bytes)
+{
+    std::string digits(2 * bytes.size() + 1, '\0');
+    uchar2lowerhex(reinterpret_cast<const unsigned char *>(bytes.data()), bytes.size(),
+                   digits.data(), digits.size());
+    digits.pop_back();
+    return digits;
 }
 
 std::string printable(std::string_view text, std::string_view kept)

@@ -55,6 +55,9 @@ Failure io_failure(const std::string &path, int error);
 // printf into a string.
 std::string format(const char *pattern, ...) __attribute__((format(printf, 1, 2)));
 
+// Bytes as hexadecimal digits, in small letters.
+std::string hexadecimal(std::string_view bytes);
+
 // Shows as \xNN the bytes of control characters, which terminals obey, of characters that are not
 // seen or turn the direction of writing, but for those of `kept`; and bytes that are not UTF-8.
 std::string printable(std::string_view text, std::string_view kept = {});

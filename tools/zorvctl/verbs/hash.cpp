@@ -5,7 +5,6 @@
 #include <vector>
 
 #include <zorv/sha256.h>
-#include <zorv/text.h>
 
 #include "base/cli.h"
 #include "base/text_file.h"
@@ -43,9 +42,7 @@ std::string digest_of(const std::string &path)
     }
     unsigned char digest[kDigest];
     sha256_final(&context, digest);
-    char text[2 * sizeof digest + 1];
-    uchar2lowerhex(digest, sizeof digest, text, sizeof text);
-    return text;
+    return hexadecimal({reinterpret_cast<const char *>(digest), sizeof digest});
 }
 
 // A name that would break its line has these escaped, each as a backslash and its letter.
