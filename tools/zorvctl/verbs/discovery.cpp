@@ -28,7 +28,7 @@ constexpr size_t kMostMessage = 463; // with header and padding it fills what a 
 struct ListenArgs {
     std::vector<uint16_t> methods;
     uint64_t count = 0;
-    double timeout = 0;
+    std::optional<double> timeout;
 };
 
 struct SendArgs {
@@ -184,8 +184,8 @@ void listen(const ListenArgs &args, Reply &reply)
     Listener listener{reply, args.count, base.get(), Value::list(), 0, nullptr};
     g_listener = &listener;
     const auto signals = end_on_signals(base.get());
-    if (args.timeout > 0)
-        end_after(base.get(), args.timeout);
+    if (args.timeout)
+        end_after(base.get(), *args.timeout);
     zorv_protocol_init_recv(base.get(), table.data());
     event_base_dispatch(base.get());
     if (listener.failure)
