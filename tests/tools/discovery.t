@@ -28,7 +28,7 @@ $ zorvctl discovery send --method 1 hello --json 2>/dev/null; zorvctl discovery 
 [1]
 $ echo 192.0.2.1 >/run/ipready.br0; ip route add 239.0.0.0/8 dev br0; zorvctl discovery init-check --json
 {"device":"00:00:00:00:00:00","group":"239.255.90.90","group_is_multicast":true,"bridge_address":"192.0.2.1","joined":true,"route_to_group":true}
-$ zorvctl discovery listen --timeout 0.01 --count 1 --json; zorvctl discovery send --method 1 $(seq -s '' 200)
+$ zorvctl discovery listen --timeout 0 --count 1 --json; zorvctl discovery send --method 1 $(seq -s '' 200)
 {"messages":[]}
 zorvctl: a message of 492 bytes would be cut by its receivers, who take 463
 [4]
