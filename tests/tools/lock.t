@@ -12,7 +12,7 @@ $ exec 7</run/inform-profile.lock; flock 7; hurry zorvctl lock inform -- true
 zorvctl[...]: [error] statistics.inform_profile_lock(): couldn't lock /var/run/inform-profile.lock
 zorvctl: /var/run/inform-profile.lock: not to be had
 [4]
-$ exec 7<&-; mkfifo go; zorvctl lock report -- sh -c 'trap "echo told; exit 3" TERM; echo >go; while [ 1 = 1 ]; do sleep 0.01; done' &
+$ exec 7<&-; mkfifo go; zorvctl lock report -- sh -c 'trap "echo told; exit 3" TERM; echo >go; for i in $(seq 500); do sleep 0.01; done' &
 told
 $ read word <go; zorvctl lock status report --no-header; zorvctl lock status inform; kill $!; wait $!
 report  /var/run/report  held  ...  zorvctl

@@ -90,9 +90,11 @@ void answer(const AesArgs &args, const Block &iv, const std::string &bytes, Repl
 {
     reply.document.set("file", args.file)
         .set("iv", hexadecimal(view_of(iv)))
-        .set("size", bytes.size())
-        .set("hex", hexadecimal(bytes));
-    reply.bytes(bytes);
+        .set("size", bytes.size());
+    if (reply.json())
+        reply.document.set("hex", hexadecimal(bytes));
+    else
+        reply.bytes(bytes);
 }
 
 void encrypt(const AesArgs &args, Reply &reply)

@@ -26,8 +26,8 @@ struct HttpArgs {
     std::vector<std::string> headers;
     bool doh = false, fallback = false, trace = false, report = false;
     std::optional<size_t> max;
-    std::string data; // of POST and PUT
-    std::string output;
+    std::string data;         // of POST and PUT
+    std::string output = "-"; // a file, or nowhere but the reply
 };
 
 // What a request can come to, the rest has its number alone.
@@ -204,7 +204,7 @@ void show(const Request &request, const Attempt &last, Reply &reply)
         show_report(request, last, reply);
     else if (reply.exit != Exit::done)
         throw failure_of(args, last);
-    const bool to_file = reply.exit == Exit::done && !args.output.empty();
+    const bool to_file = reply.exit == Exit::done && args.output != "-";
     if (to_file || alone)
         expect_whole(args, last);
     if (to_file) {
@@ -248,7 +248,8 @@ constexpr Option kOptions[] = {
     option<&HttpArgs::report>("--report", "Show what became of the request in front of the body"),
     option<&HttpArgs::url>("URL", "Where to").required(),
     option<&HttpArgs::headers>("-H,--header", "A header line; may be repeated"),
-    option<&HttpArgs::output>("-o,--output", "Write the body into this file"),
+    option<&HttpArgs::output>("-o,--output",
+                              "Write the body into this file, and not to standard output"),
     option<&HttpArgs::max>("--max", "Bytes of the body to keep, 1048576 unless given"),
     option<&HttpArgs::doh>("--doh", "Look the host up by the DNS-over-HTTPS resolvers"),
     option<&HttpArgs::fallback>("--doh-fallback", "Then by the system's when they do not know it")
