@@ -47,8 +47,8 @@ void end_lost_exception()
 }
 
 // A standard descriptor that is closed would be taken by the next file opened, and our words
-// written into that file. It is replaced by one that fails as it did: what is read cannot be
-// written, nor the other way round.
+// written into that file. It is replaced by one that fails, too: an input that cannot be read,
+// outputs that cannot be written.
 void occupy_standard_descriptors()
 {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++)

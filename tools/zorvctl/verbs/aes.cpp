@@ -2,6 +2,7 @@
 #include <zorv/aes.h>
 
 #include <array>
+#include <optional>
 
 #include <zorv/text.h>
 
@@ -16,7 +17,8 @@ constexpr size_t kBlock = 16; // bytes; a key has as many
 using Block = std::array<uint8_t, kBlock>;
 
 struct AesArgs {
-    std::string file = "-", key_file, iv;
+    std::string file = "-", key_file;
+    std::optional<std::string> iv;
     bool no_padding = false;
 };
 
@@ -102,14 +104,14 @@ void encrypt(const AesArgs &args, Reply &reply)
     std::string bytes;
     const Block key = read_both(args, bytes);
     Block iv;
-    if (args.iv.empty())
-        aes_cbc_generate_iv(iv.data(), iv.size());
+    if (args.iv)
+        iv = parse_iv(*args.iv);
     else
-        iv = parse_iv(args.iv);
+        aes_cbc_generate_iv(iv.data(), iv.size());
     const size_t more = args.no_padding ? 0 : kBlock - bytes.size() % kBlock;
     bytes.append(more, static_cast<char>(more));
     run_cipher(aes_cbc_encrypt_128, args, key, iv, bytes);
-    if (args.iv.empty())
+    if (!args.iv)
         bytes.insert(0, view_of(iv));
     answer(args, iv, bytes, reply);
 }
@@ -118,7 +120,7 @@ void decrypt(const AesArgs &args, Reply &reply)
 {
     std::string bytes;
     const Block key = read_both(args, bytes);
-    const Block iv = args.iv.empty() ? take_block(bytes) : parse_iv(args.iv);
+    const Block iv = args.iv ? parse_iv(*args.iv) : take_block(bytes);
     run_cipher(aes_cbc_decrypt_128, args, key, iv, bytes);
     if (!args.no_padding) {
         const size_t more = static_cast<unsigned char>(bytes.back());
