@@ -127,7 +127,7 @@ test_the_cloud_answers_and_fails() {
     expect 0 '{"upload": true}' sim received last
     sim outage trace:off
     expect 0 =200 report trace.zorv.example
-    expect 1 'resolver  doh' sim exec ap1 zorvctl http get --doh https://crash.zorv.example/
+    expect 1 'resolver  doh' sim exec ap1 zorvctl http get --report --doh https://crash.zorv.example/
     expect 0 'status    202' sim exec ap1 zorvctl http put https://trace.zorv.example/traces
     url=$(sim exec ap1 zorvctl http post https://crash.zorv.example/v1/crash \
         --data '{"upload":true}' | sed -n 's/{"upload_url":"\(.*\)"}/\1/p')

@@ -30,11 +30,14 @@ $ zorvctl file get cfg; zorvctl --json # a file that is named like a family
 $ seq -f 'wireless.%g.ssid=office' 20000 >long.cfg # more than a pipe holds
 $ zorvctl cfg list long.cfg >/dev/full; { zorvctl cfg list long.cfg --json; echo $? >status; } | true; cat status
 zorvctl: standard output: No space left on device
-zorvctl: standard output: Broken pipe
 5
 $ zorvctl cfg apply --set a=2 a.cfg >&-; grep a a.cfg # its number goes to no file that is written
 zorvctl: standard output: Bad file descriptor
 # CFG Start
 a=2
+$ zorvctl hash - <&-; zorvctl file get "$(printf '\033\342\200\256\342\200\215n')" # who turns the line shows
+zorvctl: -: Bad file descriptor
+zorvctl: \x1b\xe2\x80\xae\xe2\x80\x8dn: No such file or directory
+[5]
 $ printf 'good=\303\251\nbad=a\377\355\240\200z\n\300\257=1\n' >odd.cfg; zorvctl --json cfg list odd.cfg
 {"entries":[{"key":"good","value":"é"},{"key":"bad","value":"a����z","invalid_utf8":true},{"key":"��","invalid_utf8":true,"value":"1"}]}

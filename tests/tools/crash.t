@@ -20,6 +20,11 @@ $ zorvctl crash report; requests | sed 1,2d | tr -d ' \n' >sent; zorvctl crash r
 reported to https://crash.zorv.example/v1/kernel-crash
 {"url":"https://crash.zorv.example/v1/kernel-crash","state":"already-reported"}
 $ times='s/"[a-z]*_\?time":[^,]*//g'; sed "$times" sent >a; tr -d ' \n' <shown | sed "$times" | cmp - a
+$ zorvctl crash clear; cat /run/last-crashlog.txt; zorvctl crash clear --json
+cleared; kept in /var/run/last-crashlog.txt
+BUG passphrase=very-private
+{"error":{"code":"not-found","message":"the kernel holds no oops"}}
+[1]
 $ dump() { zorvctl crash dump --name hostapd --pid 812 --signal 11 "$@"; }; printf bytes >core; dump core
 reported without the bytes: no 1 in /var/run/system.analytics.coredump
 $ echo 1 >/run/system.analytics.coredump; dump --type app --crashes 3 core

@@ -12,3 +12,13 @@ $ exec 7</run/inform-profile.lock; flock 7; hurry zorvctl lock inform -- true
 zorvctl[...]: [error] statistics.inform_profile_lock(): couldn't lock /var/run/inform-profile.lock
 zorvctl: /var/run/inform-profile.lock: not to be had
 [4]
+$ exec 7<&-; mkfifo go; zorvctl lock report -- sh -c 'trap "echo told; exit 3" TERM; echo >go; for i in $(seq 500); do sleep 0.01; done' &
+told
+$ read word <go; zorvctl lock status report --no-header; zorvctl lock status inform; kill $!; wait $!
+report  /var/run/report  held  ...  zorvctl
+LOCK    PATH                          STATE  PID  PROCESS
+inform  /var/run/inform-profile.lock  free     -        -
+[3]
+$ (zorvctl lock report -- sh -c 'echo $$ $PPID >go; exec sleep 60'; echo >go) 2>/dev/null &
+$ read child parent <go; kill -KILL $parent; read word <go; flock -n /run/report echo lost; kill $child; zorvctl lock inform -- sh -c '[ 1 = 1 ] && echo "$@"' - '[a,b]'
+[a,b]

@@ -18,6 +18,8 @@ no
 hotel
 $ echo 'site cloud.test' | cloud; zorvctl sockets --name zorv-cloud --json
 {"sockets":[{"socket_type":"tcp","state":"LISTEN","local_port":443,"remote_port":"*","pid":...,"comm":"zorv-cloud"}]}
+$ sleep 60 & zorvctl ps --json --sort pid | grep -o '"pid":[0-9]*' | cut -d: -f2 >pids; sort -nc pids; grep -cx $! pids; kill $!
+1
 $ cat >named <<'END' # itself
 > exec 7>/tmp/seven </dev/null 2>/dev/null
 > zorvctl ps --fds --name "$name"; zorvctl ps --json --name "$name"

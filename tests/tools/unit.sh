@@ -61,6 +61,13 @@ END
     done
 }
 
+# terminals: pseudo-terminals of the device's own.
+terminals() {
+    mkdir -p /dev/pts
+    mount -t devpts -o newinstance,ptmxmode=0666 devpts /dev/pts
+    ln -sf pts/ptmx /dev/ptmx
+}
+
 # hurry COMMAND...: runs it, and all it starts, with waits that take no time.
 hurry() {
     LD_PRELOAD=$build/tests/tools/libhurry.so \

@@ -18,6 +18,30 @@ $ printf '\373\377\0' >bytes; zorvctl hash bytes | sha256sum -c; zorvctl hash --
 bytes: OK
 {"digests":[{"file":"-","sha256":"3ee014c0a056411885c459e321176277f3c941ce35b820607f22742e84e84de2"}]}
 {"file":"-","base64":"-_8A"}
+
+$ name="$(printf 'a\\b\nc')"; echo 1 >"$name"; zorvctl hash "$name" bytes >sums; sha256sum sums "$name" bytes | sed 1d | diff sums -
+$ zorvctl hash --check sums; echo 2 >"$name"; zorvctl hash -c sums --json; mv "$name" d; zorvctl hash -c - <sums; zorvctl hash -c bytes
+\a\\b\nc: OK
+bytes: OK
+{"checks":[{"file":"a\\b\nc","result":"differs"},{"file":"bytes","result":"ok"}]}
+a\b\x0ac: No such file or directory
+bytes: OK
+zorvctl: bytes:1: not a digest and a name
+[5]
+$ printf 00112233445566778899aabbccddeeff >key; zorvctl aes encrypt --key-file key --json --no-padding --iv 00000000000000000000000000000000 key
+{"file":"key","iv":"00000000000000000000000000000000","size":32,"hex":"d6ab68138dc8836ecfe2a9f83b7910b16a61ace1a6f2a15f97ea6b7b5951a1a5"}
+$ zorvctl aes encrypt --key-file key bytes | zorvctl aes decrypt --key-file key | cmp - bytes
+$ zorvctl aes decrypt --key-file key key; zorvctl aes encrypt --key-file bytes key --json; zorvctl aes encrypt --key-file - </dev/null
+zorvctl: key: no padding: another key or IV?
+{"error":{"code":"not-a-key","message":"bytes: not a key of 16 bytes or 32 hexadecimal digits"}}
+zorvctl: --key-file: the standard input is the FILE already (see: zorvctl aes encrypt --help)
+[2]
+$ zorvctl random 3 | grep -c '^[0-9a-f]\{6\}$'; zorvctl random --bytes 9 | wc -c; zorvctl random --text 12 --json | tr -d 'A-Za-z0-9'; zorvctl random 0
+1
+9
+{"":""}
+zorvctl: COUNT: from 1 to 1048576 (see: zorvctl random --help)
+[2]
 $ printf 'Zm9v\r\n-_8\n' | zorvctl base64 decode --json; echo Zm8=Zm8= | zorvctl base64 decode --json
 {"file":"-","size":5,"hex":"666f6ffbff"}
 {"error":{"code":"not-base64","message":"-: not Base64 to its end"}}

@@ -2,7 +2,7 @@
 $ listed() { awk '/^[^ ]/ { on = $1 == "Subcommands:" } on && /^  [^ ]/ { print $1 }'; }
 $ zorvctl --help | listed | while read -r family; do
 >   zorvctl $family --help | listed | sed "s/^/$family /" | grep . || echo $family; done >verbs; wc -l <verbs
-65
+73
 $ while read -r verb; do
 >   zorvctl $verb --help | grep -A 1 '^Example:' | grep -q "^  .*zorvctl $verb\>" || echo "$verb: example"
 >   [ "$(zorvctl $verb --json --no-such-option | cut -c -25)" = '{"error":{"code":"usage",' ] || echo "$verb: nonsense"

@@ -21,7 +21,8 @@ void torture_verbs(const std::string &verbs)
     Device::make_bridge();
     Device::must_run(R"(build=; . )" ZORV_SOURCE_DIR R"(/tests/tools/unit.sh; whole_unit
         printf 'a=1\nvlan.1.id=2\n' >a; echo a=2 >b; echo '{"c":[1]}' >c; echo 5 >n
-        echo 'a number, required' >s; add_log a.tgz 0; mkdir -p /run/guest/portal/hotel
+        echo 'a number, required' >s; sha256sum a >a.sha; echo 00112233445566778899aabbccddeeff >c.key
+        add_log a.tgz 0; mkdir -p /run/guest/portal/hotel
         echo aa:bb >/run/guest/portal/hotel/authorized; head -c 65536 /dev/zero >EEPROM
         echo 'ipv4 2 tcp src=192.0.2.1 dst=192.0.2.9 x' >/proc/net/nf_conntrack
         touch /proc/net/tcp6 /proc/net/udp6 /proc/locks; ip route add 239.0.0.0/8 dev br0
@@ -54,7 +55,8 @@ void torture_verbs(const std::string &verbs)
 TEST_F(Torture, VerbsForScripts)
 {
     torture_verbs(R"(cfg get a a vlan.1.id; cfg list a; cfg diff a b; cfg lint --schema s a b;
-        cfg apply --set a=1 a; cfg set -f a z=$$ >/dev/null; hash a;
+        cfg apply --set a=1 a; cfg set -f a z=$$ >/dev/null; hash -c a.sha;
+        aes encrypt --key-file c.key --iv 00000000000000000000000000000000 a; lock status report;
         file add n 0|[0] 0*; json get c c 0 --json; url resolve localhost; lock inform true;
         capture 'echo 1'|[0]: popen_alloc_output: Failed*; exec run a|[0]|[0]: Fork Failed*)");
 }
@@ -69,7 +71,7 @@ TEST_F(Torture, VerbsOfTheUnit)
 
 TEST_F(Torture, VerbsThatSend)
 {
-    torture_verbs(R"(http post https://trace.zorv.example/; trace send a b;
+    torture_verbs(R"(http get https://trace.zorv.example/ -o out; trace send a b;
         crash report|[0] reported already*; crash next >/dev/null; crash prune --keep 1|[0] 0 of*;
         discovery init-check; discovery send --method 1 a >/dev/null;
         discovery list --timeout 0; discovery listen --timeout 0; discovery decode a --key-file a)");

@@ -47,14 +47,13 @@ void end_lost_exception()
 }
 
 // A standard descriptor that is closed would be taken by the next file opened, and our words
-// written into that file. Standard output is replaced by one that cannot be written: a failure.
+// written into that file. It is replaced by one that fails, too: an input that cannot be read,
+// outputs that cannot be written.
 void occupy_standard_descriptors()
 {
-    int fd;
-    do // NOLINTNEXTLINE(android-cloexec-open,android-cloexec-dup): the children have these, too
-        fd = open("/dev/null", O_RDONLY);
-    while (fd >= 0 && fd <= STDERR_FILENO);
-    close(fd);
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++)
+        if (fcntl(fd, F_GETFD) < 0) // NOLINTNEXTLINE(android-cloexec-open): the children have it
+            open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
 }
 
 } // namespace

@@ -39,7 +39,7 @@ void set_log_level(size_t verbosity)
 
 Reply answer(Families families, const CommandLine &line)
 {
-    Reply reply(line.json);
+    Reply reply(line.json, !line.no_header);
     if (line.version) {
         show_version(reply);
     } else if (line.help && line.lost.empty()) {

@@ -264,6 +264,8 @@ private:
         else if (&option == &kCommonOptions[1])
             line_.json = true;
         else if (&option == &kCommonOptions[2])
+            line_.no_header = true;
+        else if (&option == &kCommonOptions[3])
             line_.verbosity++;
         else if (!option.is_flag() && !option.many && line_.given.has(option))
             fault(std::string(option.label()) + ": given twice");
@@ -300,9 +302,10 @@ constexpr Option common(const char *name, const char *description)
 } // namespace
 
 // take_option() knows their places.
-constexpr Option kCommonOptions[3] = {
+constexpr Option kCommonOptions[4] = {
     common("-h,--help", "Show how it is used, with an example"),
     common("--json", "Answer with exactly one JSON document"),
+    common("--no-header", "Show tables without their line of titles"),
     common("-v,--verbose", "Show more of the library's messages; may be repeated"),
 };
 constexpr Option kVersionOption = common("--version", "Show the version and the source revision");

@@ -12,14 +12,14 @@ namespace ctl {
 using Families = std::span<const Family *const>;
 
 // What all verbs take, and what zorvctl itself takes besides.
-extern const Option kCommonOptions[3];
+extern const Option kCommonOptions[4];
 extern const Option kVersionOption;
 
 struct CommandLine {
     const Family *family = nullptr; // of `verb`, or named without one
     const Verb *verb = nullptr;
     Given given;
-    bool help = false, version = false, json = false;
+    bool help = false, version = false, json = false, no_header = false;
     size_t verbosity = 0;
     std::string lost;  // what is wrong with a word that should name a verb
     std::string fault; // the first thing that makes no sense; empty when there is none

@@ -9,11 +9,14 @@
 #include <vector>
 
 #include <unistd.h>
+#include <zorv/text.h>
 
 namespace ctl {
 namespace {
 
 using Row = std::vector<std::string>;
+
+constexpr char kNoWords[] = ""; // of a failure that is told by the exit status alone
 
 // A reader that went away is a failed write, not our death; the children of a verb never see this.
 class IgnorePipeSignal {
@@ -34,6 +37,8 @@ void write_out(std::string_view bytes)
         const ssize_t count = write(STDOUT_FILENO, bytes.data(), bytes.size());
         if (count >= 0)
             bytes.remove_prefix(static_cast<size_t>(count));
+        else if (errno == EPIPE)
+            throw Failure(Exit::failed, kNoWords); // who has read enough knows it
         else if (errno != EINTR)
             throw io_failure("standard output", errno);
     }
@@ -41,15 +46,40 @@ void write_out(std::string_view bytes)
 
 void complain(const Failure &failure)
 {
-    fprintf(stderr, "zorvctl: %s\n", printable(failure.what()).c_str());
+    const IgnorePipeSignal quiet;
+    if (*failure.what())
+        fprintf(stderr, "zorvctl: %s\n", printable(failure.what()).c_str());
 }
 
-// U+0000 to U+001F and U+007F to U+009F.
-bool is_control(std::string_view character)
+// What a terminal obeys, and what makes a text look like another one.
+constexpr struct {
+    char32_t first, last;
+} kUnseen[] = {
+    {0, 0x1f},          {0x7f, 0x9f},     // control characters
+    {0x61c, 0x61c},                       // the direction of writing
+    {0x200b, 0x200f},   {0x2028, 0x202e}, // no width, directions; line separators, directions
+    {0x2060, 0x2069},   {0xfeff, 0xfeff}, // joiners, directions; the byte-order mark
+    {0xe0000, 0xe007f},                   // tags
+};
+
+// Of a well-formed sequence.
+char32_t code_point(std::string_view sequence)
 {
-    const auto first = static_cast<unsigned char>(character[0]);
-    return first < 0x20 || first == 0x7f ||
-           (first == 0xc2 && static_cast<unsigned char>(character[1]) < 0xa0);
+    const auto first = static_cast<unsigned char>(sequence[0]);
+    if (first < 0x80)
+        return first;
+    char32_t code = first & (0x7fU >> sequence.size());
+    for (const char c : sequence.substr(1))
+        code = code << 6 | (static_cast<unsigned char>(c) & 0x3fU);
+    return code;
+}
+
+bool is_seen(std::string_view sequence)
+{
+    const char32_t code = code_point(sequence);
+    return std::none_of(std::begin(kUnseen), std::end(kUnseen), [code](const auto &range) {
+        return range.first <= code && code <= range.last;
+    });
 }
 
 std::string scalar(const json_t *json)
@@ -151,13 +181,22 @@ std::string format(const char *pattern, ...)
     return result;
 }
 
-std::string printable(std::string_view text)
+std::string hexadecimal(std::string_view bytes)
+{
+    std::string digits(2 * bytes.size() + 1, '\0');
+    uchar2lowerhex(reinterpret_cast<const unsigned char *>(bytes.data()), bytes.size(),
+                   digits.data(), digits.size());
+    digits.pop_back();
+    return digits;
+}
+
+std::string printable(std::string_view text, std::string_view kept)
 {
     std::string shown;
     while (!text.empty()) {
         const size_t length = utf8_length(text);
         const std::string_view character = text.substr(0, std::max<size_t>(length, 1));
-        if (length > 0 && !is_control(character))
+        if (length > 0 && (is_seen(character) || kept.find(character) != kept.npos))
             shown += character;
         else
             for (const char c : character)
@@ -167,17 +206,24 @@ std::string printable(std::string_view text)
     return shown;
 }
 
+void Reply::bytes(std::string_view content)
+{
+    if (isatty(STDOUT_FILENO))
+        text += printable(content, "\n\t");
+    else
+        text += content;
+}
+
 void Reply::table(const char *name, const Value &list, std::initializer_list<const char *> columns)
 {
     document.set(name, list);
     if (json_ || list.size() == 0)
         return;
-    std::vector<Row> rows(1);
-    std::vector<bool> numeric;
-    for (const char *column : columns) {
-        rows[0].push_back(title(column));
-        numeric.push_back(true);
-    }
+    std::vector<Row> rows(header_ ? 1 : 0);
+    if (header_)
+        for (const char *column : columns)
+            rows[0].push_back(title(column));
+    std::vector<bool> numeric(columns.size(), true);
     for (size_t index = 0; index < list.size(); index++) {
         Row row;
         for (const char *column : columns) {

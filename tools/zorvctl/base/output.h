@@ -56,12 +56,16 @@ Failure io_failure(const std::string &path, int error);
 // printf into a string.
 std::string format(const char *pattern, ...) __attribute__((format(printf, 1, 2)));
 
-// Shows control characters, which terminals obey, and bytes that are not UTF-8 as \xNN.
-std::string printable(std::string_view text);
+// Bytes as hexadecimal digits, in small letters.
+std::string hexadecimal(std::string_view bytes);
+
+// Shows as \xNN the bytes of control characters, which terminals obey, of characters that are not
+// seen or turn the direction of writing, but for those of `kept`; and bytes that are not UTF-8.
+std::string printable(std::string_view text, std::string_view kept = {});
 
 class Reply {
 public:
-    explicit Reply(bool json) : json_(json) {}
+    explicit Reply(bool json, bool header = true) : json_(json), header_(header) {}
 
     // NOLINTBEGIN(misc-non-private-member-variables-in-classes): there for the verbs to fill
     Value document =
@@ -76,6 +80,12 @@ public:
 
     // Adds a line of text, and its newline.
     void line(std::string_view content) { text.append(content) += '\n'; }
+
+    // Adds bytes that others wrote, as they are. On a terminal they are printable, in lines.
+    void bytes(std::string_view content);
+
+    // An empty reply of the same kind, for text that goes into this one.
+    Reply blank() const { return Reply(json_, header_); }
 
     // A list of objects: document member `name`, and a table of the columns (member names) in text.
     void table(const char *name, const Value &list, std::initializer_list<const char *> columns);
@@ -94,7 +104,7 @@ public:
     std::string rest() const;
 
 private:
-    bool json_;
+    bool json_, header_; // the second: tables have a line of titles
 };
 
 // Writes the reply. Returns the process's exit status: the reply's, or 5 when writing failed.

@@ -2,7 +2,6 @@
 #include <string>
 
 #include <zorv/base64.h>
-#include <zorv/text.h>
 
 #include "base/cli.h"
 #include "base/text_file.h"
@@ -16,14 +15,6 @@ struct Base64Args {
     std::string file = "-";
     bool url = false;
 };
-
-std::string hexadecimal(const unsigned char *bytes, size_t count)
-{
-    std::string text(2 * count + 1, '\0');
-    uchar2lowerhex(bytes, count, text.data(), text.size());
-    text.pop_back();
-    return text;
-}
 
 void encode(const Base64Args &args, Reply &reply)
 {
@@ -57,11 +48,8 @@ void decode(const Base64Args &args, Reply &reply)
     std::string bytes(static_cast<size_t>(base64_decode_len(text.c_str())), '\0');
     base64_decode(reinterpret_cast<unsigned char *>(bytes.data()), text.c_str());
     bytes.resize(characters / 4 * 3 + characters % 4 * 3 / 4);
-    const auto *const begin = reinterpret_cast<const unsigned char *>(bytes.data());
-    reply.document.set("file", args.file)
-        .set("size", bytes.size())
-        .set("hex", hexadecimal(begin, bytes.size()));
-    reply.text = bytes;
+    reply.document.set("file", args.file).set("size", bytes.size()).set("hex", hexadecimal(bytes));
+    reply.bytes(bytes);
 }
 
 constexpr Option kEncode[] = {

@@ -86,7 +86,7 @@ bool is_on_path(const char *program);
 
 // One source file each.
 extern const Verb kCrashStatus[1];
-extern const Verb kCrashReport[2]; // report, dump
+extern const Verb kCrashReport[3]; // report, dump, clear
 extern const Verb kCrashLogs[3];   // logs, next, finish
 extern const Verb kCrashDeliver[1];
 extern const Verb kCrashPrune[1];

@@ -2,13 +2,16 @@
 #include <zorv/crash.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/cli.h"
 #include "base/text_file.h"
 #include "crash.h"
+#include "exec/shell.h"
 #include "telemetry/crash_report.h"
 #include "telemetry/report_gate.h"
 
@@ -17,6 +20,7 @@ namespace {
 
 constexpr char kNameCharacters[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
+constexpr char kCopy[] = "/var/run/last-crashlog.txt"; // as oops_clear() leaves it
 constexpr int kRamDump = 3;
 
 struct ReportArgs {
@@ -79,17 +83,39 @@ void send(Reply &reply)
     reply.line(was_reported ? "reported already since the last reboot" : "reported to " + url);
 }
 
-void report(const ReportArgs &args, Reply &reply)
+void expect_oops()
 {
     if (!is_on_path("oopsdump"))
         throw Failure(Exit::unavailable, "oopsdump: this device has none");
-    const CommandsToStderr aside;
     if (!has_oops())
         throw Failure(Exit::no, "the kernel holds no oops");
+}
+
+void report(const ReportArgs &args, Reply &reply)
+{
+    const CommandsToStderr aside;
+    expect_oops();
     if (args.dry_run)
         preview(reply);
     else
         send(reply);
+}
+
+// The library does not tell what came of it.
+void clear(const NoArgs &, Reply &reply)
+{
+    const CommandsToStderr aside;
+    expect_oops();
+    oops_clear();
+    struct stat copy;
+    if (stat(kCopy, &copy) != 0)
+        throw io_failure(kCopy, errno);
+    if (copy.st_size == 0)
+        throw Failure(Exit::failed, std::string(kCopy) + ": nothing was kept");
+    if (zorv::run_shell("! oopsdump -e || exit 1") != 0)
+        throw Failure(Exit::failed, "oopsdump: the kernel still holds the oops");
+    reply.document.set("file", kCopy).set("size", copy.st_size);
+    reply.line(std::string("cleared; kept in ") + kCopy);
 }
 
 // It becomes part of a shell's command line.
@@ -143,11 +169,13 @@ constexpr Option kDump[] = {
 
 } // namespace
 
-constexpr Verb kCrashReport[2] = {
+constexpr Verb kCrashReport[3] = {
     verb<report>("report", "Report the kernel's oops, once until the next reboot",
                  "zorvctl crash report --dry-run", kReport),
     verb<dump>("dump", "Report a binary dump, and upload its bytes",
                "zorvctl crash dump --name hostapd --pid 812 --signal 11 /tmp/core.812", kDump),
+    verb<clear>("clear", "Clear the kernel's oops; a copy stays until the next reboot",
+                "zorvctl crash clear"),
 };
 
 } // namespace ctl

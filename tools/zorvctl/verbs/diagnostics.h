@@ -3,6 +3,7 @@
 #define ZORVCTL_DIAGNOSTICS_H
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <zorv/ps.h>
@@ -21,8 +22,10 @@ constexpr char kConntrack[] = "/proc/net/nf_conntrack";
 // Those of that name, all for an empty one. Throws when /proc cannot be read.
 PsList list_processes(bool with_fds, const std::string &name = "");
 
-// One process, without its descriptors.
-Value process_value(const zorv_ps_record &record);
+// Shows the processes of a list as "processes": as they stand, or by a place in "pid|ppid|rss|vsz|
+// fd_count|comm", sizes and counts the largest first.
+constexpr int kByRss = 2;
+void show_processes(const zorv_ps_list &list, std::optional<int> key, Reply &reply);
 
 // The 25 numbers of /proc/meminfo and "used_percent". Throws when it cannot be read.
 Value memory_value();

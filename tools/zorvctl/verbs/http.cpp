@@ -1,7 +1,8 @@
-// http.cpp - one request with the library's HTTP client, and what became of it.
+// http.cpp - one request with the library's HTTP client: what it fetched, or what became of it.
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,14 +17,17 @@
 namespace ctl {
 namespace {
 
+constexpr size_t kMostKept = size_t{1} << 20; // unless told
+
 using Response = std::unique_ptr<curl_simple_response, zorv::Closer<curl_simple_response_free>>;
 
 struct HttpArgs {
     std::string url;
     std::vector<std::string> headers;
-    bool doh = false, fallback = false, trace = false;
-    size_t max = size_t{1} << 20;
-    std::string data; // of POST and PUT
+    bool doh = false, fallback = false, trace = false, report = false;
+    std::optional<size_t> max;
+    std::string data;         // of POST and PUT
+    std::string output = "-"; // a file, or nowhere but the reply
 };
 
 // What a request can come to, the rest has its number alone.
@@ -87,6 +91,11 @@ struct Request {
     std::string data;
 };
 
+bool is_get(const Request &request)
+{
+    return request.method == curl_simple_method_str[0];
+}
+
 struct Attempt {
     const char *resolver; // "doh" or "system"
     int result;
@@ -99,7 +108,7 @@ int send(const Request &request, unsigned flags, curl_simple_response *response)
     const char *const url = request.args.url.c_str();
     const char *const data = request.data.data();
     const long length = static_cast<long>(request.data.size());
-    if (request.method == curl_simple_method_str[0])
+    if (is_get(request))
         return curl_simple_get(url, flags, request.headers, response);
     if (request.method == curl_simple_method_str[1])
         return curl_simple_post(url, flags, request.headers, data, length, response);
@@ -109,7 +118,7 @@ int send(const Request &request, unsigned flags, curl_simple_response *response)
 Attempt attempt(const Request &request, unsigned flags)
 {
     using namespace std::chrono;
-    Response response(curl_simple_response_init(request.args.max));
+    Response response(curl_simple_response_init(request.args.max.value_or(kMostKept)));
     if (!response)
         throw std::bad_alloc();
     const auto begin = steady_clock::now();
@@ -141,10 +150,14 @@ void show_trace(const std::vector<Attempt> &attempts, Reply &reply)
     reply.line("");
 }
 
-void show(const Request &request, const Attempt &last, Reply &reply)
+std::string body_of(const Attempt &attempt)
 {
-    buffer *const bytes = last.response->body;
-    const std::string body(reinterpret_cast<char *>(bytes->data(bytes)), bytes->length(bytes));
+    buffer *const bytes = attempt.response->body;
+    return {reinterpret_cast<char *>(bytes->data(bytes)), bytes->length(bytes)};
+}
+
+void show_report(const Request &request, const Attempt &last, Reply &reply)
+{
     const bool resolved = last.result != CURLE_COULDNT_RESOLVE_HOST;
     reply.pairs(Value::object()
                     .set("method", request.method)
@@ -154,15 +167,59 @@ void show(const Request &request, const Attempt &last, Reply &reply)
                     .set("name", result_name(last.result))
                     .set("meaning", zorv::result_words(last.result))
                     .set("received", last.response->received)
-                    .set("kept", body.size())
+                    .set("kept", body_of(last).size())
                     .set("resolver", resolved ? last.resolver : nullptr));
-    reply.document.set("body", body);
-    if (!body.empty())
-        reply.line('\n' + body);
+}
+
+Exit exit_of(const Attempt &last)
+{
     if (last.result != CURLE_OK)
-        reply.exit = Exit::failed;
-    else if (last.response->status >= 400)
-        reply.exit = Exit::no;
+        return Exit::failed;
+    return last.response->status >= 400 ? Exit::no : Exit::done;
+}
+
+Failure failure_of(const HttpArgs &args, const Attempt &last)
+{
+    if (last.result != CURLE_OK)
+        return {Exit::failed, "network", args.url + ": " + zorv::result_words(last.result)};
+    return {Exit::no, format("%s: status %ld", args.url.c_str(), last.response->status)};
+}
+
+// A body is not given for the whole one when it is not, unless so much of it was asked for.
+void expect_whole(const HttpArgs &args, const Attempt &last)
+{
+    if (!args.max && last.response->received > kMostKept)
+        throw Failure(Exit::failed, "too-large",
+                      format("%s: the body has %zu bytes, and %zu are kept without --max",
+                             args.url.c_str(), last.response->received, kMostKept));
+}
+
+void show(const Request &request, const Attempt &last, Reply &reply)
+{
+    const HttpArgs &args = request.args;
+    const std::string body = body_of(last);
+    const bool alone = is_get(request) && !args.report && !args.trace && !reply.json();
+    reply.exit = exit_of(last);
+    if (!alone)
+        show_report(request, last, reply);
+    else if (reply.exit != Exit::done)
+        throw failure_of(args, last);
+    const bool to_file = reply.exit == Exit::done && args.output != "-";
+    if (to_file || alone)
+        expect_whole(args, last);
+    if (to_file) {
+        write_file(args.output, body);
+        reply.document.set("file", args.output);
+    } else if (alone) {
+        reply.bytes(body);
+    } else {
+        reply.document.set("body", body);
+        if (body.empty())
+            return;
+        reply.line("");
+        reply.bytes(body);
+        reply.line("");
+    }
 }
 
 void request(const char *method, const HttpArgs &args, Reply &reply)
@@ -186,10 +243,13 @@ void run(const HttpArgs &args, Reply &reply)
     request(curl_simple_method_str[Method], args, reply);
 }
 
-// GET takes all but the last.
+// GET takes all but the last, the others all but the first.
 constexpr Option kOptions[] = {
+    option<&HttpArgs::report>("--report", "Show what became of the request in front of the body"),
     option<&HttpArgs::url>("URL", "Where to").required(),
-    option<&HttpArgs::headers>("--header", "A header line; may be repeated"),
+    option<&HttpArgs::headers>("-H,--header", "A header line; may be repeated"),
+    option<&HttpArgs::output>("-o,--output",
+                              "Write the body into this file, and not to standard output"),
     option<&HttpArgs::max>("--max", "Bytes of the body to keep, 1048576 unless given"),
     option<&HttpArgs::doh>("--doh", "Look the host up by the DNS-over-HTTPS resolvers"),
     option<&HttpArgs::fallback>("--doh-fallback", "Then by the system's when they do not know it")
@@ -199,15 +259,16 @@ constexpr Option kOptions[] = {
 };
 
 constexpr Verb kVerbs[] = {
-    verb<run<0>>("get", "Fetch a document, and show what became of it",
-                 "zorvctl http get https://cloud.example/status",
+    verb<run<0>>("get", "Fetch a document, and print it",
+                 "zorvctl http get https://cloud.example/status -H 'Accept: text/plain'",
                  std::span(kOptions).first(std::size(kOptions) - 1)),
-    verb<run<1>>("post", "Send data with POST",
+    verb<run<1>>("post", "Send data with POST, and show what became of it",
                  "zorvctl http post https://cloud.example/in --data @report.json "
                  "--header 'Content-Type: application/json'",
-                 kOptions),
+                 std::span(kOptions).subspan(1)),
     verb<run<2>>("put", "Send data with PUT",
-                 "zorvctl http put https://cloud.example/name --data office", kOptions),
+                 "zorvctl http put https://cloud.example/name --data office",
+                 std::span(kOptions).subspan(1)),
 };
 
 } // namespace

@@ -1,4 +1,4 @@
-// hw.cpp - the EEPROM image and the PCI devices of a vendor.
+// hw.cpp - the EEPROM image, the PCI devices of a vendor, power outlets and supplies.
 #include <zorv/hardware.h>
 
 #include <cstring>
@@ -97,6 +97,29 @@ void pci(const PciArgs &args, Reply &reply)
     reply.exit = count > 0 ? Exit::done : Exit::no;
 }
 
+// What the library gives, under that name.
+void show(const char *name, json_t *status, Reply &reply)
+{
+    if (!status)
+        throw Failure(Exit::unavailable, std::string(name) + ": this device reports none");
+    const Value value = Value::take(status);
+    const zorv::Text text(json_dumps(status, JSON_INDENT(2)));
+    if (!text)
+        throw std::bad_alloc();
+    reply.document.set(name, value);
+    reply.line(text.get());
+}
+
+void outlets(const NoArgs &, Reply &reply)
+{
+    show("outlets", zorv_outlet_get_outlet_status_json(), reply);
+}
+
+void psu(const NoArgs &, Reply &reply)
+{
+    show("supplies", zorv_psu_get_json_psu_table(), reply);
+}
+
 constexpr Option kEeprom[] = {
     option<&EepromArgs::file>("--output", "Write the 65536 bytes into this file"),
 };
@@ -108,10 +131,12 @@ constexpr Verb kVerbs[] = {
     verb<eeprom>("eeprom", "Show the EEPROM image, or save it in a file",
                  "zorvctl hw eeprom --output /tmp/eeprom.bin", kEeprom),
     verb<pci>("pci", "List the PCI devices of a vendor", "zorvctl hw pci --vendor 168c", kPci),
+    verb<outlets>("outlets", "Show the status of the power outlets", "zorvctl hw outlets --json"),
+    verb<psu>("psu", "Show the power-supply units", "zorvctl hw psu --json"),
 };
 
 } // namespace
 
-extern const Family hw_family = {"hw", "Read the hardware: EEPROM and PCI", {kVerbs}};
+extern const Family hw_family = {"hw", "Read the hardware: EEPROM, PCI, power", {kVerbs}};
 
 } // namespace ctl

@@ -4,8 +4,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <optional>
 #include <vector>
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -25,6 +27,10 @@ struct RunArgs {
     std::vector<std::string> command;
 };
 
+struct StatusArgs {
+    std::optional<int> lock; // a place in kLocks
+};
+
 struct Lock {
     const char *name;
     const char *path;
@@ -35,8 +41,10 @@ struct Lock {
 constexpr Lock kReport = {"report", "/var/run/report", report_lock, report_unlock};
 constexpr Lock kInform = {"inform", "/var/run/inform-profile.lock", inform_profile_lock,
                           inform_profile_unlock};
+constexpr const Lock *kLocks[] = {&kReport, &kInform};
 
-// Held until the end of the verb.
+// Held until the end of the verb, and of the command, which has the descriptor, too: a lock of
+// flock(2) goes with the last one.
 class Held {
 public:
     explicit Held(const Lock &lock) : lock_(lock)
@@ -46,43 +54,78 @@ public:
             throw Failure(Exit::unavailable, std::string(lock.path) + ": " + strerror(errno));
         if (lock.take() != 0)
             throw Failure(Exit::refused, std::string(lock.path) + ": not to be had");
+        fcntl(descriptor_of(lock.path), F_SETFD, 0);
     }
     Held(const Held &) = delete;
     Held &operator=(const Held &) = delete;
     ~Held() { lock_.release(); }
 
 private:
+    // The library's own: no other one of that path is closed by exec, since we came by it.
+    static int descriptor_of(const char *path)
+    {
+        struct stat wanted, info;
+        if (stat(path, &wanted) != 0)
+            return -1;
+        const long most = sysconf(_SC_OPEN_MAX);
+        for (int fd = STDERR_FILENO + 1; fd < most; fd++)
+            if (fstat(fd, &info) == 0 && info.st_dev == wanted.st_dev &&
+                info.st_ino == wanted.st_ino && fcntl(fd, F_GETFD) == FD_CLOEXEC)
+                return fd;
+        return -1;
+    }
+
     const Lock &lock_;
 };
 
-// While the command runs, what the terminal sends is for it; we wait for its end with the lock.
-class LeaveSignals {
+// Signals that wait for us to take them; the command is started without that.
+class WaitingSignals {
 public:
-    LeaveSignals() : interrupt_(signal(SIGINT, SIG_IGN)), quit_(signal(SIGQUIT, SIG_IGN))
+    WaitingSignals()
     {
-        sigset_t signals;
-        sigemptyset(&signals);
-        sigaddset(&signals, SIGINT);
-        sigaddset(&signals, SIGQUIT);
+        signal(SIGCHLD, SIG_DFL); // ignored, it would not come
+        sigemptyset(&set_);
+        for (const int number : {SIGCHLD, SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+            sigaddset(&set_, number);
+        sigprocmask(SIG_BLOCK, &set_, &old_);
         posix_spawnattr_init(&attributes_);
-        posix_spawnattr_setsigdefault(&attributes_, &signals);
-        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF);
+        posix_spawnattr_setsigmask(&attributes_, &old_);
+        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK);
     }
-    LeaveSignals(const LeaveSignals &) = delete;
-    LeaveSignals &operator=(const LeaveSignals &) = delete;
-    ~LeaveSignals()
+    WaitingSignals(const WaitingSignals &) = delete;
+    WaitingSignals &operator=(const WaitingSignals &) = delete;
+    ~WaitingSignals()
     {
         posix_spawnattr_destroy(&attributes_);
-        signal(SIGINT, interrupt_);
-        signal(SIGQUIT, quit_);
+        sigprocmask(SIG_SETMASK, &old_, nullptr);
     }
+
     const posix_spawnattr_t *attributes() const { return &attributes_; }
 
+    // The next one.
+    int take() const { return sigwaitinfo(&set_, nullptr); }
+
 private:
-    void (*interrupt_)(int);
-    void (*quit_)(int);
+    sigset_t set_, old_;
     posix_spawnattr_t attributes_;
 };
+
+// Waits for the child's end. What the terminal sends is for the child alone, which gets it, too;
+// what others send us, to end us, is passed on.
+int wait_for(pid_t child, const WaitingSignals &signals)
+{
+    int status;
+    for (;;) {
+        const int number = signals.take();
+        if (number == SIGTERM || number == SIGHUP)
+            kill(child, number);
+        const pid_t ended = waitpid(child, &status, WNOHANG);
+        if (ended < 0)
+            throw io_failure("the command", errno);
+        if (ended == child)
+            return status;
+    }
+}
 
 // Runs the command; its standard output goes to ours, or to standard error for the sake of JSON.
 // Returns what the shell would call its exit status.
@@ -98,17 +141,14 @@ int run_command(const std::vector<std::string> &command, bool json)
     posix_spawn_file_actions_init(&files);
     if (json)
         posix_spawn_file_actions_adddup2(&files, STDERR_FILENO, STDOUT_FILENO);
-    const LeaveSignals signals;
+    const WaitingSignals signals;
     pid_t child;
     const int rc =
         posix_spawnp(&child, words[0], &files, signals.attributes(), words.data(), environ);
     posix_spawn_file_actions_destroy(&files);
     if (rc != 0)
         throw io_failure(command[0], rc);
-    int status;
-    while (waitpid(child, &status, 0) < 0)
-        if (errno != EINTR)
-            throw io_failure(command[0], errno);
+    const int status = wait_for(child, signals);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
@@ -140,32 +180,48 @@ int find_holder(const struct stat &file)
     return 0;
 }
 
-Value describe(const Lock &lock)
+Value process_name(int pid)
 {
-    struct stat file;
-    Value row = Value::object().set("lock", lock.name).set("path", lock.path);
-    if (stat(lock.path, &file) != 0)
-        return row.set("state", errno == ENOENT ? "free, no such path" : strerror(errno));
-    const int holder = find_holder(file);
-    row.set("state", holder == 0 ? "free" : "held");
-    if (holder <= 0)
-        return row;
-    row.set("pid", holder);
-    const zorv::File file_of_name(fopen(format("/proc/%d/comm", holder).c_str(), "re"));
+    const zorv::File file(fopen(format("/proc/%d/comm", pid).c_str(), "re"));
     char name[64]; // the kernel's have 16
-    if (!file_of_name || !fgets(name, sizeof name, file_of_name.get()))
-        return row.set("process", Value());
-    return row.set("process", std::string_view(name, strcspn(name, "\n")));
+    if (!file || !fgets(name, sizeof name, file.get()))
+        return Value();
+    return Value(std::string_view(name, strcspn(name, "\n")));
 }
 
-void show_locks(const NoArgs &, Reply &reply)
+// Adds a row on a lock; tells whether somebody holds it.
+bool add_lock(const Lock &lock, Value &list)
 {
-    const Value list = Value::list().add(describe(kReport)).add(describe(kInform));
+    struct stat file;
+    const bool exists = stat(lock.path, &file) == 0;
+    if (!exists && errno != ENOENT)
+        throw io_failure(lock.path, errno);
+    const int holder = exists ? find_holder(file) : 0;
+    const char *const state = holder != 0 ? "held" : exists ? "free" : "free, no such path";
+    Value row = Value::object().set("lock", lock.name).set("path", lock.path).set("state", state);
+    if (holder > 0)
+        row.set("pid", holder).set("process", process_name(holder));
+    list.add(row);
+    return holder != 0;
+}
+
+void show_locks(const StatusArgs &args, Reply &reply)
+{
+    Value list = Value::list();
+    if (!args.lock)
+        for (const Lock *const lock : kLocks)
+            add_lock(*lock, list);
+    else if (!add_lock(*kLocks[*args.lock], list))
+        reply.exit = Exit::no;
     reply.table("locks", list, {"lock", "path", "state", "pid", "process"});
 }
 
 constexpr Option kRun[] = {
     option<&RunArgs::command>("COMMAND", "The command, behind --").required(),
+};
+
+constexpr Option kStatus[] = {
+    option<&StatusArgs::lock>("NAME", "report or inform, both unless given").words("report|inform"),
 };
 
 constexpr Verb kVerbs[] = {
@@ -175,7 +231,8 @@ constexpr Verb kVerbs[] = {
     verb<run_locked<kInform>>("inform",
                               "Run a command under the inform-profile lock, in the same way",
                               "zorvctl lock inform -- cat /var/run/inform-profile", kRun),
-    verb<show_locks>("status", "Tell who holds the locks", "zorvctl lock status"),
+    verb<show_locks>("status", "Tell who holds the locks; of one NAME, whether somebody does",
+                     "zorvctl lock status report", kStatus),
 };
 
 } // namespace

@@ -1,5 +1,9 @@
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "base/cli.h"
 #include "diagnostics.h"
@@ -11,7 +15,26 @@ namespace {
 struct PsArgs {
     bool fds = false;
     std::string name;
+    std::optional<int> key;
 };
+
+bool stands_before(int key, const zorv_ps_record &a, const zorv_ps_record &b)
+{
+    switch (key) {
+    case 0:
+        return a.pid < b.pid;
+    case 1:
+        return a.ppid < b.ppid;
+    case kByRss:
+        return a.rss > b.rss;
+    case 3:
+        return a.vsz > b.vsz;
+    case 4:
+        return a.fd_count > b.fd_count;
+    default:
+        return strcmp(a.comm, b.comm) < 0;
+    }
+}
 
 int has_other_name(zorv_ps_record *record, void *name)
 {
@@ -69,31 +92,66 @@ Value fds_value(const zorv_ps_record &record)
     return list;
 }
 
-void ps(const PsArgs &args, Reply &reply)
+Value process_value(const zorv_ps_record &record)
 {
-    const PsList list = list_processes(args.fds, args.name);
-    Value processes = Value::list();
+    Value object = Value::object();
+    object.set("pid", record.pid)
+        .set("ppid", record.ppid)
+        .set("stat", std::string_view(&record.state, 1))
+        .set("rss", record.rss)
+        .set("vsz", record.vsz)
+        .set("fd_count", record.fd_count)
+        .set("comm", record.comm)
+        .set("cmdline", record.cmdline);
+    return object;
+}
+
+std::vector<const zorv_ps_record *> sorted(const zorv_ps_list &list, std::optional<int> key)
+{
+    std::vector<const zorv_ps_record *> records;
     const zorv_ps_record *record;
-    for (zorv_ps_each(record, list.get())) {
-        Value process = process_value(*record);
-        if (!args.fds) {
-            processes.add(process);
-            continue;
-        }
+    for (zorv_ps_each(record, &list))
+        records.push_back(record);
+    if (key)
+        std::stable_sort(records.begin(), records.end(), [&key](const auto *a, const auto *b) {
+            return stands_before(*key, *a, *b);
+        });
+    return records;
+}
+
+// The library goes on without the tables of sockets when one of them cannot be read to its end.
+void expect_sockets(const zorv_ps_list &list)
+{
+    if (!list.sockets)
+        throw Failure(Exit::failed, "/proc/net: the tables of sockets cannot be read");
+}
+
+// For people each process has a table of its descriptors below it.
+void show_with_fds(const zorv_ps_list &list, std::optional<int> key, Reply &reply)
+{
+    Value processes = Value::list();
+    for (const zorv_ps_record *record : sorted(list, key)) {
         const Value fds = fds_value(*record);
-        processes.add(process.set("fds", fds));
-        Reply text(reply.json()); // a table of descriptors for people, below its process
+        processes.add(process_value(*record).set("fds", fds));
+        Reply text = reply.blank();
         text.line(format("%d  ", record->pid) + printable(record->comm));
         text.table(
             "fds", fds,
             {"fd_type", "link", "socket_type", "state", "local_port", "remote_port", "path"});
         reply.text += text.text;
     }
-    if (args.fds)
-        reply.document.set("processes", processes);
-    else
-        reply.table("processes", processes,
-                    {"pid", "ppid", "stat", "rss", "vsz", "fd_count", "comm", "cmdline"});
+    reply.document.set("processes", processes);
+}
+
+void ps(const PsArgs &args, Reply &reply)
+{
+    const PsList list = list_processes(args.fds, args.name);
+    if (args.fds) {
+        expect_sockets(*list);
+        show_with_fds(*list, args.key, reply);
+    } else {
+        show_processes(*list, args.key, reply);
+    }
     if (!args.name.empty() && list->count == 0)
         reply.exit = Exit::no;
 }
@@ -101,6 +159,7 @@ void ps(const PsArgs &args, Reply &reply)
 void sockets(const PsArgs &args, Reply &reply)
 {
     const PsList list = list_processes(true, args.name);
+    expect_sockets(*list);
     Value rows = Value::list();
     const zorv_ps_record *record;
     for (zorv_ps_each(record, list.get())) {
@@ -121,13 +180,15 @@ void sockets(const PsArgs &args, Reply &reply)
 constexpr Option kPs[] = {
     option<&PsArgs::fds>("--fds", "Show every open descriptor"),
     option<&PsArgs::name>("--name", "Only processes of this name"),
+    option<&PsArgs::key>("--sort", "Sizes and counts the largest first")
+        .words("pid|ppid|rss|vsz|fd_count|comm"),
 };
 constexpr Option kSockets[] = {
     option<&PsArgs::name>("--name", "Only those of processes of this name"),
 };
 
 constexpr Verb kVerbs[] = {
-    verb<ps>("ps", "List processes, and what they have open", "zorvctl ps --fds --name hostapd",
+    verb<ps>("ps", "List processes, and what they have open", "zorvctl ps --sort rss --no-header",
              kPs),
     verb<sockets>("sockets", "List open sockets with their owners", "zorvctl sockets --json",
                   kSockets),
@@ -144,18 +205,13 @@ PsList list_processes(bool with_fds, const std::string &name)
     return list;
 }
 
-Value process_value(const zorv_ps_record &record)
+void show_processes(const zorv_ps_list &list, std::optional<int> key, Reply &reply)
 {
-    Value object = Value::object();
-    object.set("pid", record.pid)
-        .set("ppid", record.ppid)
-        .set("stat", std::string_view(&record.state, 1))
-        .set("rss", record.rss)
-        .set("vsz", record.vsz)
-        .set("fd_count", record.fd_count)
-        .set("comm", record.comm)
-        .set("cmdline", record.cmdline);
-    return object;
+    Value processes = Value::list();
+    for (const zorv_ps_record *record : sorted(list, key))
+        processes.add(process_value(*record));
+    reply.table("processes", processes,
+                {"pid", "ppid", "stat", "rss", "vsz", "fd_count", "comm", "cmdline"});
 }
 
 extern const Family ps_family = {nullptr, nullptr, {kVerbs}};

@@ -31,8 +31,8 @@ std::string state_of(const char *path)
 // The answers: each names its source, and says "ok" or the reason why there is none.
 class Sources {
 public:
-    void add(const char *fact, const std::string &value, const char *source,
-             const std::string &state)
+    template <class T>
+    void add(const char *fact, const T &value, const char *source, const std::string &state)
     {
         list_.add(Value::object()
                       .set("fact", fact)
@@ -40,7 +40,8 @@ public:
                       .set("source", source)
                       .set("state", state));
     }
-    void add(const char *fact, const std::string &value, const char *path)
+    template <class T>
+    void add(const char *fact, const T &value, const char *path)
     {
         add(fact, value, path, state_of(path));
     }
@@ -53,11 +54,15 @@ private:
     Value list_ = Value::list();
 };
 
-std::string uptime()
+// Seconds to programs, words to people.
+Value uptime(bool json)
 {
+    const long seconds = get_uptime_from_proc();
+    if (json)
+        return Value(seconds);
     char text[32];
-    uptime2str(static_cast<unsigned long>(get_uptime_from_proc()), text, sizeof text);
-    return text;
+    uptime2str(static_cast<unsigned long>(seconds), text, sizeof text);
+    return Value(text);
 }
 
 std::string services(const dev_status &status)
@@ -84,12 +89,12 @@ std::string config_state()
     return state_of(kConfig);
 }
 
-void add_unit(Sources &sources)
+void add_unit(bool json, Sources &sources)
 {
     const char *version;
     const int rc = get_version(&version);
     sources.add("version", version, "/usr/etc/.version, .build", rc == 0 ? "ok" : strerror(-rc));
-    sources.add("uptime", uptime(), "/proc/uptime");
+    sources.add("uptime", uptime(json), "/proc/uptime");
     sources.add("main_mac", get_main_mac_str(), kSystemInfo);
     sources.add("manufacturer", format("0x%04lx", get_manufid()), kSystemInfo);
     dev_status status = {};
@@ -165,7 +170,7 @@ void add_interface(const std::string &ifname, Sources &sources, Reply &reply)
 void show_status(const StatusArgs &args, Reply &reply)
 {
     Sources sources;
-    add_unit(sources);
+    add_unit(reply.json(), sources);
     add_connections(sources);
     if (!args.ifname.empty())
         add_interface(args.ifname, sources, reply);

@@ -1,9 +1,8 @@
 #include <algorithm>
 #include <clocale>
-#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <ncurses.h>
 #include <poll.h>
@@ -20,6 +19,7 @@ constexpr size_t kTalkers = 5;
 
 struct TopArgs {
     double delay = 2;
+    std::optional<size_t> pictures;
 };
 
 // The terminal while the live view has it; usable() is false when it cannot be drawn on.
@@ -73,29 +73,12 @@ void show_talkers(Reply &reply)
         reply.line("");
 }
 
-// The largest first.
-void show_processes(Reply &reply)
-{
-    const PsList list = list_processes(false);
-    std::vector<const zorv_ps_record *> records;
-    const zorv_ps_record *record;
-    for (zorv_ps_each(record, list.get()))
-        records.push_back(record);
-    std::stable_sort(records.begin(), records.end(),
-                     [](const auto *a, const auto *b) { return a->rss > b->rss; });
-    Value processes = Value::list();
-    for (const zorv_ps_record *process : records)
-        processes.add(process_value(*process));
-    reply.table("processes", processes,
-                {"pid", "ppid", "stat", "rss", "vsz", "fd_count", "comm", "cmdline"});
-}
-
 void show_all(Reply &reply)
 {
     show_memory(reply);
     reply.line("");
     show_talkers(reply);
-    show_processes(reply);
+    show_processes(*list_processes(false), kByRss, reply);
 }
 
 // As many code points as there are columns.
@@ -135,33 +118,55 @@ bool wants_to_quit(int milliseconds)
     return (keyboard.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
 }
 
-void live(double delay)
+int milliseconds(const TopArgs &args)
+{
+    return static_cast<int>(args.delay * 1000);
+}
+
+void live(const TopArgs &args, const Reply &kind)
 {
     libzorv_log_level = 0; // messages would be written across the picture
     do {
-        Reply reply(false);
+        Reply reply = kind.blank();
         show_all(reply);
         paint(reply.text);
-    } while (!wants_to_quit(static_cast<int>(delay * 1000)));
+    } while (!wants_to_quit(milliseconds(args)));
+}
+
+// One below the other; the document is of the last one.
+void show_pictures(const TopArgs &args, Reply &reply)
+{
+    for (size_t number = 0; number < *args.pictures; ++number) {
+        if (number > 0) {
+            poll(nullptr, 0, milliseconds(args));
+            reply.line("");
+        }
+        show_all(reply);
+        reply.flush();
+    }
 }
 
 void top(const TopArgs &args, Reply &reply)
 {
+    if (args.pictures)
+        return show_pictures(args, reply);
     if (!reply.json() && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO)) {
         setlocale(LC_CTYPE, "");
         const Screen screen;
         if (screen.usable())
-            return live(args.delay);
+            return live(args, reply);
     }
     show_all(reply);
 }
 
 constexpr Option kOptions[] = {
     option<&TopArgs::delay>("-d", "Seconds between two pictures, 2 unless given").range(0.1, 3600),
+    option<&TopArgs::pictures>("-n", "Print so many pictures, one below the other, and end"),
 };
 
 constexpr Verb kVerbs[] = {
-    verb<top>("top", "Watch memory, connections and processes; q quits", "zorvctl top", kOptions),
+    verb<top>("top", "Watch memory, connections and processes; q quits", "zorvctl top -n 3 -d 10",
+              kOptions),
 };
 
 } // namespace
