@@ -22,6 +22,7 @@ fail() {
 take() {
     local expected=$1 status=0
     shift
+    echo >>../steps
     "$@" >output 2>&1 </dev/null || status=$?
     cat output
     [ "$status" -eq 0 ] || printf '(exit status %d)\n' "$status"
@@ -37,7 +38,7 @@ step() {
 # at APPLIANCE STATUS COMMAND: a command on an appliance, at home there.
 at() {
     printf '\n%s# %s\n' "$1" "$3"
-    take "$2" zorv-sim exec "$1" bash -c "cd; $3"
+    take "$2" zorv-sim exec "$1" bash -o pipefail -c "cd; $3"
 }
 
 # quietly APPLIANCE COMMAND: the same, for what the story takes for granted.
@@ -68,7 +69,7 @@ expect_output() {
 listen() {
     local name=$1
     mkfifo "$name.says"
-    printf '\n%s# zorvctl discovery listen %s &\n' "$name" "${*:2}"
+    printf '\n%s# zorvctl -v discovery listen %s &\n' "$name" "${*:2}"
     # shellcheck disable=SC2016 # the appliance's shell expands it
     zorv-sim exec "$name" sh -c 'echo $$ >/run/listener; exec zorvctl -v discovery listen "$@"' \
         listen "${@:2}" >"$name.heard" 2>"$name.says" </dev/null &
@@ -78,11 +79,15 @@ listen() {
     await 'zorv_protocol init done'
 }
 
-# await TEXT: waits until the listener's library has said it; NOT that it has heard a message.
+# await TEXT: waits until the listener's library has said it, and shows it; NOT that it has heard a
+# message.
 await() {
     local line
     while read -r line <&"$says"; do
-        [[ $line != *"$1"* ]] || return 0
+        if [[ $line = *"$1"* ]]; then
+            printf '%s\n' "$line"
+            return
+        fi
     done
     fail "the listener never says: $1"
 }
