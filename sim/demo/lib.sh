@@ -67,15 +67,15 @@ expect_output() {
 # listen APPLIANCE ARGUMENTS...: starts a discovery listener, and waits until it has joined the group.
 # What it hears goes to APPLIANCE.heard; what the library says meanwhile is read by await.
 listen() {
-    local name=$1
-    mkfifo "$name.says"
-    printf '\n%s# zorvctl -v discovery listen %s &\n' "$name" "${*:2}"
+    listening=$1
+    mkfifo "$listening.says"
+    printf '\n%s# zorvctl -v discovery listen %s &\n' "$listening" "${*:2}"
     # shellcheck disable=SC2016 # the appliance's shell expands it
-    zorv-sim exec "$name" sh -c 'echo $$ >/run/listener; exec zorvctl -v discovery listen "$@"' \
-        listen "${@:2}" >"$name.heard" 2>"$name.says" </dev/null &
+    zorv-sim exec "$listening" sh -c 'echo $$ >/run/listener; exec zorvctl -v discovery listen "$@"' \
+        listen "${@:2}" >"$listening.heard" 2>"$listening.says" </dev/null &
     listener=$!
-    exec {says}<"$name.says"
-    rm "$name.says"
+    exec {says}<"$listening.says"
+    rm "$listening.says"
     await 'zorv_protocol init done'
 }
 
@@ -85,7 +85,7 @@ await() {
     local line
     while read -r line <&"$says"; do
         if [[ $line = *"$1"* ]]; then
-            printf '%s\n' "$line"
+            printf '%s: %s\n' "$listening" "$line"
             return
         fi
     done
@@ -96,7 +96,7 @@ await() {
 heard() {
     wait "$listener" || fail 'the listener has not heard enough'
     exec {says}<&-
-    tee output <"$1.heard"
+    sed "s/^/$1: /" "$1.heard" | tee output
     [ "$(wc -l <output)" -eq $(($# - 1)) ] || fail 'that is another number of messages'
     expect "${@:2}"
 }
