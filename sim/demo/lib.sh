@@ -22,6 +22,7 @@ fail() {
 take() {
     local expected=$1 status=0
     shift
+    echo >>../steps
     "$@" >output 2>&1 </dev/null || status=$?
     cat output
     [ "$status" -eq 0 ] || printf '(exit status %d)\n' "$status"
@@ -37,7 +38,7 @@ step() {
 # at APPLIANCE STATUS COMMAND: a command on an appliance, at home there.
 at() {
     printf '\n%s# %s\n' "$1" "$3"
-    take "$2" zorv-sim exec "$1" bash -c "cd; $3"
+    take "$2" zorv-sim exec "$1" bash -o pipefail -c "cd; $3"
 }
 
 # quietly APPLIANCE COMMAND: the same, for what the story takes for granted.
@@ -71,23 +72,27 @@ listen() {
 
 # hear APPLIANCE VERB ARGUMENTS...: the same for any verb of discovery that listens.
 hear() {
-    local name=$1
-    mkfifo "$name.says"
-    printf '\n%s# zorvctl discovery %s &\n' "$name" "${*:2}"
+    listening=$1
+    mkfifo "$listening.says"
+    printf '\n%s# zorvctl -v discovery %s &\n' "$listening" "${*:2}"
     # shellcheck disable=SC2016 # the appliance's shell expands it
-    zorv-sim exec "$name" sh -c 'echo $$ >/run/listener; exec zorvctl -v discovery "$@"' \
-        listen "${@:2}" >"$name.heard" 2>"$name.says" </dev/null &
+    zorv-sim exec "$listening" sh -c 'echo $$ >/run/listener; exec zorvctl -v discovery "$@"' \
+        listen "${@:2}" >"$listening.heard" 2>"$listening.says" </dev/null &
     listener=$!
-    exec {says}<"$name.says"
-    rm "$name.says"
+    exec {says}<"$listening.says"
+    rm "$listening.says"
     await 'zorv_protocol init done'
 }
 
-# await TEXT: waits until the listener's library has said it; NOT that it has heard a message.
+# await TEXT: waits until the listener's library has said it, and shows it; NOT that it has heard a
+# message.
 await() {
     local line
     while read -r line <&"$says"; do
-        [[ $line != *"$1"* ]] || return 0
+        if [[ $line = *"$1"* ]]; then
+            printf '%s: %s\n' "$listening" "$line"
+            return
+        fi
     done
     fail "the listener never says: $1"
 }
@@ -96,7 +101,7 @@ await() {
 heard() {
     wait "$listener" || fail 'the listener has not heard enough'
     exec {says}<&-
-    tee output <"$1.heard"
+    sed "s/^/$1: /" "$1.heard" | tee output
     [ "$(wc -l <output)" -eq $(($# - 1)) ] || fail 'that is another number of messages'
     expect "${@:2}"
 }

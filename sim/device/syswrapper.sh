@@ -14,6 +14,9 @@ sensitive-data-filter) # for logs: passwords, keys and the second half of hardwa
 systemcfg-sensitive-data-filter) # for system.cfg: the values of what is secret
     exec sed -E 's/^([^=#]*(password|passphrase|passwd|psk|secret|key)[^=.]*)=.*/\1=******/I'
     ;;
+set-hostname)
+    hostname "$2" && echo "$2" >/etc/hostname
+    ;;
 reload) ;;
 *)
     echo "syswrapper.sh: unknown verb ${1-}" >&2

@@ -9,7 +9,8 @@ constexpr char kTree[] = ZORV_SOURCE_DIR "/", kPages[] = ZORV_SOURCE_DIR "/docs/
 // A fenced block. A comment "<!-- MARK -->" on the line above it is its mark:
 //
 //   file: PATH        the block is a piece of that file
-//   run: site         its commands are for a simulated site: tests/sim runs them, not a device
+//   run: PLACE        its commands are for another place: a site (tests/sim), or a bare Debian root
+//                     in which packages or the tree are installed (scripts/try-tree)
 //   not run: REASON   its commands are not for the tests
 struct Block {
     int line; // of its fence
@@ -60,7 +61,7 @@ static std::vector<Step> steps_of(const Page &page)
 {
     std::vector<Step> steps;
     for (const auto &[number, language, mark, lines] : page) {
-        if (mark == "run: site" || mark.starts_with("not run: "))
+        if (mark.starts_with("run: ") || mark.starts_with("not run: "))
             continue;
         // Commands of `sh` may go on behind a backslash, and may end in "# exit status N".
         for (size_t i = 0; language == "sh" && i < lines.size(); ++i) {
