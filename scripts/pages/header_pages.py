@@ -282,6 +282,7 @@ def overview(families, places):
     page.section_head("See also")
     page.macro("Xr zorvctl 1 ,")
     page.macro("Xr zorv-architecture 7 ,")
+    page.macro("Xr zorv-contracts 7 ,")
     page.macro("Xr zorv-first-daemon 7")
     return page
 
