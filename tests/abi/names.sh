@@ -43,4 +43,4 @@ if link plain.o uses.o -Wl,--no-as-needed ./libother.so "$library"; then exit 1;
 "$nm" -g --defined-only "$static" | awk '$3 !~ /^_Z/ && NF == 3 { print $3, "zorv1_" $3 }' >names
 "$objcopy" --redefine-syms=names "$static" libprefixed.a
 "$objcopy" --redefine-syms=names uses.o uses2.o
-link main.o own.o uses2.o libprefixed.a -ljansson -levent_core -lz -lm
+link main.o own.o uses2.o libprefixed.a -ljansson
