@@ -208,4 +208,5 @@ int main(int argc, char **argv)
             return 1;
         }
     }
+    return std::fflush(stdout) == 0 ? 0 : 1;
 }
