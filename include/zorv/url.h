@@ -3,8 +3,7 @@
  *
  * Five schemes are known, in any case of letters: "http" and "ws" (port 80), "https" and "wss"
  * (443) and "stun" (3478). Nothing is kept between calls; any thread may work on a record of its
- * own, but only one at a time in dump_addrinfo(), as getprotobynumber() has but one record. A null
- * pointer may be passed only where it is said.
+ * own. A null pointer may be passed only where it is said.
  *
  * Memory that runs short in url_parse() and url_copy() goes straight to syslog(3), whatever
  * libzorv_log_use_syslog says, as "function:line url oom".

@@ -14,6 +14,9 @@
 #define ZORV_VERSION_MINOR 0
 #define ZORV_VERSION_PATCH 0
 
+/* The same as one number, 0x010000 for 1.0.0: #if ZORV_VERSION >= 0x010100. */
+#define ZORV_VERSION (ZORV_VERSION_MAJOR << 16 | ZORV_VERSION_MINOR << 8 | ZORV_VERSION_PATCH)
+
 ZORV_BEGIN
 
 /* "zorv_git_hash=<...>": the source revision, 40 hexadecimal digits; zeros when it is unknown. */

@@ -9,6 +9,7 @@ import sys
 from pathlib import Path
 
 from mdoc import Page, argument
+from text_pages import write_table
 
 _SECTION = re.compile(r"/\* ---- (.*?)(?: ----)? \*/")
 
@@ -231,7 +232,13 @@ def write_synopsis(page, family, blocks):
             page.macro("Fc")
 
 
-def family_page(family, head, blocks, places):
+def write_contract(page, rows):
+    page.section_head("Contract")
+    page.prose("What the functions ask of their caller, in the words of zorv-contracts(7).")
+    write_table(page, rows)
+
+
+def family_page(family, head, blocks, places, contract):
     brief = re.sub(r"^\S+ - ", "", " ".join(head[:head.index("")] if "" in head else head))
     page = Page(f"zorv_{family}", "3", brief.rstrip("."), places, markdown=False)
     names = [name for block in blocks if not isinstance(block, str) for name in block.names()]
@@ -245,8 +252,10 @@ def family_page(family, head, blocks, places):
             page.macro("Ss", argument(block))
         else:
             write_block(page, block)
+    write_contract(page, contract)
     page.section_head("See also")
-    page.macro("Xr zorv 3")
+    page.macro("Xr zorv 3 ,")
+    page.macro("Xr zorv-contracts 7")
     return page, brief, names
 
 
@@ -273,6 +282,7 @@ def overview(families, places):
     page.section_head("See also")
     page.macro("Xr zorvctl 1 ,")
     page.macro("Xr zorv-architecture 7 ,")
+    page.macro("Xr zorv-contracts 7 ,")
     page.macro("Xr zorv-first-daemon 7")
     return page
 
@@ -299,11 +309,17 @@ class Headers:
                     found[name] = found[family]
         return found
 
-    def write(self, out, places, version_script):
+    def names(self):
+        """(family, name) of all that is declared."""
+        return {(family, name) for family, (_, blocks) in self.read.items()
+                for block in blocks if not isinstance(block, str) for name in block.names()}
+
+    def write(self, out, places, version_script, contracts):
         """Writes all pages of section 3."""
+        contracts.check(self.names())
         names, briefs = set(), []
         for family, (head, blocks) in self.read.items():
-            page, brief, own = family_page(family, head, blocks, places)
+            page, brief, own = family_page(family, head, blocks, places, contracts.tables[family])
             (out / f"{page.name}.3").write_text(page.text())
             for name in own:
                 if name != page.name:

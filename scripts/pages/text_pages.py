@@ -3,7 +3,8 @@ Makes pages of Markdown texts.
 
 A text that begins with a comment such as "<!-- zorv-delivery(7) -->" is that page, and its title is
 "# Name: what the page is about"; others are left out. Known are headings, paragraphs, lists, tables,
-fenced code, and the spans of mdoc.py.
+fenced code, and the spans of mdoc.py. A picture is a line "![what it shows](FILE.svg)"; a comment
+"<!-- as text" behind it, up to a line "-->", is what a terminal shows in its place.
 """
 import re
 import sys
@@ -12,17 +13,24 @@ import verb_tables
 from mdoc import Page, argument
 
 _PAGE = re.compile(r"<!-- ([\w.-]+)\((\d)\) -->")
+_PICTURE = re.compile(r"!\[(.*)\]\((.*)\)")
 _ITEM = re.compile(r"(- |\d+\. )(.*)")
 
 
 def paragraphs(lines):
-    """The text in pieces: (kind, lines). Kinds: head, code, table, list, text."""
+    """The text in pieces: (kind, lines). Kinds: head, code, picture, table, list, text."""
     i = 0
     while i < len(lines):
         line = lines[i]
         begin = i
-        if not line.strip() or line.startswith("<!--"):
+        if line == "<!-- as text":
+            i = lines.index("-->", i) + 1
+            yield "code", lines[begin + 1:i - 1]
+        elif not line.strip() or line.startswith("<!--"):
             i += 1
+        elif _PICTURE.fullmatch(line):
+            i += 1
+            yield "picture", [line]
         elif line.startswith("#"):
             i += 1
             yield "head", [line]
@@ -128,6 +136,10 @@ def write(path, name, section, places, verbs=None):
             page.prose(" ".join(lines))
         elif kind == "code":
             page.literal(lines)
+        elif kind == "picture":
+            shown, file = _PICTURE.fullmatch(lines[0]).groups()
+            page.macro("Pp")
+            page.macro("Lk", argument(file), argument(shown))
         else:
             (write_table if kind == "table" else write_list)(page, lines)
         first = False

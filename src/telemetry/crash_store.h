@@ -5,6 +5,7 @@
 #include <jansson.h>
 
 #include "core/own.h"
+#include "telemetry/back_off.h"
 
 namespace zorv {
 
@@ -15,8 +16,6 @@ inline constexpr char kMarkers[] = "/etc/persistent/isolation_logs_sent/";
 // Members of a meta.
 inline constexpr char kToService[] = "sent_to_analytics", kToNet[] = "sent_to_net";
 inline constexpr char kAttemptCount[] = "send_attempts";
-
-constexpr int kMostAttempts = 5; // at delivering a log
 
 enum CrashLogFlag : unsigned {
     kSaveConfig = 1,  // something changed that is worth a write to flash

@@ -1,6 +1,5 @@
 #include <zorv/trace.h>
 
-#include <cstdint>
 #include <cstdio>
 
 #include <jansson.h>
@@ -10,6 +9,7 @@
 #include "core/own.h"
 #include "net/libcurl.h"
 #include "net/response.h"
+#include "telemetry/back_off.h"
 #include "telemetry/cloud_service.h"
 #include "telemetry/report_gate.h"
 #include "telemetry/trace_envelope.h"
@@ -20,40 +20,22 @@ namespace {
 
 constexpr char kModule[] = "trace";
 constexpr long kAcceptedStatus = 202;
-constexpr size_t kAnswer = 1024;    // bytes of an answer that are worth logging
-constexpr int kFreeFailures = 4;    // in a row, before the back-off begins
-constexpr uint64_t kFirst = 1000;   // milliseconds, of the back-off
-constexpr uint64_t kDay = 86400000; // milliseconds; a longer back-off has no end
+constexpr size_t kAnswer = 1024; // bytes of an answer that are worth logging
 
 // Of all traces that the process sends.
 constinit struct {
-    uint64_t delay;        // milliseconds; 0 after an answer of the service
-    uint64_t last_attempt; // milliseconds since 1970
-    int32_t failures;      // in a row
-    int32_t failure_logged;
+    TraceBackOff back_off;
+    bool failure_logged;
 } g_sender = {};
-
-void note_failure()
-{
-    if (++g_sender.failures > kFreeFailures)
-        g_sender.delay = g_sender.delay == 0 ? kFirst : g_sender.delay * 2;
-}
-
-void note_answer()
-{
-    g_sender.delay = 0;
-    g_sender.failures = 0;
-}
 
 // 0, or the code of the gate that is shut.
 int ask_gates()
 {
     if (analytics_mode(kModule) == kOff)
         return TRACE_OFF;
-    // On purpose nothing leads back from here: the next chance is the next start of the daemon.
-    if (g_sender.delay > kDay)
+    if (g_sender.back_off.has_stopped())
         return TRACE_STOPPED;
-    if (milliseconds_now() < g_sender.last_attempt + g_sender.delay)
+    if (g_sender.back_off.is_too_early(milliseconds_now()))
         return TRACE_BACK_OFF;
     return 0;
 }
@@ -68,15 +50,15 @@ int put_trace(json_t *envelope)
         return -1;
     }
     const int code = curl_simple_put_json(url, 0, envelope, response.get());
-    g_sender.last_attempt = milliseconds_now();
+    g_sender.back_off.note_attempt(milliseconds_now());
     if (code != CURLE_OK) {
-        note_failure();
+        g_sender.back_off.note_failure();
         if (!g_sender.failure_logged)
             log_warning("PUT '%s' failed: [%d] %s", url, code, result_words(code));
-        g_sender.failure_logged = 1;
+        g_sender.failure_logged = true;
         return TRACE_FAILED;
     }
-    note_answer();
+    g_sender.back_off.note_answer();
     if (response->status == kAcceptedStatus)
         return TRACE_ACCEPTED;
     log_verbose("PUT '%s' failed: [%ld] %s", url, response->status, loggable_body(*response));
