@@ -1,6 +1,6 @@
 // start_cost [--quick] "PROGRAM WORD..."...: what a program has cost when it ends, a line each: its
-// private dirty memory in KiB, the part of that in libzorv.so, the instructions it ran (with --quick
-// 0), and the best time of many starts in us.
+// private dirty memory in KiB, the part of that in libzorv.so, the instructions it ran (with
+// --quick 0), and the best time of many starts in us.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/ptrace.h>

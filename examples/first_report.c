@@ -1,7 +1,5 @@
 /* Uplink: tells the cloud that the unit lost its uplink, and why. */
 #include <jansson.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <syslog.h>
 #include <time.h>
@@ -17,17 +15,16 @@ static void tell(int channel)
                 result == TRACE_ACCEPTED ? "accepted" : "lost");
 }
 
-static const char kArchive[] = "mkdir -p /etc/persistent/isolation_logs"
-                               " && tail -n 20 /var/log/messages >/tmp/uplink.log"
-                               " && tar -C /tmp -czf /etc/persistent/uplink.new uplink.log";
-
 static void keep_log(void)
 {
-    char name[64];
-    zorv_snprintf("uplink", "name cut", name, sizeof name,
-                  "/etc/persistent/isolation_logs/uplink-%ld.tgz", (long)time(NULL));
-    if (system(kArchive) != 0 || rename("/etc/persistent/uplink.new", name) != 0)
-        libzorv_log(LOG_ERR, "uplink", __func__, "the log is not kept");
+    char command[256], output[1];
+    zorv_snprintf("uplink", "command cut", command, sizeof command,
+                  "cd /etc/persistent && mkdir -p isolation_logs && "
+                  "tail -n 20 /var/log/messages >/tmp/uplink.log && "
+                  "tar -C /tmp -czf uplink.new uplink.log && "
+                  "mv uplink.new isolation_logs/uplink-%ld.tgz",
+                  (long)time(NULL));
+    popen_get_output(command, output, sizeof output);
 }
 
 static int may_report(void)
