@@ -8,8 +8,11 @@ _STRING = re.compile(r'"((?:[^"\\]|\\.)*)"')
 _TABLE = re.compile(r"constexpr (Option|Verb) (\w+)\[\d*\] = \{\n(.*?)^\};", re.S | re.M)
 _FAMILY = re.compile(r"const Family \w+ = \{\s*(nullptr|\"\w+\"),.*?\{([\w, ]+)\}\};", re.S)
 _STRUCT = re.compile(r"^struct (\w+)[^;{]*\{\n(.*?)^\};", re.S | re.M)
-_ROW = re.compile(r"^    (?=(?:option|choice|verb)<)", re.M)
-_ROWS = re.compile(r"(?:std::span\()?(\w+)(?:\)\.first\((std::size\(\w+\) - )?(\d+)\))?")
+_ROW = re.compile(r"^    (?=(?:option|choice|verb|\w+_option)<|k\w+,)", re.M)
+_TEXT = re.compile(r"^constexpr char (k\w+)\[\] =\s*(\".*?\");$", re.S | re.M)
+_SHARED_ROW = re.compile(r"constexpr Option (\w+) =\s*(.*?);$", re.S | re.M)
+_SHARED_OPTION = re.compile(r"^constexpr Option (\w+_option)\(\)\n\{\n    return (.*?);$", re.S | re.M)
+_ROWS = re.compile(r"(?:std::span\()?(\w+)(?:\)\.(first\((?:std::size\(\w+\) - )?|subspan\()(\d+)\))?")
 _HEAD = re.compile(r"(\w+)<&?(\w+)(?:::(\w+))?[^(]*\((.*)", re.S)
 
 
@@ -46,18 +49,25 @@ class Verbs:
     def __init__(self, folder):
         sources = {path: re.sub(r"^\s*//.*\n", "", path.read_text(), flags=re.M)
                    for path in sorted(folder.glob("*.cpp")) + sorted(folder.glob("*.h"))}
+        self.functions = dict(f for path in folder.parent.glob("base/*.h")
+                              for f in _SHARED_OPTION.findall(path.read_text()))
+        texts = dict(t for text in sources.values() for t in _TEXT.findall(text))
+        sources = {path: re.sub(r"(?<=, )k\w+\b", lambda m: texts.get(m[0], m[0]), text)
+                   for path, text in sources.items()}
         shared = dict(s for text in sources.values() for s in _STRUCT.findall(text))
         tables = {}
         for path, text in sources.items():
             structs = shared | dict(_STRUCT.findall(text)) # its own of a name that others have, too
+            named = {name: self.option(row, structs) for name, row in _SHARED_ROW.findall(text)}
             options = {}
             for kind, name, body in _TABLE.findall(text):
-                rows = [_HEAD.match(row) for row in _ROW.split(body)[1:]]
+                rows = _ROW.split(body)[1:]
                 if kind == "Option":
-                    options[name] = [self.option(row, structs) for row in rows]
+                    options[name] = [named.get(row.strip(" ,\n")) or self.option(row, structs)
+                                     for row in rows]
                 else:
                     tables[path, name] = tables[None, name] = [
-                        self.verb(row[4], options) for row in rows]
+                        self.verb(_HEAD.match(row)[4], options) for row in rows]
         self.families = {}
         for path, text in sources.items():
             for name, names in _FAMILY.findall(text):
@@ -65,9 +75,9 @@ class Verbs:
                     self.families.setdefault(name.strip('"'), []).extend(
                         tables.get((path, table)) or tables[None, table])
 
-    @staticmethod
-    def option(row, structs):
-        kind, owner, member, rest = row.groups()
+    def option(self, row, structs):
+        kind, owner, member, rest = _HEAD.match(row).groups()
+        rest = self.functions.get(kind, rest)
         declared = re.search(rf"^ *([\w:<>]+) [^;]*\b{member}\b", structs[owner], re.M)
         return Option(kind, declared[1], strings(rest), rest)
 
@@ -80,9 +90,9 @@ class Verbs:
         table = _ROWS.fullmatch(named[1])
         if not table:
             sys.exit(f"{name}: its options are told in a way that is new: {named[1]}")
-        rows, all_but, count = options[table[1]], table[2], table[3]
-        if count:
-            rows = rows[:-int(count)] if all_but else rows[:int(count)]
+        rows, part, count = options[table[1]], table[2], int(table[3] or 0)
+        if part:
+            rows = rows[count:] if part == "subspan(" else rows[:count] if part == "first(" else rows[:-count]
         return name, rows
 
 
