@@ -16,7 +16,7 @@ namespace {
 std::string reason_of_record(const board_record &record)
 {
     uint16_t vendor = 0, system = 0;
-    const int rc = board_identify_ids(&vendor, &system);
+    const int rc = ask(zorv::kSystemInfo, [&] { return board_identify_ids(&vendor, &system); });
     if (rc == -ENOENT)
         return "no /proc/zorvhal/system.info: the default record";
     if (rc != 0)
@@ -41,7 +41,7 @@ Value known(bool is_known, const Value &value)
 
 Value identity(const board_record &record)
 {
-    const uint32_t bomrev = pluvo_get_bomrev();
+    const uint32_t bomrev = ask(kBoardFile, pluvo_get_bomrev);
     return Value::object()
         .set("name", map_board_name(&record))
         .set("reason", reason_of_record(record))
@@ -95,7 +95,7 @@ Value radio_list(const board_record &record)
 
 void show_board(const NoArgs &, Reply &reply)
 {
-    const board_record &record = *board_identify();
+    const board_record &record = identify_board();
     Value facts = identity(record);
     facts.set("ports", get_num_of_eth_ports())
         .set("main_port", known(get_main_phy(), Value(get_main_phy_idx())))
