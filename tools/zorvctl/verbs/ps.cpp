@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <string>
 
+#include "base/ask.h"
 #include "base/cli.h"
 #include "diagnostics.h"
 #include "telemetry/ps_names.h"
@@ -98,12 +99,24 @@ void ps(const PsArgs &args, Reply &reply)
         reply.exit = Exit::no;
 }
 
+// A process whose descriptors were not read passes for one that has none.
+void expect_descriptors(const zorv_ps_record &process)
+{
+    const std::string folder = format("/proc/%d", process.pid);
+    if (process.fd_count < 0 && exists(folder))
+        throw Failure(Exit::failed, folder + "/fd: cannot be read");
+}
+
 void sockets(const PsArgs &args, Reply &reply)
 {
+    for (const char *const table : {"unix", "tcp", "tcp6", "udp", "udp6"})
+        expect_readable(std::string("/proc/net/") + table);
     const PsList list = list_processes(true, args.name);
     Value rows = Value::list();
     const zorv_ps_record *record;
     for (zorv_ps_each(record, list.get())) {
+        if (!args.name.empty())
+            expect_descriptors(*record);
         for (const zorv_fd_record *fd = record->fds.first; fd; fd = fd->next) {
             if (fd->kind != ZORV_FD_SOCKET)
                 continue;
@@ -141,6 +154,8 @@ PsList list_processes(bool with_fds, const std::string &name)
                                const_cast<std::string *>(&name)));
     if (!list)
         throw io_failure("/proc", errno);
+    if (with_fds && !list->sockets)
+        throw Failure(Exit::failed, "/proc/net: the tables of sockets cannot be read");
     return list;
 }
 
