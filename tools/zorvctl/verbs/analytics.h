@@ -4,6 +4,7 @@
 
 #include <zorv/file.h>
 
+#include "base/ask.h"
 #include "telemetry/report_gate.h"
 
 namespace ctl {
@@ -19,6 +20,7 @@ struct UnitSetting {
 
 inline UnitSetting tell(const char *path, long value)
 {
+    expect_readable(path);
     return {value, value == freadlong(path, ~value)};
 }
 
