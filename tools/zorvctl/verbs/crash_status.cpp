@@ -1,13 +1,11 @@
 // crash_status.cpp - why nothing is being sent.
-#include <zorv/crash.h>
-
 #include <algorithm>
 
-#include <unistd.h>
 #include <zorv/status.h>
 
 #include "base/cli.h"
 #include "crash.h"
+#include "environment.h"
 #include "telemetry/cloud_service.h"
 #include "telemetry/crash_report.h"
 #include "telemetry/crash_store.h"
@@ -18,6 +16,7 @@ namespace {
 
 const char *environment()
 {
+    expect_environment();
     switch (get_kelo_env_limit_prod()) {
     case 1:
         return "stage";
@@ -32,7 +31,7 @@ const char *environment()
 Value find_oops()
 {
     const CommandsToStderr aside;
-    return is_on_path("oopsdump") ? Value(has_oops() == 1) : Value();
+    return is_on_path("oopsdump") ? Value(holds_oops()) : Value();
 }
 
 class Reasons {
@@ -87,7 +86,7 @@ void show_gates(Reply &reply, Reasons &reasons)
 void show_unit(const std::vector<CrashLog> &logs, Reply &reply, Reasons &reasons)
 {
     const Value oops = find_oops();
-    const bool is_reported = access(zorv::kKernelCrashSent, F_OK) == 0;
+    const bool is_reported = exists(zorv::kKernelCrashSent);
     if (json_is_null(oops.get()))
         reasons.add("kernel crash: this device has no oopsdump to tell");
     else if (!json_is_true(oops.get()))
