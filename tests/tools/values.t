@@ -26,7 +26,7 @@ $ printf 'Zm9v\r\n-_8\n' | zorvctl base64 decode --json; echo Zm8=Zm8= | zorvctl
 $ echo '{"board":{"ports":[{"name":"lan 1"},{"name":"0x1f"}]},"up":true}' >a
 $ zorvctl json get a board ports 1 name --int; zorvctl json get a board ports 1 --json
 31
-{"file":"a","value":{"name":"0x1f"}}
+{"file":"a","found":true,"value":{"name":"0x1f"}}
 $ zorvctl json get a board ports +0; printf '{\n"a":}' >a; zorvctl json get a a
 zorvctl: a: no member board ports +0
 zorvctl: a:2: unexpected token near '}'
