@@ -54,7 +54,6 @@ void expect_answer(const std::string &source, int error)
     case 0:
     case ENOENT:
     case ENOTDIR:
-    case EBADF:         // of a file that was not there, when it is read
     case ENODEV:        // of an interface
     case ENXIO:         // the same, by its index
     case EADDRNOTAVAIL: // of its address

@@ -41,6 +41,17 @@ auto ask(const std::string &source, Question question)
     return answer;
 }
 
+// The same where errno is lost, as the library goes on to other files: two answers that agree
+// count.
+template <class Question>
+auto ask_twice(const std::string &source, Question question)
+{
+    auto answer = question();
+    if (answer != question())
+        throw Failure(Exit::failed, source + ": one of its files could not be read for a moment");
+    return answer;
+}
+
 } // namespace ctl
 
 #endif

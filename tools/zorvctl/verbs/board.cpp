@@ -97,15 +97,16 @@ void show_board(const NoArgs &, Reply &reply)
 {
     const board_record &record = identify_board();
     Value facts = identity(record);
+    const bool has_chip = ask("accelerometer", has_accelerometer) != 0;
     facts.set("ports", get_num_of_eth_ports())
         .set("main_port", known(get_main_phy(), Value(get_main_phy_idx())))
         .set("poe_budget", board_get_poe_budget())
         .set("poe_reason", format("%u W, %u W held back", record.poe_total, record.poe_reserved))
-        .set("accelerometer", has_accelerometer() != 0)
+        .set("accelerometer", has_chip)
         .set("firmware_minimum", version_text(record.fw_min))
         .set("beta_firmware", pluvo_board_is_beta_firmware(&record) != 0);
     reply.pairs(facts);
-    if (has_accelerometer())
+    if (has_chip)
         reply.document.set("acceleration", Value::take(prepare_accelerometer_status()));
     reply.line("");
     reply.table("firmware_rules", firmware_rules(record), {"rule", "version", "raised", "reason"});

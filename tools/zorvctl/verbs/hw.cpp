@@ -90,7 +90,7 @@ void pci(const PciArgs &args, Reply &reply)
         throw Failure(Exit::unavailable, std::string(kPciDevices) + ": no list of PCI devices");
     std::vector<pci_entry> entries(kMostDevices);
     const int count =
-        ask(kPciDevices, [&] { return pci_detect(entries.data(), kMostDevices, vendor); });
+        ask_twice(kPciDevices, [&] { return pci_detect(entries.data(), kMostDevices, vendor); });
     Value list = Value::list();
     for (int i = 0; i < count; ++i) {
         const pci_entry &entry = entries[static_cast<size_t>(i)];
