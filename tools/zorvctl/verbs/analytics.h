@@ -20,20 +20,19 @@ struct UnitSetting {
 
 inline UnitSetting tell(const char *path, long value)
 {
-    expect_readable(path);
-    return {value, value == freadlong(path, ~value)};
+    return {value, value == ask(path, [&] { return freadlong(path, ~value); })};
 }
 
 // 0 off, 1 with identities, 2 anonymous; any other number is on as well.
 inline UnitSetting unit_mode()
 {
-    return tell(kModeFile, zorv::analytics_mode("zorvctl"));
+    return tell(kModeFile, ask(kModeFile, [] { return zorv::analytics_mode("zorvctl"); }));
 }
 
 // 1 lets dumps be uploaded, nothing else does.
 inline UnitSetting unit_coredump()
 {
-    return tell(kCoredumpFile, freadlong(kCoredumpFile, 0));
+    return tell(kCoredumpFile, ask(kCoredumpFile, [] { return freadlong(kCoredumpFile, 0); }));
 }
 
 } // namespace ctl

@@ -20,7 +20,8 @@
 namespace ctl {
 namespace {
 
-constexpr int kReads = 3; // of a meta; another process may be rewriting it
+constexpr int kNotRun = 126; // what a shell says of a program that it cannot run
+constexpr int kReads = 3;    // of a meta; another process may be rewriting it
 
 Gate ready_gate(const char *name, const char *file, const char *shut)
 {
@@ -30,7 +31,7 @@ Gate ready_gate(const char *name, const char *file, const char *shut)
 
 Gate mode_gate()
 {
-    const long mode = zorv::analytics_mode("zorvctl");
+    const long mode = ask(zorv::kAnalyticsMode, [] { return zorv::analytics_mode("zorvctl"); });
     const char *const detail = mode == zorv::kOff              ? "reporting is off"
                                : mode == zorv::kWithIdentities ? "on, with identities"
                                                                : "on, anonymous";
@@ -172,8 +173,8 @@ CommandsToStderr::~CommandsToStderr()
 
 bool holds_oops()
 {
-    const int status = zorv::run_shell("oopsdump -e || exit 1");
-    if (status < 0)
+    const int status = zorv::run_shell("oopsdump -e");
+    if (status < 0 || status == kNotRun)
         throw Failure(Exit::failed, "oopsdump: cannot be run");
     return status == 0;
 }

@@ -35,11 +35,12 @@ bool is_reported()
 
 std::string report_url()
 {
-    expect_environment();
-    char url[zorv::kReportUrl];
-    if (zorv::build_crash_report_url(url, "kernel-crash") != 0)
-        throw Failure(Exit::failed, "url-too-long", "the service's URL is too long");
-    return url;
+    return ask_environment([] {
+        char url[zorv::kReportUrl];
+        if (zorv::build_crash_report_url(url, "kernel-crash") != 0)
+            throw Failure(Exit::failed, "url-too-long", "the service's URL is too long");
+        return std::string(url);
+    });
 }
 
 // The service would get this text without the white space.

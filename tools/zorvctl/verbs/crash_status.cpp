@@ -16,8 +16,7 @@ namespace {
 
 const char *environment()
 {
-    expect_environment();
-    switch (get_kelo_env_limit_prod()) {
+    switch (ask_environment(get_kelo_env_limit_prod)) {
     case 1:
         return "stage";
     case 2:
@@ -86,6 +85,7 @@ void show_gates(Reply &reply, Reasons &reasons)
 void show_unit(const std::vector<CrashLog> &logs, Reply &reply, Reasons &reasons)
 {
     const Value oops = find_oops();
+    const char *const service = ask_environment([] { return zorv::kCrashService.origin(); });
     const bool is_reported = exists(zorv::kKernelCrashSent);
     if (json_is_null(oops.get()))
         reasons.add("kernel crash: this device has no oopsdump to tell");
@@ -96,7 +96,7 @@ void show_unit(const std::vector<CrashLog> &logs, Reply &reply, Reasons &reasons
                                 : "kernel crash: to be reported");
     reply.pairs(Value::object()
                     .set("environment", environment())
-                    .set("service", zorv::kCrashService.origin())
+                    .set("service", service)
                     .set("oops", oops)
                     .set("oops_reported", is_reported)
                     .set("oops_marker", zorv::kKernelCrashSent)

@@ -1,5 +1,5 @@
-// environment.h - the unit's cloud environment, which the library takes for production when nothing
-// else can be read.
+// environment.h - the unit's cloud environment, which the library takes for production when it
+// cannot read what it is.
 #ifndef ZORVCTL_ENVIRONMENT_H
 #define ZORVCTL_ENVIRONMENT_H
 
@@ -9,11 +9,13 @@
 
 namespace ctl {
 
-// Throws io_failure() when one of the files that tell it cannot be read.
-inline void expect_environment()
+// Asks what depends on it; throws when a file that tells it cannot be read.
+template <class Question>
+auto ask_environment(Question question)
 {
     for (const char *const path : {zorv::kSystemCfg, zorv::kManagementCfg, zorv::kBuildProperties})
         expect_readable(path);
+    return ask_twice("the cloud environment", question);
 }
 
 } // namespace ctl

@@ -49,8 +49,7 @@ const Outcome &outcome_of(int result)
 
 std::string service_url()
 {
-    expect_environment();
-    return std::string(zorv::kTraceService.origin()) + "/traces";
+    return ask_environment([] { return std::string(zorv::kTraceService.origin()) + "/traces"; });
 }
 
 // A setter refuses a text that is not UTF-8, and what jansson had no memory for.
@@ -137,11 +136,18 @@ std::vector<zorv::Json> make_batches(const SendArgs &args)
     return batches;
 }
 
+// The library takes a mode that it cannot read for off.
+int send_batch(const zorv::Json &batch)
+{
+    const int result = send_traces(batch.get(), nullptr);
+    return result == TRACE_OFF && unit_mode().value != 0 ? -1 : result;
+}
+
 void send_all(const std::vector<zorv::Json> &batches, Reply &reply)
 {
     Value list = Value::list();
     for (const zorv::Json &batch : batches) {
-        const Outcome &outcome = outcome_of(send_traces(batch.get(), nullptr));
+        const Outcome &outcome = outcome_of(send_batch(batch));
         if (outcome.exit != Exit::done)
             reply.exit = outcome.exit;
         list.add(Value::object()
@@ -190,7 +196,7 @@ void status(const NoArgs &, Reply &reply)
                     .set("mode", unit.value)
                     .set("mode_file", kModeFile)
                     .set("mode_from", unit.is_told ? "file" : "default")
-                    .set("environment", kEnvironments[get_kelo_env_limit_prod()])
+                    .set("environment", kEnvironments[ask_environment(get_kelo_env_limit_prod)])
                     .set("url", service_url()));
     if (unit.value == 0)
         reply.exit = Exit::refused;
