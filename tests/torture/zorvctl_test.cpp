@@ -79,6 +79,6 @@ TEST_F(Torture, VerbsThatSend)
 
 TEST_F(Torture, VerbsOfCrashes)
 {
-    torture_verbs(R"(crash report; crash next >/dev/null; crash finish a.tgz; crash logs;
-        crash prune --keep 1; crash status >/dev/null)");
+    torture_verbs(R"(crash prune --keep 1; crash report; crash next >/dev/null; crash finish a.tgz;
+        crash logs; crash status >/dev/null)");
 }
