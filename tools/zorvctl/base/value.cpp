@@ -13,7 +13,7 @@ constexpr int kFewest = 15,
               kMost = 17; // digits of a real: those it is sure to keep, all it may need
 
 // As few digits as tell every real in a value from its neighbours.
-int digits_of(const json_t *json)
+int digits_of(const json_t *json) // NOLINT(misc-no-recursion): jansson takes no deep values
 {
     int digits = kFewest;
     size_t index;

@@ -113,10 +113,10 @@ unsigned read_port(const std::string &folder)
 void ports(const BridgeArgs &args, Reply &reply)
 {
     check_bridge(args.bridge);
-    const std::string folder = folder_of(args.bridge) + "/brif";
+    const std::string folder = folder_of(args.bridge) + "/brif/";
     std::map<unsigned, Value> by_number; // the kernel lists them in no order
     for (const std::string &name : names_in(folder)) {
-        const unsigned number = read_port(folder + '/' + name);
+        const unsigned number = read_port(folder + name);
         const int state =
             ask(name, [&] { return get_br_port_state(args.bridge.c_str(), name.c_str()); });
         uint8_t mac[6];

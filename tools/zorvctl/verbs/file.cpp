@@ -72,8 +72,10 @@ std::optional<std::string> keyed_value(const std::string &path, const std::strin
 
 std::optional<std::string> find(const GetArgs &args)
 {
-    if (args.fallback && !exists(args.file))
+    if (args.fallback && access(args.file.c_str(), F_OK) != 0) {
+        expect_answer(args.file, errno);
         return {};
+    }
     return args.key.empty() ? first_line(args.file) : keyed_value(args.file, args.key);
 }
 
