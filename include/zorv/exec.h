@@ -112,6 +112,8 @@ void forkexec(char *const argv[]);
  * difference: the child of a script that cannot be started leaves with _exit(0) and flushes
  * nothing. If the script cannot be detached because a second fork fails, that is reported alike and
  * the call waits for the script.
+ *
+ * Once there is a script, errno is 0 when it was started, else why it was not.
  */
 void syswrapper_impl(int wait, const char *command, ...) __attribute__((sentinel));
 

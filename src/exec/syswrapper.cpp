@@ -126,11 +126,15 @@ void syswrapper_impl(int wait, const char *command, ...)
 
     const Child child =
         start_child({.path = script, .argv = vector.words(), .detached = wait == 0});
-    if (child.pid < 0)
-        return report_failed_fork({__func__, getpid()}, child.fork_error);
+    if (child.pid < 0) {
+        report_failed_fork({__func__, getpid()}, child.fork_error);
+        errno = child.fork_error;
+        return;
+    }
     if (strcmp(command, "reload") != 0 && libzorv_log_level >= 8) // periodic: it would fill the log
         log_for(child.pid, LOG_DEBUG, kModule, __func__, "[EXEC] %s %s", script, command);
     if (child.fork_error != 0)
         report_failed_fork({__func__, child.pid}, child.fork_error);
     wait_for_child(__func__, child.pid);
+    errno = child.exec_error;
 }

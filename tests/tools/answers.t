@@ -1,5 +1,6 @@
 # What all verbs have in common: exit statuses, messages, and documents that are always whole.
 $ printf 'a=1\nb=word\n' >a.cfg; echo 5 >cfg
+$ mkdir -p /tmp/system.cfg /run/system.uplink /proc/zorvhal/system.info /proc/net/tcp /proc/net/nf_conntrack; : >/proc/meminfo
 $ while read -r status code arguments; do # a failure is told alike in text and as a document
 >   eval "zorvctl $arguments" >text 2>error </dev/null; was=$?
 >   eval "zorvctl $arguments --json" >document 2>said </dev/null; [ $was$? = $status$status ] &&
@@ -22,7 +23,21 @@ $ while read -r status code arguments; do # a failure is told alike in text and 
 > 3 unavailable crash report
 > 2 usage crash dump --signal 11 --pid 812 --name 'a"b'
 > 1 not-found iface up eth9
+> 2 usage crash finish ../..
+> 2 usage trace send a b --timestamp -1
+> 3 unavailable bridge delete 02:a0:f1:00:00:01 lo
+> 5 io file get . --default 1
+> 5 io trace status
+> 5 io iface uplink
+> 5 io model is_qm
+> 5 io conntrack
+> 5 io sockets
+> 5 io mem
 > END
+$ mkdir -p /run/guest/portal/hotel/vlans; zorvctl portal list --json
+...
+{"error":{"code":"io","message":"/var/run/guest/portal/hotel/vlans: Is a directory"}}
+[5]
 $ zorvctl file get cfg; zorvctl --json # a file that is named like a family
 5
 {"error":{"code":"usage","message":"A subcommand is required (see: zorvctl --help)"}}

@@ -4,7 +4,7 @@ $ zorvctl bridge fdb --json; zorvctl bridge ports --json; zorvctl bridge lookup 
 {"bridge":"br0","entries":[...{"mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","local":false,"age_seconds":...},...{"mac":"02:a0:f1:00:00:10","port":1,"ifname":"eth0","local":true,"age_seconds":...}]}
 {"bridge":"br0","ports":[{"port":1,"ifname":"eth0","state":"forwarding","mac":"02:a0:f1:00:00:10"}]}
 {"bridge":"br0","mac":"02:a0:f1:00:00:07","port":1,"ifname":"eth0","age_seconds":...}
-asked the kernel to forget 02:a0:f1:00:00:07 on eth0
+the kernel has no 02:a0:f1:00:00:07 on eth0
 $ : >/run/system.uplink; zorvctl --json iface uplink; zorvctl iface show --json; ip link set far0 down; zorvctl iface up far0
 {"state":"connected","device":"eth0","wireless":"none"}
 {"interfaces":[{"name":"lo","index":1,"up":true,"address":"127.0.0.1"},{"name":"br0","index":2,"up":true,"address":"192.0.2.1"},{"name":"far0","index":3,"up":true,"address":null},{"name":"eth0","index":4,"up":true,"address":null}]}

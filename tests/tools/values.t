@@ -9,6 +9,21 @@ two words
 $ mkdir full; mount -t tmpfs -o size=4096 full full; head -c 4096 /dev/zero >full/fill; zorvctl file set full/value 1
 zorvctl: full/value: the value does not read back: 1
 [5]
+$ for line in hello 1234567890123456 0x1f; do echo $line >bad; zorvctl file add bad 1; cat bad; done
+zorvctl: bad: not one number of at most 15 characters
+hello
+zorvctl: bad: not one number of at most 15 characters
+1234567890123456
+zorvctl: bad: not one number of at most 15 characters
+0x1f
+$ seq 20 | xargs -P 8 -I % zorvctl file add many 1 >sums; cat many; echo 999999999999999 >many; zorvctl file add many 1; cat many
+20
+zorvctl: many: the sum has more than 15 characters
+999999999999999
+$ head -c 70000 /dev/zero | tr '\0' x >long; zorvctl file get long | wc -c; zorvctl file get table none --json
+70001
+{"file":"table","found":false,"value":null}
+[1]
 $ echo 10 10 10 10 10 1000 10 10 10 10 10 | zorvctl avg --json; zorvctl avg </dev/null
 {"count":11,"mean":100,"kept":10,"mean_of_kept":10,"outliers":[1000]}
 zorvctl: standard input: no number
@@ -50,11 +65,19 @@ $ printf 'Zm9v\r\n-_8\n' | zorvctl base64 decode --json; echo Zm8=Zm8= | zorvctl
 $ echo '{"board":{"ports":[{"name":"lan 1"},{"name":"0x1f"}]},"up":true}' >a
 $ zorvctl json get a board ports 1 name --int; zorvctl json get a board ports 1 --json
 31
-{"file":"a","value":{"name":"0x1f"}}
+{"file":"a","found":true,"value":{"name":"0x1f"}}
 $ zorvctl json get a board ports +0; printf '{\n"a":}' >a; zorvctl json get a a
 zorvctl: a: no member board ports +0
 zorvctl: a:2: unexpected token near '}'
 [5]
+$ printf '{"a":0.30000000000000004,"b":0.1,"c":5000000000}' >n; zorvctl json get n a; zorvctl json get n b; zorvctl json get n d --json
+0.30000000000000004
+0.1
+{"file":"n","found":false,"value":null}
+[1]
+$ zorvctl json get n c --int
+zorvctl: c: not an integer of 32 bits
+[1]
 $ zorvctl url encode 'a b&c'; zorvctl --json url resolve http://localhost:81; zorvctl url parse HTTPS://u@[fe80::1]:8080/a?b --json
 a+b%26c
 {"host":"localhost","address":"127.0.0.1","port":81}
@@ -71,3 +94,6 @@ $ program /etc/syswrapper.sh 'printf "<%s>" "$@"; echo'; zorvctl exec run 'a b' 
 
 $ mkfifo go done; program /etc/syswrapper.sh 'read word <go; echo $word >done'; zorvctl exec run --no-wait set; echo on >go; cat done
 on
+$ chmod -x /etc/syswrapper.sh; zorvctl exec run set
+zorvctl: /etc/syswrapper.sh: Permission denied
+[5]

@@ -250,6 +250,14 @@ void Reply::pairs(const Value &object)
     text += align(rows, {false, false});
 }
 
+void Reply::miss(const std::string &message)
+{
+    if (!json_)
+        throw Failure(Exit::no, message);
+    document.set("value", Value());
+    exit = Exit::no;
+}
+
 void Reply::flush()
 {
     if (!json_)

@@ -93,6 +93,9 @@ public:
     // An object's members: into the document, and as aligned "name  value" lines.
     void pairs(const Value &object);
 
+    // There is no such thing: "value" is null, exit status 1; people get the message as a failure.
+    void miss(const std::string &message);
+
     // For a verb that goes on for a while: shows its text so far, without waiting for the end.
     // With JSON the text is dropped; the document is still written once, at the end.
     void flush();

@@ -1,11 +1,56 @@
 #include "base/value.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <new>
 
 namespace ctl {
+namespace {
+
+constexpr int kFewest = 15,
+              kMost = 17; // digits of a real: those it is sure to keep, all it may need
+
+// As few digits as tell every real in a value from its neighbours.
+int digits_of(const json_t *json) // NOLINT(misc-no-recursion): jansson takes no deep values
+{
+    int digits = kFewest;
+    size_t index;
+    const char *name;
+    json_t *item;
+    json_array_foreach(json, index, item) digits = std::max(digits, digits_of(item));
+    json_object_foreach(const_cast<json_t *>(json), name, item) digits =
+        std::max(digits, digits_of(item));
+    char text[32];
+    const double number = json_real_value(json);
+    for (; json_is_real(json) && digits < kMost; digits++) {
+        snprintf(text, sizeof text, "%.*g", digits, number);
+        if (strtod(text, nullptr) == number)
+            break;
+    }
+    return digits;
+}
+
+// A document in the making. jansson looks away when the name of a member could not be written.
+struct Dump {
+    std::string text;
+    bool is_short = false;
+};
+
+int write_piece(const char *bytes, size_t size, void *data) noexcept
+{
+    auto *const dump = static_cast<Dump *>(data);
+    try {
+        dump->text.append(bytes, size);
+        return 0;
+    } catch (const std::bad_alloc &) {
+        dump->is_short = true;
+        return -1;
+    }
+}
+
+} // namespace
 
 size_t utf8_length(std::string_view text)
 {
@@ -89,11 +134,13 @@ Value &Value::add(const Value &value)
 
 std::string Value::dump() const
 {
-    const std::unique_ptr<char, decltype(&free)> text(
-        json_dumps(json_, JSON_COMPACT | JSON_ENCODE_ANY | JSON_REAL_PRECISION(15)), free);
-    if (!text)
+    Dump dump;
+    const auto precision = static_cast<size_t>(digits_of(json_));
+    if (json_dump_callback(json_, write_piece, &dump,
+                           JSON_COMPACT | JSON_ENCODE_ANY | JSON_REAL_PRECISION(precision)) != 0 ||
+        dump.is_short)
         throw std::bad_alloc();
-    return text.get();
+    return dump.text;
 }
 
 } // namespace ctl

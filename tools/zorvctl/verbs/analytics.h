@@ -4,6 +4,7 @@
 
 #include <zorv/file.h>
 
+#include "base/ask.h"
 #include "telemetry/report_gate.h"
 
 namespace ctl {
@@ -19,19 +20,19 @@ struct UnitSetting {
 
 inline UnitSetting tell(const char *path, long value)
 {
-    return {value, value == freadlong(path, ~value)};
+    return {value, value == ask(path, [&] { return freadlong(path, ~value); })};
 }
 
 // 0 off, 1 with identities, 2 anonymous; any other number is on as well.
 inline UnitSetting unit_mode()
 {
-    return tell(kModeFile, zorv::analytics_mode("zorvctl"));
+    return tell(kModeFile, ask(kModeFile, [] { return zorv::analytics_mode("zorvctl"); }));
 }
 
 // 1 lets dumps be uploaded, nothing else does.
 inline UnitSetting unit_coredump()
 {
-    return tell(kCoredumpFile, freadlong(kCoredumpFile, 0));
+    return tell(kCoredumpFile, ask(kCoredumpFile, [] { return freadlong(kCoredumpFile, 0); }));
 }
 
 } // namespace ctl

@@ -16,7 +16,7 @@ namespace {
 std::string reason_of_record(const board_record &record)
 {
     uint16_t vendor = 0, system = 0;
-    const int rc = board_identify_ids(&vendor, &system);
+    const int rc = ask(zorv::kSystemInfo, [&] { return board_identify_ids(&vendor, &system); });
     if (rc == -ENOENT)
         return "no /proc/zorvhal/system.info: the default record";
     if (rc != 0)
@@ -41,7 +41,7 @@ Value known(bool is_known, const Value &value)
 
 Value identity(const board_record &record)
 {
-    const uint32_t bomrev = pluvo_get_bomrev();
+    const uint32_t bomrev = ask(kBoardFile, pluvo_get_bomrev);
     return Value::object()
         .set("name", map_board_name(&record))
         .set("reason", reason_of_record(record))
@@ -95,17 +95,18 @@ Value radio_list(const board_record &record)
 
 void show_board(const NoArgs &, Reply &reply)
 {
-    const board_record &record = *board_identify();
+    const board_record &record = identify_board();
     Value facts = identity(record);
+    const bool has_chip = ask("accelerometer", has_accelerometer) != 0;
     facts.set("ports", get_num_of_eth_ports())
         .set("main_port", known(get_main_phy(), Value(get_main_phy_idx())))
         .set("poe_budget", board_get_poe_budget())
         .set("poe_reason", format("%u W, %u W held back", record.poe_total, record.poe_reserved))
-        .set("accelerometer", has_accelerometer() != 0)
+        .set("accelerometer", has_chip)
         .set("firmware_minimum", version_text(record.fw_min))
         .set("beta_firmware", pluvo_board_is_beta_firmware(&record) != 0);
     reply.pairs(facts);
-    if (has_accelerometer())
+    if (has_chip)
         reply.document.set("acceleration", Value::take(prepare_accelerometer_status()));
     reply.line("");
     reply.table("firmware_rules", firmware_rules(record), {"rule", "version", "raised", "reason"});

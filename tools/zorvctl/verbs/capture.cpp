@@ -1,5 +1,4 @@
-#include <cstdlib>
-#include <memory>
+#include <cerrno>
 #include <string>
 
 #include <zorv/exec.h>
@@ -17,9 +16,12 @@ struct CaptureArgs {
 
 void capture(const CaptureArgs &args, Reply &reply)
 {
+    errno = 0;
     const zorv::Text output(popen_alloc_output(args.command.c_str(), args.max));
     if (!output)
         throw Failure(Exit::failed, args.command + ": cannot be started");
+    if (errno == EIO || errno == ENOMEM) // while it was read or kept, which cuts it
+        throw io_failure(args.command + ": the output", errno);
     reply.text = output.get();
     // A full buffer may have cut the output, or just have held it.
     reply.document.set("command", args.command)

@@ -4,20 +4,24 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zorv/json.h>
 
+#include "base/ask.h"
 #include "base/cli.h"
+#include "exec/shell.h"
 #include "telemetry/crash_store.h"
 #include "telemetry/report_gate.h"
 
 namespace ctl {
 namespace {
 
-constexpr int kReads = 3; // of a meta; another process may be rewriting it
+constexpr int kNotRun = 126; // what a shell says of a program that it cannot run
+constexpr int kReads = 3;    // of a meta; another process may be rewriting it
 
 Gate ready_gate(const char *name, const char *file, const char *shut)
 {
@@ -29,23 +33,34 @@ Gate ready_gate(const char *name, const char *file, const char *shut)
 
 Gate mode_gate()
 {
-    const long mode = zorv::analytics_mode("zorvctl");
+    const long mode = ask(zorv::kAnalyticsMode, [] { return zorv::analytics_mode("zorvctl"); });
     const char *const detail = mode == zorv::kOff              ? "reporting is off"
                                : mode == zorv::kWithIdentities ? "on, with identities"
                                                                : "on, anonymous";
     return {"mode", zorv::kAnalyticsMode, mode != zorv::kOff, detail};
 }
 
+// Nothing, unless there is such a file. The library takes no other thing, and a pipe would have to
+// be waited for.
+std::optional<struct stat> file_at(const std::string &path)
+{
+    struct stat info = {};
+    if (lstat(path.c_str(), &info) != 0)
+        expect_answer(path, errno);
+    return S_ISREG(info.st_mode) ? std::optional(info) : std::nullopt;
+}
+
 zorv::Json read_meta(const std::string &name)
 {
     const std::string path = zorv::kMetas + name;
-    for (int read = 0; read < kReads; ++read) {
-        struct stat info; // the library takes no other file, and a pipe would have to be waited for
-        if (lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
-            return nullptr;
-        zorv::Json meta(json_load_file(path.c_str(), 0, nullptr));
-        if (meta || access(path.c_str(), R_OK) != 0)
+    for (int read = 0; read < kReads && file_at(path); ++read) {
+        const std::string text = read_if_there(path).value_or("");
+        json_error_t error;
+        zorv::Json meta(json_loadb(text.data(), text.size(), 0, &error));
+        if (meta)
             return meta;
+        if (json_error_code(&error) == json_error_out_of_memory)
+            throw std::bad_alloc();
         usleep(1000);
     }
     return nullptr;
@@ -95,7 +110,7 @@ const char *word(LogState state)
 void update(CrashLog &log)
 {
     const zorv::Json meta = read_meta(log.name);
-    log.marked = access((zorv::kMarkers + log.name).c_str(), F_OK) == 0;
+    log.marked = exists(zorv::kMarkers + log.name);
     log.attempts = zorv_json_read_long(meta.get(), zorv::kAttemptCount, 0);
     log.to_net = is_true(meta, zorv::kToNet);
     if (!meta)
@@ -111,16 +126,13 @@ void update(CrashLog &log)
 std::vector<CrashLog> list_logs()
 {
     std::vector<CrashLog> logs;
-    const zorv::Dir folder(opendir(zorv::kLogs));
-    if (!folder && errno != ENOENT)
-        throw io_failure(zorv::kLogs, errno);
-    while (const dirent *const entry = folder ? readdir(folder.get()) : nullptr) {
-        struct stat info;
-        if (fstatat(dirfd(folder.get()), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0 ||
-            !S_ISREG(info.st_mode)) // no log to the library
+    if (!exists(zorv::kLogs))
+        return logs;
+    for (const std::string &name : names_in(zorv::kLogs)) {
+        const auto info = file_at(zorv::kLogs + name);
+        if (!info)
             continue;
-        CrashLog log = {entry->d_name, info.st_size, info.st_mtime, false, LogState::fresh, 0,
-                        false};
+        CrashLog log = {name, info->st_size, info->st_mtime, false, LogState::fresh, 0, false};
         update(log);
         logs.push_back(log);
     }
@@ -159,6 +171,14 @@ CommandsToStderr::CommandsToStderr() : output_(fcntl(STDOUT_FILENO, F_DUPFD_CLOE
 CommandsToStderr::~CommandsToStderr()
 {
     dup2(output_.get(), STDOUT_FILENO);
+}
+
+bool holds_oops()
+{
+    const int status = zorv::run_shell("oopsdump -e");
+    if (status < 0 || status == kNotRun)
+        throw Failure(Exit::failed, "oopsdump: cannot be run");
+    return status == 0;
 }
 
 bool is_on_path(const char *program)

@@ -82,6 +82,9 @@ private:
     zorv::Fd output_;
 };
 
+// Whether the kernel holds an oops; throws when oopsdump, which tells, cannot be run.
+bool holds_oops();
+
 bool is_on_path(const char *program);
 
 // One source file each.

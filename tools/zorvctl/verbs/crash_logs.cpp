@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <zorv/base64.h>
 
+#include "base/ask.h"
 #include "base/cli.h"
 #include "base/text_file.h"
 #include "crash.h"
@@ -48,7 +49,10 @@ zorv::Json take_next()
     zorv::Json log(get_next_crash_log());
     if (log)
         return log;
-    if (has_crash_logs())
+    const std::vector<CrashLog> logs = list_logs();
+    if (std::any_of(logs.begin(), logs.end(), [](const CrashLog &next) {
+            return !next.marked && !next.to_net && next.state != LogState::no_payload;
+        }))
         throw Failure(Exit::failed, "the first log cannot be read, and hides those behind it");
     throw Failure(Exit::no, "no log for the local management");
 }
@@ -71,11 +75,15 @@ void next(const NextArgs &args, Reply &reply)
 
 void finish(const FinishArgs &args, Reply &reply)
 {
+    if (args.name == "." || args.name == ".." || args.name.find('/') != args.name.npos)
+        throw Misuse("NAME: no name of a log: " + args.name);
+    if (!exists(zorv::kLogs + args.name))
+        throw Failure(Exit::no, args.name + ": no such log");
+    if (exists(zorv::kMarkers + args.name))
+        throw Failure(Exit::no, args.name + ": finished before");
     const CommandsToStderr aside;
-    const bool was_marked = access((zorv::kMarkers + args.name).c_str(), F_OK) == 0;
     if (mark_crash_log_finished(args.name.c_str()) == 0)
-        throw Failure(Exit::no, args.name + (was_marked ? ": finished before"
-                                                        : ": no such log, or not to be had"));
+        throw Failure(Exit::failed, args.name + ": cannot be marked");
     reply.document.set("name", args.name).set("finished", true);
     reply.line("finished " + printable(args.name));
 }

@@ -11,12 +11,14 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/ask.h"
 #include "base/cli.h"
+#include "base/numbers.h"
 #include "core/pause.h"
 #include "crash.h"
-#include "diagnostics.h"
 #include "exec/shell.h"
 #include "telemetry/crash_store.h"
 
@@ -25,6 +27,7 @@ namespace {
 
 constexpr int kAttempts = 10; // at a store in use, a second apart, as the library makes
 constexpr time_t kDay = 86400;
+constexpr char kProcesses[] = "/proc";
 
 struct PruneArgs {
     std::optional<size_t> keep;
@@ -77,37 +80,61 @@ public:
     bool lock() const { return flock(folder_.get(), LOCK_EX | LOCK_NB) == 0; }
     void unlock() const { flock(folder_.get(), LOCK_UN); }
 
-    // Whether a process but this one has the directory open.
+    // Whether a process but this one has the directory open. Throws when one does not tell.
     bool is_walked() const
     {
-        const zorv::Text path(realpath(zorv::kLogs, nullptr));
-        const PsList processes = list_processes(true);
-        const zorv_ps_record *process;
-        for (zorv_ps_each(process, processes.get())) {
-            if (process->pid == getpid())
+        bool is_listed = false; // this one, or the list is of no worth
+        for (const std::string &name : names_in(kProcesses)) {
+            pid_t pid;
+            if (!parse_number(name, pid))
                 continue;
-            for (const zorv_fd_record *fd = process->fds.first; fd; fd = fd->next)
-                if (fd->kind == ZORV_FD_FILE && fd->target.link && path.get() &&
-                    path.get() == std::string_view(fd->target.link))
-                    return true;
+            if (pid == getpid())
+                is_listed = true;
+            else if (is_open_in(kProcesses + ('/' + name) + "/fd"))
+                return true;
         }
+        if (!is_listed)
+            throw Failure(Exit::failed, std::string(kProcesses) + ": lists no processes");
         return false;
     }
 
 private:
+    bool is_same(const struct stat &other) const
+    {
+        struct stat own;
+        if (fstat(folder_.get(), &own) != 0)
+            throw io_failure(zorv::kLogs, errno);
+        return own.st_dev == other.st_dev && own.st_ino == other.st_ino;
+    }
+
+    // Whether one of a process's descriptors is the directory.
+    bool is_open_in(const std::string &descriptors) const
+    {
+        const zorv::Dir entries(opendir(descriptors.c_str()));
+        const dirent *entry = nullptr;
+        while (entries && (errno = 0, entry = readdir(entries.get()))) {
+            struct stat info;
+            if (fstatat(dirfd(entries.get()), entry->d_name, &info, 0) == 0 && is_same(info))
+                return true;
+            if (errno != 0 && errno != ENOENT) // it was closed
+                break;
+        }
+        if (errno != 0 && errno != ENOENT && errno != ESRCH) // the process has ended
+            throw io_failure(descriptors, errno);
+        return false;
+    }
+
     zorv::Fd folder_;
 };
 
 // While the store is locked nobody gets the lock of a meta that is free now.
 bool is_in_work(const std::string &name)
 {
-    zorv::Fd meta(open((zorv::kMetas + name).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const std::string path = zorv::kMetas + name;
+    zorv::Fd meta(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!meta)
+        expect_answer(path, errno);
     return meta && !zorv::locked(std::move(meta));
-}
-
-bool is_there(const std::string &path)
-{
-    return faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 void remove_file(const std::string &path)
@@ -149,10 +176,14 @@ private:
 std::vector<std::string> list_leftovers(const char *path)
 {
     std::vector<std::string> names;
-    const zorv::Dir folder(opendir(path));
-    while (const dirent *const entry = folder ? readdir(folder.get()) : nullptr)
-        if (entry->d_type != DT_DIR && !is_there(std::string(zorv::kLogs) + entry->d_name))
-            names.emplace_back(entry->d_name);
+    if (!exists(path))
+        return names;
+    for (const std::string &name : names_in(path)) {
+        struct stat info;
+        if (lstat((path + name).c_str(), &info) == 0 && !S_ISDIR(info.st_mode) &&
+            !exists(zorv::kLogs + name))
+            names.push_back(name);
+    }
     return names;
 }
 
@@ -235,11 +266,11 @@ void save_config()
 void prune(const PruneArgs &args, Reply &reply)
 {
     if (!args.keep && !args.max_size && !args.max_age)
-        throw Failure(Exit::usage, "one of --keep, --max-size and --max-age is needed");
+        throw Misuse("one of --keep, --max-size and --max-age is needed");
     const Logs logs = list_logs();
     Logs chosen = choose(logs, args);
     const size_t wanted = chosen.size();
-    if (!args.dry_run && access(zorv::kLogs, F_OK) == 0 && remove_logs(args, chosen) > 0)
+    if (!args.dry_run && exists(zorv::kLogs) && remove_logs(args, chosen) > 0)
         save_config();
     const auto unfinished = std::count_if(logs.begin(), logs.end(), [](const CrashLog &log) {
         return is_settled(log) && !log.marked;

@@ -11,6 +11,7 @@
 #include "base/cli.h"
 #include "base/text_file.h"
 #include "crash.h"
+#include "environment.h"
 #include "exec/shell.h"
 #include "telemetry/crash_report.h"
 #include "telemetry/report_gate.h"
@@ -35,15 +36,17 @@ struct DumpArgs {
 
 bool is_reported()
 {
-    return access(zorv::kKernelCrashSent, F_OK) == 0;
+    return exists(zorv::kKernelCrashSent);
 }
 
 std::string report_url()
 {
-    char url[zorv::kReportUrl];
-    if (zorv::build_crash_report_url(url, "kernel-crash") != 0)
-        throw Failure(Exit::failed, "url-too-long", "the service's URL is too long");
-    return url;
+    return ask_environment([] {
+        char url[zorv::kReportUrl];
+        if (zorv::build_crash_report_url(url, "kernel-crash") != 0)
+            throw Failure(Exit::failed, "url-too-long", "the service's URL is too long");
+        return std::string(url);
+    });
 }
 
 // The service would get this text without the white space.
@@ -87,7 +90,7 @@ void expect_oops()
 {
     if (!is_on_path("oopsdump"))
         throw Failure(Exit::unavailable, "oopsdump: this device has none");
-    if (!has_oops())
+    if (!holds_oops())
         throw Failure(Exit::no, "the kernel holds no oops");
 }
 
@@ -129,7 +132,7 @@ void dump(const DumpArgs &args, Reply &reply)
 {
     check_name(args.name);
     if (args.type != kRamDump && (!args.pid || !args.signal))
-        throw Failure(Exit::usage, "a dump of a process needs --pid and --signal");
+        throw Misuse("a dump of a process needs --pid and --signal");
     expect_open_gates();
     const std::string bytes = args.file.empty() ? "" : read_input(args.file);
     const CommandsToStderr aside;

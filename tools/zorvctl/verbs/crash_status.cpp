@@ -1,13 +1,11 @@
 // crash_status.cpp - why nothing is being sent.
-#include <zorv/crash.h>
-
 #include <algorithm>
 
-#include <unistd.h>
 #include <zorv/status.h>
 
 #include "base/cli.h"
 #include "crash.h"
+#include "environment.h"
 #include "telemetry/cloud_service.h"
 #include "telemetry/crash_report.h"
 #include "telemetry/crash_store.h"
@@ -18,7 +16,7 @@ namespace {
 
 const char *environment()
 {
-    switch (get_kelo_env_limit_prod()) {
+    switch (ask_environment(get_kelo_env_limit_prod)) {
     case 1:
         return "stage";
     case 2:
@@ -32,7 +30,7 @@ const char *environment()
 Value find_oops()
 {
     const CommandsToStderr aside;
-    return is_on_path("oopsdump") ? Value(has_oops() == 1) : Value();
+    return is_on_path("oopsdump") ? Value(holds_oops()) : Value();
 }
 
 class Reasons {
@@ -87,7 +85,8 @@ void show_gates(Reply &reply, Reasons &reasons)
 void show_unit(const std::vector<CrashLog> &logs, Reply &reply, Reasons &reasons)
 {
     const Value oops = find_oops();
-    const bool is_reported = access(zorv::kKernelCrashSent, F_OK) == 0;
+    const char *const service = ask_environment([] { return zorv::kCrashService.origin(); });
+    const bool is_reported = exists(zorv::kKernelCrashSent);
     if (json_is_null(oops.get()))
         reasons.add("kernel crash: this device has no oopsdump to tell");
     else if (!json_is_true(oops.get()))
@@ -97,7 +96,7 @@ void show_unit(const std::vector<CrashLog> &logs, Reply &reply, Reasons &reasons
                                 : "kernel crash: to be reported");
     reply.pairs(Value::object()
                     .set("environment", environment())
-                    .set("service", zorv::kCrashService.origin())
+                    .set("service", service)
                     .set("oops", oops)
                     .set("oops_reported", is_reported)
                     .set("oops_marker", zorv::kKernelCrashSent)

@@ -1,4 +1,5 @@
 #include <array>
+#include <cerrno>
 #include <optional>
 #include <string>
 #include <utility>
@@ -64,7 +65,10 @@ void exec_run(const ExecArgs &args, Reply &reply)
     std::optional<DivertOutput> divert;
     if (reply.json())
         divert.emplace();
+    errno = 0;
     call(args, std::make_index_sequence<kArguments>());
+    if (errno != 0)
+        throw io_failure(script, errno);
 }
 
 // What a run would do, from the same rules.

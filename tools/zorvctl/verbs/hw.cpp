@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "base/ask.h"
 #include "base/cli.h"
 #include "base/text_file.h"
 #include "core/own.h"
@@ -15,6 +16,7 @@ using Image = std::unique_ptr<buffer, zorv::Closer<buffer_destroy>>;
 
 constexpr int kMostDevices = 256;
 constexpr size_t kRow = 16;
+constexpr char kPciDevices[] = "/proc/bus/pci/devices";
 
 struct EepromArgs {
     std::string file;
@@ -48,7 +50,8 @@ void dump(const uint8_t *bytes, size_t size, Reply &reply)
 
 void eeprom(const EepromArgs &args, Reply &reply)
 {
-    const Image image(zorv_read_eeprom());
+    expect_readable("/proc/mtd");
+    const Image image = ask("EEPROM", [] { return Image(zorv_read_eeprom()); });
     if (!image)
         throw Failure(Exit::unavailable, "EEPROM: no such partition or image of 65536 bytes");
     const uint8_t *const bytes = image->data(image.get());
@@ -69,16 +72,18 @@ uint16_t parse_vendor(const std::string &text)
     char *end;
     const unsigned long vendor = strtoul(text.c_str(), &end, 16);
     if (text.empty() || *end != '\0' || vendor > UINT16_MAX)
-        throw Failure(Exit::usage, text + ": not a vendor id in hexadecimal");
+        throw Misuse("--vendor: not a vendor id in hexadecimal: " + text);
     return static_cast<uint16_t>(vendor);
 }
 
 void pci(const PciArgs &args, Reply &reply)
 {
+    const uint16_t vendor = parse_vendor(args.vendor);
+    if (!read_if_there(kPciDevices))
+        throw Failure(Exit::unavailable, std::string(kPciDevices) + ": no list of PCI devices");
     std::vector<pci_entry> entries(kMostDevices);
-    const int count = pci_detect(entries.data(), kMostDevices, parse_vendor(args.vendor));
-    if (count < 0)
-        throw Failure(Exit::unavailable, "/proc/bus/pci/devices: cannot be read");
+    const int count =
+        ask_twice(kPciDevices, [&] { return pci_detect(entries.data(), kMostDevices, vendor); });
     Value list = Value::list();
     for (int i = 0; i < count; ++i) {
         const pci_entry &entry = entries[static_cast<size_t>(i)];

@@ -1,5 +1,7 @@
 // json.cpp - members of JSON files.
+#include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <vector>
 
 #include <jansson.h>
@@ -49,14 +51,26 @@ json_t *member(json_t *json, const std::string &key)
     return error == std::errc() && stop == end ? json_array_get(json, index) : nullptr;
 }
 
+// Whether the library's int has the number whole: it keeps the lower 32 bits of a larger one.
+bool is_kept(const json_t *json, int number)
+{
+    errno = 0;
+    const long long whole = json_is_string(json) ? strtoll(json_string_value(json), nullptr, 0)
+                                                 : json_integer_value(json);
+    return errno == 0 && whole == number;
+}
+
 // As components read settings: a number in a text counts as well.
 Value integer_value(json_t *json, const std::string &path)
 {
     const zorv::Json holder(json_object());
+    if (json_object_set(holder.get(), "value", json) != 0)
+        throw std::bad_alloc();
     int number = 0;
-    if (json_object_set(holder.get(), "value", json) != 0 ||
-        zorv_json_integer_value_from_obj(holder.get(), path.c_str(), "value", 1, &number) == 0)
+    if (zorv_json_integer_value_from_obj(holder.get(), path.c_str(), "value", 1, &number) == 0)
         throw Failure(Exit::no, path + ": not an integer");
+    if (!is_kept(json, number))
+        throw Failure(Exit::no, path + ": not an integer of 32 bits");
     return Value(number);
 }
 
@@ -65,11 +79,11 @@ void get(const GetArgs &args, Reply &reply)
     const zorv::Json document = load(args.file);
     const std::string path = joined(args.keys);
     json_t *json = document.get();
-    for (const auto &key : args.keys) {
-        json = member(json, key);
-        if (!json)
-            throw Failure(Exit::no, args.file + ": no member " + path);
-    }
+    for (const auto &key : args.keys)
+        json = json ? member(json, key) : nullptr;
+    reply.document.set("file", args.file).set("found", json != nullptr);
+    if (!json)
+        return reply.miss(args.file + ": no member " + path);
     const Value value = args.integer ? integer_value(json, path) : Value::take(json_incref(json));
     reply.document.set("file", args.file).set("value", value);
     reply.line(json_is_string(value.get()) ? json_string_value(value.get()) : value.dump());

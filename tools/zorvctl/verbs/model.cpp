@@ -4,9 +4,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include <zorv/board.h>
-
 #include "base/cli.h"
+#include "board.h"
 
 namespace ctl {
 namespace {
@@ -37,10 +36,10 @@ constexpr struct {
 
 void show_all(Reply &reply)
 {
+    reply.document.set("system_id", format("0x%04x", identify_board().system_id));
     Value list = Value::list();
     for (const auto &predicate : kPredicates)
         list.add(Value::object().set("class", predicate.name).set("holds", predicate.holds() != 0));
-    reply.document.set("system_id", format("0x%04x", board_identify()->system_id));
     reply.table("classes", list, {"class", "holds"});
 }
 
@@ -52,7 +51,8 @@ void show_model(const ModelArgs &args, Reply &reply)
         std::find_if(std::begin(kPredicates), std::end(kPredicates),
                      [&](const auto &row) { return args.name == row.name; });
     if (predicate == std::end(kPredicates))
-        throw Failure(Exit::usage, args.name + ": no such class");
+        throw Misuse(args.name + ": no such class");
+    identify_board();
     const bool holds = predicate->holds() != 0;
     reply.document.set("class", args.name).set("holds", holds);
     reply.line(holds ? "yes" : "no");

@@ -3,9 +3,11 @@
 
 #include <optional>
 
-#include <sys/stat.h>
+#include <cstdlib>
 
+#include "base/ask.h"
 #include "base/cli.h"
+#include "base/text_file.h"
 #include "base/words.h"
 
 namespace ctl {
@@ -22,20 +24,34 @@ struct FindArgs {
     std::optional<int> vlan;
 };
 
-// All portals of the unit at this moment.
+// The library leaves a list out, or cuts it, where it could not be read.
+void expect_whole(const std::string &path, buffer *list)
+{
+    if (!list && !exists(path))
+        return;
+    if (read_file(path).size() != (list ? list->length(list) : 0))
+        throw Failure(Exit::failed, path + ": could not be read as a whole");
+}
+
 class Portals {
 public:
-    Portals()
-    {
-        struct stat info;
-        if (stat(kPortals, &info) != 0)
-            throw Failure(Exit::unavailable, std::string(kPortals) + ": no guest portals");
-        guest_portal_set_init(&set_);
-        guest_portal_set_read(&set_);
-    }
+    Portals() { guest_portal_set_init(&set_); }
     Portals(const Portals &) = delete;
     Portals &operator=(const Portals &) = delete;
     ~Portals() { guest_portal_set_clear(&set_); }
+
+    void add(const std::string &name)
+    {
+        auto *const portal = static_cast<guest_portal *>(calloc(1, sizeof(guest_portal)));
+        if (!portal)
+            throw std::bad_alloc();
+        guest_portal_set_add(&set_, portal);
+        guest_portal_read(portal, name.c_str());
+        const std::string folder = kPortals + ("/" + name);
+        expect_whole(folder + "/authorized", portal->authorized);
+        expect_whole(folder + "/devnames", portal->devnames);
+        expect_whole(folder + "/vlans", portal->vlans);
+    }
 
     const guest_portal_set *get() const { return &set_; }
 
@@ -43,7 +59,16 @@ private:
     guest_portal_set set_;
 };
 
-// The items of a list; NULL for a list that could not be read.
+// Adds all portals of the unit at this moment, in the library's order.
+void read(Portals &portals)
+{
+    if (!exists(kPortals))
+        throw Failure(Exit::unavailable, std::string(kPortals) + ": no guest portals");
+    for (const std::string &name : names_in(kPortals))
+        portals.add(name);
+}
+
+// The items of a list; null for a list that is not there.
 Value items(buffer *list)
 {
     if (!list)
@@ -57,7 +82,8 @@ Value items(buffer *list)
 
 void list(const NoArgs &, Reply &reply)
 {
-    const Portals portals;
+    Portals portals;
+    read(portals);
     Value found = Value::list();
     const guest_portal *p = portals.get()->next;
     for (unsigned left = guest_portal_set_count(portals.get()); left > 0; --left, p = p->next)
@@ -71,7 +97,8 @@ void list(const NoArgs &, Reply &reply)
 
 void auth(const AuthArgs &args, Reply &reply)
 {
-    const Portals portals;
+    Portals portals;
+    read(portals);
     const guest_portal *const portal = guest_portal_from_name(portals.get(), args.portal.c_str());
     if (!portal)
         throw Failure(Exit::no, args.portal + ": no such portal");
@@ -95,8 +122,9 @@ const guest_portal *find_portal(const guest_portal_set *set, const FindArgs &arg
 void find(const FindArgs &args, Reply &reply)
 {
     if (args.device.has_value() + args.name.has_value() + args.vlan.has_value() != 1)
-        throw Failure(Exit::usage, "one of --device, --name and --vlan is wanted");
-    const Portals portals;
+        throw Misuse("one of --device, --name and --vlan is wanted");
+    Portals portals;
+    read(portals);
     const guest_portal *const portal = find_portal(portals.get(), args);
     if (!portal)
         throw Failure(Exit::no, "no portal serves that");

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "base/ask.h"
 #include "base/cli.h"
 #include "diagnostics.h"
 #include "telemetry/ps_names.h"
@@ -156,13 +157,25 @@ void ps(const PsArgs &args, Reply &reply)
         reply.exit = Exit::no;
 }
 
+// A process whose descriptors were not read passes for one that has none.
+void expect_descriptors(const zorv_ps_record &process)
+{
+    const std::string folder = format("/proc/%d", process.pid);
+    if (process.fd_count < 0 && exists(folder))
+        throw Failure(Exit::failed, folder + "/fd: cannot be read");
+}
+
 void sockets(const PsArgs &args, Reply &reply)
 {
+    for (const char *const table : {"unix", "tcp", "tcp6", "udp", "udp6"})
+        expect_readable(std::string("/proc/net/") + table);
     const PsList list = list_processes(true, args.name);
     expect_sockets(*list);
     Value rows = Value::list();
     const zorv_ps_record *record;
     for (zorv_ps_each(record, list.get())) {
+        if (!args.name.empty())
+            expect_descriptors(*record);
         for (const zorv_fd_record *fd = record->fds.first; fd; fd = fd->next) {
             if (fd->kind != ZORV_FD_SOCKET)
                 continue;

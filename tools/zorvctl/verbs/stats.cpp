@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cmath>
 
+#include "base/ask.h"
 #include "base/cli.h"
 #include "diagnostics.h"
 
@@ -18,14 +19,13 @@ void mem(const NoArgs &, Reply &reply)
 
 void conntrack(const ConntrackArgs &args, Reply &reply)
 {
-    const Hosts hosts(get_top_conntrack_hosts());
-    if (!hosts && errno == ENOENT)
+    // A host for which memory is short is left out: errno tells.
+    const Hosts hosts = ask(kConntrack, [] { return Hosts(get_top_conntrack_hosts()); });
+    if (!hosts)
         throw Failure(Exit::unavailable,
                       std::string(kConntrack) +
                           ": not there; the kernel needs CONFIG_NF_CONNTRACK_PROCFS, and "
                           "connection tracking in use");
-    if (!hosts)
-        throw io_failure(kConntrack, errno);
     reply.table("hosts", hosts_value(*hosts, args.most), {"host", "count"});
     reply.document.set("total", HASH_CNT(hh, hosts->hosts));
 }
@@ -47,6 +47,8 @@ Value memory_value()
     meminfo_t memory;
     if (meminfo(&memory) != 0)
         throw io_failure("/proc/meminfo", errno);
+    if (memory.MemTotal == 0)
+        throw Failure(Exit::failed, "/proc/meminfo: no MemTotal");
     Value object = Value::take(zorv_meminfo_to_obj(&memory));
     return object.set("used_percent", std::round(double{memory.used_percent} * 100) / 100);
 }

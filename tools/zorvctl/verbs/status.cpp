@@ -5,11 +5,13 @@
 #include <cstring>
 #include <iterator>
 
+#include <fcntl.h>
 #include <net/if.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/cli.h"
+#include "core/own.h"
 
 namespace ctl {
 namespace {
@@ -25,7 +27,9 @@ struct StatusArgs {
 // "ok", or why a file says nothing.
 std::string state_of(const char *path)
 {
-    return access(path, R_OK) == 0 ? "ok" : strerror(errno);
+    const zorv::Fd file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    char byte;
+    return file && TEMP_FAILURE_RETRY(read(file.get(), &byte, 1)) >= 0 ? "ok" : strerror(errno);
 }
 
 // The answers: each names its source, and says "ok" or the reason why there is none.

@@ -12,6 +12,7 @@
 #include "base/cli.h"
 #include "base/text_file.h"
 #include "core/own.h"
+#include "environment.h"
 #include "telemetry/cloud_service.h"
 #include "telemetry/trace_envelope.h"
 
@@ -48,7 +49,7 @@ const Outcome &outcome_of(int result)
 
 std::string service_url()
 {
-    return std::string(zorv::kTraceService.origin()) + "/traces";
+    return ask_environment([] { return std::string(zorv::kTraceService.origin()) + "/traces"; });
 }
 
 // A setter refuses a text that is not UTF-8, and what jansson had no memory for.
@@ -69,10 +70,12 @@ json_t *read_object(const std::string &data)
     const std::string text = data.starts_with('@') ? read_input(data.substr(1)) : data;
     json_error_t error;
     zorv::Json json(json_loadb(text.data(), text.size(), 0, &error));
+    if (!json && json_error_code(&error) == json_error_out_of_memory)
+        throw std::bad_alloc();
     if (!json)
-        throw Failure(Exit::usage, data + ": " + error.text);
+        throw Misuse("--data: " + data + ": " + error.text);
     if (!json_is_object(json.get()))
-        throw Failure(Exit::usage, data + ": not a JSON object");
+        throw Misuse("--data: " + data + ": not a JSON object");
     return json.release();
 }
 
@@ -83,7 +86,7 @@ json_t *make_texts(const std::vector<std::string> &pairs)
     for (const std::string &pair : pairs) {
         const size_t end = pair.find('=');
         if (end == pair.npos)
-            throw Failure(Exit::usage, pair + ": not KEY=VALUE");
+            throw Misuse(pair + ": not KEY=VALUE");
         expect_set(json_object_set_new(object.get(), pair.substr(0, end).c_str(),
                                        json_string(pair.substr(end + 1).c_str())),
                    pair, pair);
@@ -99,6 +102,8 @@ zorv::Json make_trace(const SendArgs &args, const std::string *data)
     if (data)
         expect_set(trace_object_set_payload_new(json, read_object(*data)), "", "--data");
     const auto now = static_cast<json_int_t>(zorv::milliseconds_now());
+    if (args.timestamp.value_or(now) < 0)
+        throw Misuse("--timestamp: before 1970");
     expect_set(trace_object_set_timestamp_new(json, json_integer(args.timestamp.value_or(now))), "",
                "--timestamp");
     expect_set(trace_object_set_type_new(json, json_string(args.type.c_str())), args.type, "TYPE");
@@ -111,11 +116,10 @@ zorv::Json make_trace(const SendArgs &args, const std::string *data)
     return trace;
 }
 
-zorv::Json batch_of(zorv::Json trace)
+void append(const zorv::Json &batch, zorv::Json trace)
 {
-    zorv::Json batch(trace_array());
-    trace_array_append_new(batch.get(), trace.release());
-    return batch;
+    if (trace_array_append_new(batch.get(), trace.release()) != 0)
+        throw std::bad_alloc();
 }
 
 // One batch for all traces, or one for each.
@@ -123,22 +127,27 @@ std::vector<zorv::Json> make_batches(const SendArgs &args)
 {
     std::vector<zorv::Json> batches;
     if (args.data.empty())
-        batches.push_back(batch_of(make_trace(args, nullptr)));
+        append(batches.emplace_back(trace_array()), make_trace(args, nullptr));
     for (const std::string &data : args.data) {
-        zorv::Json trace = make_trace(args, &data);
         if (batches.empty() || args.each)
-            batches.push_back(batch_of(std::move(trace)));
-        else
-            trace_array_append_new(batches.back().get(), trace.release());
+            batches.emplace_back(trace_array());
+        append(batches.back(), make_trace(args, &data));
     }
     return batches;
+}
+
+// The library takes a mode that it cannot read for off.
+int send_batch(const zorv::Json &batch)
+{
+    const int result = send_traces(batch.get(), nullptr);
+    return result == TRACE_OFF && unit_mode().value != 0 ? -1 : result;
 }
 
 void send_all(const std::vector<zorv::Json> &batches, Reply &reply)
 {
     Value list = Value::list();
     for (const zorv::Json &batch : batches) {
-        const Outcome &outcome = outcome_of(send_traces(batch.get(), nullptr));
+        const Outcome &outcome = outcome_of(send_batch(batch));
         if (outcome.exit != Exit::done)
             reply.exit = outcome.exit;
         list.add(Value::object()
@@ -187,7 +196,7 @@ void status(const NoArgs &, Reply &reply)
                     .set("mode", unit.value)
                     .set("mode_file", kModeFile)
                     .set("mode_from", unit.is_told ? "file" : "default")
-                    .set("environment", kEnvironments[get_kelo_env_limit_prod()])
+                    .set("environment", kEnvironments[ask_environment(get_kelo_env_limit_prod)])
                     .set("url", service_url()));
     if (unit.value == 0)
         reply.exit = Exit::refused;

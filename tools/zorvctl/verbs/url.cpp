@@ -6,6 +6,7 @@
 
 #include <zorv/url.h>
 
+#include "base/ask.h"
 #include "base/cli.h"
 #include "core/own.h"
 
@@ -25,7 +26,7 @@ struct ResolveArgs {
 
 Url parse_url(const std::string &text)
 {
-    Url record(url_parse(text.c_str()));
+    Url record = ask(text, [&] { return Url(url_parse(text.c_str())); });
     if (!record)
         throw Failure(Exit::no, "invalid", text + ": not a URL of a known scheme");
     return record;
