@@ -73,12 +73,13 @@ TEST_F(Torture, VerbsOfTheUnit)
 
 TEST_F(Torture, VerbsThatSend)
 {
-    torture_verbs(R"(http post https://trace.zorv.example/; trace send a b; trace status;
+    torture_verbs(
+        R"(http post https://trace.zorv.example/; trace send a b; trace status; crash report;
         discovery init-check|[0] device*|[1] device*; discovery send --method 1 a >/dev/null)");
 }
 
 TEST_F(Torture, VerbsOfCrashes)
 {
-    torture_verbs(R"(crash prune --keep 1; crash report; crash next >/dev/null; crash finish a.tgz;
-        crash status >/dev/null)");
+    torture_verbs(
+        R"(crash prune --keep 1; crash next >/dev/null; crash finish a.tgz; crash status >/dev/null)");
 }
