@@ -77,12 +77,12 @@ TEST_F(Torture, VerbsOfTheUnit)
 TEST_F(Torture, VerbsThatSend)
 {
     torture_verbs(R"(http get https://trace.zorv.example/ -o out; trace send a b; trace status;
-        discovery init-check; discovery send --method 1 a >/dev/null;
+        crash report; discovery init-check; discovery send --method 1 a >/dev/null;
         discovery list --timeout 0; discovery listen --timeout 0; discovery decode a --key-file a)");
 }
 
 TEST_F(Torture, VerbsOfCrashes)
 {
-    torture_verbs(R"(crash prune --keep 1; crash report; crash next >/dev/null; crash finish a.tgz;
-        crash status >/dev/null)");
+    torture_verbs(
+        R"(crash prune --keep 1; crash next >/dev/null; crash finish a.tgz; crash status >/dev/null)");
 }

@@ -116,8 +116,11 @@ public:
     explicit Counter(const std::string &path)
         : path_(path), file_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666))
     {
-        if (!file_)
+        struct stat info;
+        if (!file_ || fstat(file_.get(), &info) != 0)
             throw io_failure(path, errno);
+        if (!S_ISREG(info.st_mode)) // a pipe would have to be waited for
+            throw Failure(Exit::failed, path + ": not a regular file");
         for (int left = kPatience; flock(file_.get(), LOCK_EX | LOCK_NB) != 0; --left) {
             if (errno != EWOULDBLOCK && errno != EINTR)
                 throw io_failure(path, errno);
