@@ -57,7 +57,7 @@ void edit_file(const EditArgs &args, const Settings &settings, Reply &reply)
     std::optional<Replacement> replacement;
     if (!args.dry_run)
         replacement.emplace(args.file, args.wait);
-    const Edit edit(read_file(args.file), settings);
+    const Edit edit(replacement ? replacement->read() : read_file(args.file), settings);
     const bool due = edit.is_due() && replacement;
     if (due) {
         check_lookups(edit.before(), replacement->write(edit.after()), settings, args.file);
