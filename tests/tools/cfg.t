@@ -20,6 +20,10 @@ zorvctl: x: no such key
 zorvctl: the standard input can be read once (see: zorvctl cfg diff --help)
 zorvctl: --shell: b_c and b.c have one name (see: zorvctl cfg get --help)
 [2]
+$ zorvctl cfg get shell.cfg nothing --default 'a
+> b'
+zorvctl: --default: a value holds no newline: a\x0ab
+[2]
 $ zorvctl cfg list a.cfg misc.; zorvctl cfg list a.cfg MISC.RACK --exact --json; zorvctl cfg list a.cfg nothing. --json
 KEY                VALUE
 misc.site.contact  +1-202-555-0143
