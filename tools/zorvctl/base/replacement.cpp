@@ -52,7 +52,7 @@ Replacement::Replacement(const std::string &path, double wait) : path_(resolve(p
     folder_path_ = path_.substr(0, name);
     name_ = path_.substr(name);
     room_name_ = "." + name_ + ".zorvctl";
-    if (stat(path_.c_str(), &old_) != 0 ||
+    if (lstat(path_.c_str(), &old_) != 0 ||
         faccessat(AT_FDCWD, path_.c_str(), W_OK, AT_EACCESS) != 0)
         throw io_failure(path, errno);
     if (!S_ISREG(old_.st_mode))
