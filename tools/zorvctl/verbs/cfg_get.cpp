@@ -138,9 +138,9 @@ Value get_one(const GetArgs &args, cfg_entry *cfg, const std::string &key, Reply
 {
     const auto found = look_up(args.type, cfg, key);
     if (!found) {
-        const Failure failure = not_found(args.type, cfg, key);
+        const Failure missing = not_found(args.type, cfg, key);
         if (!args.fallback)
-            throw failure;
+            throw Failure(missing);
     }
     const Found value = found ? *found : read_default(args.type, *args.fallback);
     if (args.shell)
