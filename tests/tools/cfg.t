@@ -22,7 +22,7 @@ zorvctl: --shell: b_c and b.c have one name (see: zorvctl cfg get --help)
 [2]
 $ zorvctl cfg get shell.cfg nothing --default 'a
 > b'
-zorvctl: --default: a value holds no newline: a\x0ab
+zorvctl: --default: a value holds no newline: a\x0ab (see: zorvctl cfg get --help)
 [2]
 $ zorvctl cfg list a.cfg misc.; zorvctl cfg list a.cfg MISC.RACK --exact --json; zorvctl cfg list a.cfg nothing. --json
 KEY                VALUE

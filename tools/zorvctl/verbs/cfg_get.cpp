@@ -84,7 +84,7 @@ bool has_key(const cfg_entry *cfg, const std::string &key)
 Found read_default(Type type, const std::string &text)
 {
     if (text.find('\n') != text.npos)
-        throw Failure(Exit::usage, "--default: a value holds no newline: " + text);
+        throw Misuse("--default: a value holds no newline: " + text);
     const Config cfg = parse_text("default=" + text + "\n");
     const auto found = look_up(type, cfg.get(), "default");
     if (!found)
