@@ -17,8 +17,12 @@ b.c=off
 x=1
 $ zorvctl cfg get shell.cfg 1.a x; zorvctl cfg diff - - <shell.cfg; zorvctl cfg get --shell shell.cfg b.c b_c
 zorvctl: x: no such key
-zorvctl: OLD and NEW cannot both be the standard input (see: zorvctl cfg diff --help)
+zorvctl: the standard input can be read once (see: zorvctl cfg diff --help)
 zorvctl: --shell: b_c and b.c have one name (see: zorvctl cfg get --help)
+[2]
+$ zorvctl cfg get shell.cfg nothing --default 'a
+> b'
+zorvctl: --default: a value holds no newline: a\x0ab (see: zorvctl cfg get --help)
 [2]
 $ zorvctl cfg list a.cfg misc.; zorvctl cfg list a.cfg MISC.RACK --exact --json; zorvctl cfg list a.cfg nothing. --json
 KEY                VALUE

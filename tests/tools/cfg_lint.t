@@ -114,6 +114,8 @@ $ while read -r line; do
 > a.<n>.1 text
 > a<n> text
 > a..b text
+> a. text
+> .* closed
 > a.* shut
 > a.1.* closed
 > a text\\nA text
@@ -132,6 +134,8 @@ $ while read -r line; do
 :2: a.<n>.1: a number beside <n>
 :2: a<n>: not a key, with <n> for an index
 :2: a..b: not a key, with <n> for an index
+:2: a.: not a key, with <n> for an index
+:2: : not a key, with <n> for an index
 :2: a.*: neither closed nor open
 :2: a.1.*: a number, where only <n> may stand
 :3: A: told before

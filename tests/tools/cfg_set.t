@@ -47,6 +47,17 @@ zorvctl: --wait: "-1" is not a number from 0 to 86400 (see: zorvctl cfg set --he
 zorvctl: a.cfg/: Not a directory
 zorvctl: a key holds no "=": a=1 (see: zorvctl cfg unset --help)
 [2]
+$ printf 'a number 1..9\nb text, deprecated\n' >s.schema; zorvctl cfg set -f a.cfg --schema s.schema b=new a=10
+zorvctl: a: "10" does not fit "number 1..9"
+[4]
+$ zorvctl cfg set -f a.cfg --schema s.schema a=8 b=new; echo a=10 | zorvctl cfg set -f a.cfg --from - --schema -
+b: deprecated
+CHANGE   KEY  OLD  NEW
+changed  a    9    8
+added    b    -    new
+not read, or not whole: 1 lines, which cfg lint names
+zorvctl: the standard input can be read once (see: zorvctl cfg set --help)
+[2]
 $ mkdir many; cd many; seq -f 'wireless.%g.ssid=office' 3000 >rest; { echo '# note'; echo round=0; cat rest; } >a.cfg
 $ for delay in $(seq 0.0005 0.0005 0.03); do # killed anywhere, it leaves a whole file; the next one, no other
 >   timeout -s KILL $delay zorvctl cfg set -f a.cfg round=$delay

@@ -60,7 +60,7 @@ void torture_verbs(const std::string &verbs)
 TEST_F(Torture, VerbsForScripts)
 {
     torture_verbs(R"(cfg get a a vlan.1.id; cfg list a; cfg diff a b; cfg lint --schema s a b;
-        cfg apply --set a=1 a; cfg set -f a z=$$ >/dev/null; hash -c a.sha;
+        cfg apply --set a=1 a; cfg set -f a --schema s z=$$ >/dev/null; hash -c a.sha;
         aes encrypt --key-file c.key --iv 00000000000000000000000000000000 a; lock status report;
         file get n; file add n 0; json get c c 0 --json; url resolve localhost; lock inform true;
         capture 'echo 1'; exec run a)");

@@ -52,12 +52,11 @@ Replacement::Replacement(const std::string &path, double wait) : path_(resolve(p
     folder_path_ = path_.substr(0, name);
     name_ = path_.substr(name);
     room_name_ = "." + name_ + ".zorvctl";
-    struct stat old;
-    if (stat(path_.c_str(), &old) != 0 || faccessat(AT_FDCWD, path_.c_str(), W_OK, AT_EACCESS) != 0)
+    if (lstat(path_.c_str(), &old_) != 0 ||
+        faccessat(AT_FDCWD, path_.c_str(), W_OK, AT_EACCESS) != 0)
         throw io_failure(path, errno);
-    if (!S_ISREG(old.st_mode))
+    if (!S_ISREG(old_.st_mode))
         throw Failure(Exit::failed, path + ": not a regular file");
-    owner_ = old.st_uid;
     folder_ = Fd(open(folder_path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder_)
         throw io_failure(folder_path_, errno);
@@ -121,7 +120,7 @@ Replacement::Attempt Replacement::try_to_enter()
 
 bool Replacement::is_trusted(const struct stat &room) const
 {
-    return room.st_uid == geteuid() || room.st_uid == owner_ || room.st_uid == 0;
+    return room.st_uid == geteuid() || room.st_uid == old_.st_uid || room.st_uid == 0;
 }
 
 // Where everybody may make files, like /tmp, somebody may have taken the name.
@@ -132,6 +131,18 @@ void Replacement::put_aside() const
     if (renameat(folder_.get(), room_name_.c_str(), folder_.get(), aside.c_str()) != 0 &&
         errno != ENOENT)
         throw io_failure(folder_path_ + room_name_ + ": is somebody else's", errno);
+}
+
+// Whoever may write in the folder may put another file or a link there at any time.
+std::string Replacement::read()
+{
+    const Fd file(
+        openat(folder_.get(), name_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file || fstat(file.get(), &old_) != 0)
+        throw io_failure(path_, errno);
+    if (!S_ISREG(old_.st_mode))
+        throw Failure(Exit::failed, path_ + ": not a regular file");
+    return read_all(file, path_);
 }
 
 std::string Replacement::write(std::string_view content)
@@ -152,10 +163,8 @@ std::string Replacement::write(std::string_view content)
 
 void Replacement::commit()
 {
-    struct stat old;
-    if (fstatat(folder_.get(), name_.c_str(), &old, AT_SYMLINK_NOFOLLOW) != 0 ||
-        fchown(fd_.get(), old.st_uid, old.st_gid) != 0 ||
-        fchmod(fd_.get(), old.st_mode & 07777) != 0 || fsync(fd_.get()) != 0 ||
+    if (fchown(fd_.get(), old_.st_uid, old_.st_gid) != 0 ||
+        fchmod(fd_.get(), old_.st_mode & 07777) != 0 || fsync(fd_.get()) != 0 ||
         renameat(room_.get(), kNew, folder_.get(), name_.c_str()) != 0)
         throw io_failure(path_ + ": left as it was", errno);
     if (fsync(folder_.get()) != 0)

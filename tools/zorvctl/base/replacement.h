@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include <sys/types.h>
+#include <sys/stat.h>
 
 #include "base/options.h"
 #include "core/own.h"
@@ -27,7 +27,8 @@ private:
     void (*old_limit_)(int);
 };
 
-// Replaces an existing file under another one's eyes: readers see the old content or the new.
+// Replaces an existing file under another one's eyes: readers see the old content or the new. In
+// this order: read(), write(), commit(); to leave one out and go is to leave the file as it was.
 //
 // The new content is written in a folder `.NAME.zorvctl` beside the file. Whoever has locked that
 // folder is the file's one writer; nobody but root and the writer himself can open it, so nobody
@@ -44,10 +45,14 @@ public:
     Replacement &operator=(const Replacement &) = delete;
     ~Replacement();
 
+    // The old content. Its mode and owner, of the very file that was read, are those of the new
+    // one.
+    std::string read();
+
     // Writes the new content, once; returns what is read back.
     std::string write(std::string_view content);
 
-    // Puts the new content, on disk and with the mode and owner of the old file, in its place.
+    // Puts the new content, on disk, in the place of the old.
     void commit();
 
 private:
@@ -60,7 +65,7 @@ private:
 
     std::optional<HeldSignals> signals_;
     std::string path_, folder_path_, name_, room_name_;
-    uid_t owner_ = 0;             // of the file
+    struct stat old_ = {};        // of the file
     zorv::Fd folder_, room_, fd_; // the file's; the one beside it, locked; the new content
 };
 

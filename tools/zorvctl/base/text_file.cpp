@@ -1,6 +1,7 @@
 #include "base/text_file.h"
 
 #include <cerrno>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -43,6 +44,9 @@ std::string read_file(const std::string &path)
 
 std::string read_input(const std::string &path)
 {
+    static bool is_taken = false; // the standard input
+    if (path == "-" && std::exchange(is_taken, true))
+        throw Misuse("the standard input can be read once");
     return read_all(open_input(path), path);
 }
 

@@ -12,7 +12,8 @@ namespace ctl {
 // Reads a file to its end; throws io_failure() when it cannot, or when there is no end in sight.
 std::string read_file(const std::string &path);
 
-// The same, where "-" is the standard input.
+// The same, where "-" is the standard input; the second time that is a misuse, as there would be
+// nothing left of it.
 std::string read_input(const std::string &path);
 
 // The same of an open file, from where it is.

@@ -67,7 +67,7 @@ void apply(const ApplyArgs &args, Reply &reply)
     std::optional<Replacement> replacement;
     if (!args.dry_run)
         replacement.emplace(args.file, args.wait);
-    const Edit edit(read_file(args.file), settings);
+    const Edit edit(replacement ? replacement->read() : read_file(args.file), settings);
     const bool due = edit.is_due();
     if (due && replacement) {
         const Config wanted = parse_text(edit.after());

@@ -49,8 +49,6 @@ Value compare(const cfg_entry *old_cfg, const cfg_entry *new_cfg)
 
 void diff(const DiffArgs &args, Reply &reply)
 {
-    if (args.old_file == "-" && args.new_file == "-")
-        throw Misuse("OLD and NEW cannot both be the standard input");
     const Config old_cfg = load(args.old_file);
     const Config new_cfg = load(args.new_file);
     const Value changes = compare(old_cfg.get(), new_cfg.get());

@@ -3,6 +3,19 @@
 #include <utility>
 
 namespace ctl {
+namespace {
+
+// Gives a last line its newline, without which the parser takes its last byte off; false when there
+// was nothing to mend.
+bool mend_last_line(std::string &text)
+{
+    if (text.empty() || text.back() == '\n')
+        return false;
+    text += '\n';
+    return true;
+}
+
+} // namespace
 
 Edit::Edit(std::string text, const Settings &settings)
     : text_(std::move(text)), mended_(mend_last_line(text_)), settings_(settings),

@@ -83,6 +83,8 @@ bool has_key(const cfg_entry *cfg, const std::string &key)
 // What stands in for a value, read as one.
 Found read_default(Type type, const std::string &text)
 {
+    if (text.find('\n') != text.npos)
+        throw Misuse("--default: a value holds no newline: " + text);
     const Config cfg = parse_text("default=" + text + "\n");
     const auto found = look_up(type, cfg.get(), "default");
     if (!found)
@@ -136,15 +138,16 @@ Value get_one(const GetArgs &args, cfg_entry *cfg, const std::string &key, Reply
 {
     const auto found = look_up(args.type, cfg, key);
     if (!found) {
-        const Failure failure = not_found(args.type, cfg, key);
+        const Failure missing = not_found(args.type, cfg, key);
         if (!args.fallback)
-            throw failure;
+            throw Failure(missing);
     }
     const Found value = found ? *found : read_default(args.type, *args.fallback);
     if (args.shell)
-        reply.line(shell_name(key) + "=" + shell_quoted(value.text));
+        reply.bytes(shell_name(key) + "=" + shell_quoted(value.text));
     else
-        reply.line(args.keys.size() == 1 ? value.text : key + "=" + value.text);
+        reply.bytes(args.keys.size() == 1 ? value.text : key + "=" + value.text);
+    reply.line("");
     if (json_is_false(value.value.get()))
         reply.exit = Exit::no;
     return Value::object()

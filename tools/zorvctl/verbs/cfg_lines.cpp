@@ -1,26 +1,18 @@
 #include "cfg_lines.h"
 
+#include "core/text_tools.h"
+
 namespace ctl {
 namespace {
-
-constexpr char kBlanks[] = " \t";
-
-std::string_view strip(std::string_view text)
-{
-    const size_t begin = text.find_first_not_of(kBlanks);
-    if (begin == text.npos)
-        return {};
-    return text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin);
-}
 
 // Of a line that is no comment.
 const char *kind_of_loss(const CfgLine &line)
 {
-    if (line.text.find('\0') != line.text.npos)
+    if (line.read.size() != line.text.size())
         return "nul-byte";
     if (line.text.starts_with('\r'))
         return line.text.find_first_not_of(" \t\r") != line.text.npos ? "carriage-return" : nullptr;
-    return !line.entry && !strip(line.text).empty() ? "no-equals" : nullptr;
+    return !line.entry && !zorv::strip_blanks(line.text).empty() ? "no-equals" : nullptr;
 }
 
 } // namespace
@@ -33,6 +25,7 @@ bool CfgLines::next()
     line_.complete = end != rest_.npos;
     line_.text = rest_.substr(0, end);
     rest_.remove_prefix(line_.complete ? end + 1 : rest_.size());
+    line_.read = line_.text.substr(0, line_.text.find('\0'));
     line_.number++;
     take_apart();
     return true;
@@ -47,24 +40,15 @@ void CfgLines::take_apart()
     line_.misc = misc_line_ != 0;
     if (line_.text.starts_with('#'))
         return;
-    const size_t end = line_.text.find('\0'); // where the line ends for the parser
-    const size_t equals = line_.text.substr(0, end).find('=');
-    line_.entry = equals != line_.text.npos && !line_.text.starts_with('\r');
+    const size_t equals = line_.read.find('=');
+    line_.entry = equals != line_.read.npos && !line_.read.starts_with('\r');
     if (line_.entry) {
-        line_.key = strip(line_.text.substr(0, equals));
-        line_.value = line_.text.substr(0, end).substr(equals + 1);
-        if (end != line_.text.npos && !line_.value.empty())
+        line_.key = zorv::strip_blanks(line_.read.substr(0, equals));
+        line_.value = line_.read.substr(equals + 1);
+        if (line_.read.size() != line_.text.size() && !line_.value.empty())
             line_.value.remove_suffix(1);
     }
     line_.lost = kind_of_loss(line_);
-}
-
-bool mend_last_line(std::string &text)
-{
-    if (text.empty() || text.back() == '\n')
-        return false;
-    text += '\n';
-    return true;
 }
 
 Value list_lost(std::string_view text)

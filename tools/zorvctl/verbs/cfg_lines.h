@@ -2,7 +2,6 @@
 #ifndef ZORVCTL_CFG_LINES_H
 #define ZORVCTL_CFG_LINES_H
 
-#include <string>
 #include <string_view>
 
 #include "base/value.h"
@@ -12,10 +11,11 @@ namespace ctl {
 struct CfgLine {
     size_t number = 0;
     std::string_view text;       // all of it but its newline
+    std::string_view read;       // of that what the parser reads: up to a NUL byte
     bool complete = true;        // it has its newline
     bool misc = false;           // it stands in the misc region
     bool entry = false;          // it has a key and a value...
-    std::string_view key, value; // ... of which the parser loses nothing more in a last line
+    std::string_view key, value; // ... which a last line without a newline has, once that is there
     const char *lost = nullptr;  // the kind, by lint's name, of what the parser does not keep
 };
 
@@ -36,10 +36,6 @@ private:
     CfgLine line_;
     size_t misc_line_ = 0;
 };
-
-// Gives a last line its newline, without which the parser takes its last byte off; false when there
-// was nothing to mend.
-bool mend_last_line(std::string &text);
 
 // What the parser does not keep of a text, comments aside: a list of `line` and `kind`.
 Value list_lost(std::string_view text);

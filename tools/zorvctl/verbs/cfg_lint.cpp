@@ -10,6 +10,7 @@
 #include "cfg.h"
 #include "cfg_lines.h"
 #include "cfg_schema.h"
+#include "core/text_tools.h"
 
 namespace ctl {
 namespace {
@@ -28,7 +29,7 @@ public:
     void run()
     {
         while (lines_.next())
-            check(lines_.line().text);
+            check(lines_.line());
         if (schema_)
             schema_->check_missing(findings_);
     }
@@ -43,46 +44,41 @@ private:
         findings_.push_back({lines(), kind, severity, key_, std::string(message)});
     }
 
-    void check(std::string_view line)
+    void check(const CfgLine &line)
     {
+        const bool is_whole = line.read.size() == line.text.size();
         key_.clear();
-        if (!lines_.line().complete)
-            find("no-newline", line.starts_with('#') ? Severity::warning : Severity::error,
+        if (!line.complete)
+            find("no-newline", line.text.starts_with('#') ? Severity::warning : Severity::error,
                  "the last line has no newline: a value loses its last byte");
-        if (line.starts_with('#'))
+        if (line.text.starts_with('#'))
             return;
-        const size_t nul = line.find('\0');
-        if (nul != std::string_view::npos)
+        if (!is_whole)
             find("nul-byte", Severity::error,
                  "the line ends here for the parser, less the byte before the NUL");
-        if (line.starts_with('\r'))
-            find("carriage-return", Severity::error,
-                 "a line that begins with a carriage return is skipped");
-        else if (line.find('\r') != std::string_view::npos)
+        if (line.text.starts_with('\r'))
+            return find("carriage-return", Severity::error,
+                        "a line that begins with a carriage return is skipped");
+        if (line.text.find('\r') != line.text.npos)
             find("carriage-return", Severity::error, "the carriage return stays in the text");
-        line = line.substr(0, nul);
-        if (line.starts_with('\r') || line.find_first_not_of(" \t") == std::string_view::npos)
+        if (!line.entry && !zorv::strip_blanks(line.read).empty())
+            find("no-equals", Severity::error, "a line without \"=\" is skipped");
+        if (!line.entry)
             return;
-        const size_t equals = line.find('=');
-        if (equals == std::string_view::npos)
-            return find("no-equals", Severity::error, "a line without \"=\" is skipped");
-        check_key(line.substr(0, equals));
-        std::string value(lines_.line().value);
-        if (!lines_.line().complete && nul == std::string_view::npos && !value.empty())
+        check_key(line);
+        std::string value(line.value);
+        if (!line.complete && is_whole && !value.empty())
             value.pop_back(); // in the place of the newline
         if (schema_)
-            schema_->check(key_, value, lines(), findings_);
+            schema_->check(key_, value, line.number, findings_);
     }
 
-    void check_key(std::string_view key)
+    void check_key(const CfgLine &line)
     {
-        constexpr char kBlanks[] = " \t";
-        const size_t begin = key.find_first_not_of(kBlanks);
-        const size_t end = key.find_last_not_of(kBlanks) + 1;
-        key_ = begin == std::string_view::npos ? "" : key.substr(begin, end - begin);
+        key_ = line.key;
         if (key_.empty())
             find("empty-key", Severity::warning, "the value has no key");
-        else if (key_.size() != key.size())
+        else if (key_.size() != line.read.find('='))
             find("blanks", Severity::warning,
                  "blanks around the key are dropped; those of the value stay");
         if (key_.starts_with('#'))

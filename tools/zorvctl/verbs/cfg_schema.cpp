@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::string_view kIndex = "<n>";
 constexpr char kBlanks[] = " \t";
+constexpr char kNoKey[] = "not a key, with <n> for an index";
 constexpr size_t kIndexDigits = 9; // those of an int
 constexpr size_t kLongest = 255;   // bytes of a pattern: what is looked for in each key
 
@@ -41,6 +42,8 @@ void check_pattern(std::string_view pattern)
 {
     if (pattern.size() > kLongest)
         refuse("key", "more than 255 bytes");
+    if (pattern.empty() || pattern.ends_with('.'))
+        refuse(pattern, kNoKey);
     bool any = false, fixed = false;
     for (std::string_view rest = pattern; !rest.empty();) {
         const std::string_view part = take_part(rest);
@@ -48,7 +51,7 @@ void check_pattern(std::string_view pattern)
         fixed = fixed || is_number(part);
         if (part.empty() ||
             (part != kIndex && part.find_first_of("<>*=") != std::string_view::npos))
-            refuse(pattern, "not a key, with <n> for an index");
+            refuse(pattern, kNoKey);
     }
     if (any && fixed)
         refuse(pattern, "a number beside <n>");

@@ -57,7 +57,7 @@ void edit_file(const EditArgs &args, const Settings &settings, Reply &reply)
     std::optional<Replacement> replacement;
     if (!args.dry_run)
         replacement.emplace(args.file, args.wait);
-    const Edit edit(read_file(args.file), settings);
+    const Edit edit(replacement ? replacement->read() : read_file(args.file), settings);
     const bool due = edit.is_due() && replacement;
     if (due) {
         check_lookups(edit.before(), replacement->write(edit.after()), settings, args.file);
@@ -124,6 +124,7 @@ constexpr Verb kCfgSet[2] = {
               "Set keys where lookups see them, or at the end; all other lines stay, comments too. "
               "The file is replaced as a whole or not at all",
               "zorvctl cfg set radio.1.channel=36 radio.1.txpower=17\n"
+              "  zorvctl cfg set --schema /usr/share/zorv/system.cfg.schema mgmt.kelo.env=stage\n"
               "  printf 'ntp.1.server=192.0.2.1\\n' | zorvctl cfg set -f new.cfg --from - --wait 5",
               kSet),
     verb<unset>("unset", "Remove keys with all of their lines; a key that is not there is no error",
