@@ -13,12 +13,12 @@ a.cfg real.cfg
 -rwSr-----
 $ for text in a =1 ' a=1' '#a=1' '\ra=1' 'a=1\nb=1'; do # what could not be read back
 >   zorvctl cfg apply --set "$(printf "$text")" a.cfg; done
-zorvctl: --set: not KEY=VALUE: a
-zorvctl: --set: the key is empty: =1
-zorvctl: --set: the key has blanks around it:  a=1
-zorvctl: --set: the line would be skipped as a comment: #a=1
-zorvctl: --set: the line would be skipped as a comment: \x0da=1
-zorvctl: --set: a line cannot hold a newline: a=1\x0ab=1
+zorvctl: --set: not KEY=VALUE: a (see: zorvctl cfg apply --help)
+zorvctl: --set: the key is empty: =1 (see: zorvctl cfg apply --help)
+zorvctl: --set: the key has blanks around it:  a=1 (see: zorvctl cfg apply --help)
+zorvctl: --set: the line would be skipped as a comment: #a=1 (see: zorvctl cfg apply --help)
+zorvctl: --set: the line would be skipped as a comment: \x0da=1 (see: zorvctl cfg apply --help)
+zorvctl: --set: a line cannot hold a newline: a=1\x0ab=1 (see: zorvctl cfg apply --help)
 [2]
 $ mkdir shut; echo a=0 >shut/a.cfg; chmod 1777 shut; cd shut # what others hold or put there stops nobody
 $ flock . flock a.cfg zorvctl cfg apply --set a=1 a.cfg | tail -1

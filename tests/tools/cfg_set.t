@@ -40,8 +40,8 @@ changed  a    9    1
 $ for words in '' a 'a= =1' '--from -' '--wait -1 a=1' '-f a.cfg/ a=1'; do
 >   printf 'a=1\nb=2\r\n' | zorvctl cfg set $words; done; zorvctl cfg unset a=1
 zorvctl: KEY=VALUE or --from is required (see: zorvctl cfg set --help)
-zorvctl: setting: not KEY=VALUE: a
-zorvctl: setting: the key is empty: =1
+zorvctl: setting: not KEY=VALUE: a (see: zorvctl cfg set --help)
+zorvctl: setting: the key is empty: =1 (see: zorvctl cfg set --help)
 zorvctl: standard input, line 2: the line ends with a carriage return
 zorvctl: --wait: "-1" is not a number from 0 to 86400 (see: zorvctl cfg set --help)
 zorvctl: a.cfg/: Not a directory

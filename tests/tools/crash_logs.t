@@ -17,9 +17,10 @@ f.tgz    10  no-payload         0  no           no
 $ pack() { echo "$2" >log.txt; mkdir -p $store; tar -czf $store/$1 log.txt; }; rm -r $store*; pack a.tgz broken
 $ zorvctl crash next --file out | grep type; cmp out $store/a.tgz
     "type": "vwire_disconnect",
-$ zorvctl crash finish a.tgz; zorvctl crash finish a.tgz; xargs <saves
+$ zorvctl crash finish a.tgz; zorvctl crash finish a.tgz; zorvctl crash finish meta; xargs <saves
 finished a.tgz
 zorvctl: a.tgz: finished before
+zorvctl: meta: no such log
 saved saved
 $ rm -r $store*; pack a.tgz broken; pack b.tgz whole
 $ printf '%s\n' 'site crash.zorv.example' 'answer POST /v1/crash holding broken 500' 'answer POST * 200' | cloud

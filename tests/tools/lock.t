@@ -12,6 +12,9 @@ $ exec 7</run/inform-profile.lock; flock 7; hurry zorvctl lock inform -- true
 zorvctl[...]: [error] statistics.inform_profile_lock(): couldn't lock /var/run/inform-profile.lock
 zorvctl: /var/run/inform-profile.lock: not to be had
 [4]
+$ mount --bind /dev/null /proc/locks; zorvctl lock status inform; umount /proc/locks # as in a container
+LOCK    PATH                          STATE  PID  PROCESS
+inform  /var/run/inform-profile.lock  held     -        -
 $ exec 7<&-; mkfifo go; zorvctl lock report -- sh -c 'trap "echo told; exit 3" TERM; echo >go; for i in $(seq 500); do sleep 0.01; done' &
 told
 $ read word <go; zorvctl lock status report --no-header; zorvctl lock status inform; kill $!; wait $!

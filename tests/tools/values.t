@@ -55,7 +55,7 @@ $ zorvctl random 3 | grep -c '^[0-9a-f]\{6\}$'; zorvctl random --bytes 9 | wc -c
 1
 9
 {"":""}
-zorvctl: COUNT: from 1 to 1048576 (see: zorvctl random --help)
+zorvctl: COUNT: "0" is not from 1 to 1048576 (see: zorvctl random --help)
 [2]
 $ printf 'Zm9v\r\n-_8\n' | zorvctl base64 decode --json; echo Zm8=Zm8= | zorvctl base64 decode --json
 {"file":"-","size":5,"hex":"666f6ffbff"}

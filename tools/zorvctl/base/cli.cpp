@@ -73,12 +73,11 @@ int run(std::span<const Family *const> families, int argc, char **argv)
     set_log_level(line.verbosity);
     try {
         return deliver(answer(families, line));
-    } catch (const Misuse &misuse) {
-        return deliver(Failure(Exit::usage, std::string(misuse.what()) +
-                                                " (see: " + command_of(line) + " --help)"),
-                       line.json);
     } catch (const Failure &failure) {
-        return deliver(failure, line.json);
+        if (failure.exit() != Exit::usage)
+            return deliver(failure, line.json);
+        const std::string hint = " (see: " + command_of(line) + " --help)";
+        return deliver(Misuse(failure.what() + hint), line.json);
     }
 }
 

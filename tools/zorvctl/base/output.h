@@ -44,7 +44,7 @@ private:
     const char *code_; // a literal
 };
 
-// What the command line's words come to makes no sense: the message names the verb's help, too.
+// What the command line's words come to makes no sense: the message is shown with the verb's help.
 class Misuse : public Failure {
 public:
     explicit Misuse(const std::string &message) : Failure(Exit::usage, message) {}

@@ -66,6 +66,11 @@ zorv::Json read_meta(const std::string &name)
     return nullptr;
 }
 
+bool stands_before(const CrashLog &a, const CrashLog &b)
+{
+    return a.name < b.name;
+}
+
 bool is_true(const zorv::Json &meta, const char *member)
 {
     return json_is_true(json_object_get(meta.get(), member));
@@ -136,8 +141,7 @@ std::vector<CrashLog> list_logs()
         update(log);
         logs.push_back(log);
     }
-    std::sort(logs.begin(), logs.end(),
-              [](const CrashLog &a, const CrashLog &b) { return a.name < b.name; });
+    std::sort(logs.begin(), logs.end(), stands_before);
     return logs;
 }
 

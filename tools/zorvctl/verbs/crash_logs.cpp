@@ -77,9 +77,12 @@ void finish(const FinishArgs &args, Reply &reply)
 {
     if (args.name == "." || args.name == ".." || args.name.find('/') != args.name.npos)
         throw Misuse("NAME: no name of a log: " + args.name);
-    if (!exists(zorv::kLogs + args.name))
+    const std::vector<CrashLog> logs = list_logs();
+    const auto log = std::find_if(logs.begin(), logs.end(),
+                                  [&](const CrashLog &row) { return row.name == args.name; });
+    if (log == logs.end())
         throw Failure(Exit::no, args.name + ": no such log");
-    if (exists(zorv::kMarkers + args.name))
+    if (log->marked)
         throw Failure(Exit::no, args.name + ": finished before");
     const CommandsToStderr aside;
     if (mark_crash_log_finished(args.name.c_str()) == 0)

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <iterator>
 #include <optional>
+#include <tuple>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -43,14 +44,19 @@ bool may_go(const CrashLog &log, const PruneArgs &args)
     return is_settled(log) && (log.marked || args.unfinished);
 }
 
+// By name where the time is the same.
+bool is_older(const CrashLog &a, const CrashLog &b)
+{
+    return std::tie(a.modified, a.name) < std::tie(b.modified, b.name);
+}
+
 // The oldest first, as many as have to go.
 Logs choose(const Logs &logs, const PruneArgs &args)
 {
     Logs chosen;
     std::copy_if(logs.begin(), logs.end(), std::back_inserter(chosen),
                  [&args](const CrashLog &log) { return may_go(log, args); });
-    std::stable_sort(chosen.begin(), chosen.end(),
-                     [](const CrashLog &a, const CrashLog &b) { return a.modified < b.modified; });
+    std::sort(chosen.begin(), chosen.end(), is_older);
     size_t count = 0;
     if (args.keep)
         count = chosen.size() - std::min(*args.keep, chosen.size());

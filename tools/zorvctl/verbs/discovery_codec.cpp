@@ -75,14 +75,6 @@ void read_sender(const std::string &text, uint8_t (&mac)[6])
     memcpy(mac, bytes->data(), sizeof mac);
 }
 
-std::string hexadecimal(std::string_view bytes)
-{
-    std::string text;
-    for (const char c : bytes)
-        text += format("%02x", static_cast<uint8_t>(c));
-    return text;
-}
-
 std::string make_datagram(const EncodeArgs &args)
 {
     const std::string message = message_of(args.text, args.nul);

@@ -38,17 +38,17 @@ Value split(std::string_view names)
     return list.add(names);
 }
 
-Value thing_value(const Thing &thing, const Finding &finding)
+Value thing_value(const Thing &thing, const Condition &condition)
 {
     return Value::object()
         .set("thing", name_of(thing))
         .set("path", thing.path)
         .set("key", has_key(thing) ? Value(thing.key) : Value())
         .set("required", thing.required)
-        .set("state", word(finding.state))
-        .set("detail", finding.detail)
+        .set("state", word(condition.state))
+        .set("detail", condition.detail)
         .set("readers", split(thing.readers))
-        .set("without", finding.state == State::ok ? Value() : Value(thing.without));
+        .set("without", condition.state == State::ok ? Value() : Value(thing.without));
 }
 
 void show_things(Summary &summary, Reply &reply)
@@ -56,11 +56,11 @@ void show_things(Summary &summary, Reply &reply)
     Value list = Value::list();
     size_t right = 0;
     for (const Thing &thing : kThings) {
-        const Finding finding = examine(thing);
-        list.add(thing_value(thing, finding));
-        if (is_off(finding))
+        const Condition condition = examine(thing);
+        list.add(thing_value(thing, condition));
+        if (is_off(condition))
             summary.off.push_back(format("%s: %s (%s): %s; see: %s", name_of(thing).c_str(),
-                                         word(finding.state), printable(finding.detail).c_str(),
+                                         word(condition.state), printable(condition.detail).c_str(),
                                          thing.without, thing.readers));
         else
             ++right;

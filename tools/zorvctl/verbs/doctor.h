@@ -17,14 +17,14 @@ enum class State {
     unfit,   // there, but not what the library makes sense of
 };
 
-struct Finding {
+struct Condition {
     State state;
     std::string detail; // what stands there, or what is wrong with it
 };
 
-inline bool is_off(const Finding &finding)
+inline bool is_off(const Condition &condition)
 {
-    return finding.state == State::missing || finding.state == State::unfit;
+    return condition.state == State::missing || condition.state == State::unfit;
 }
 
 const char *word(State state);
@@ -43,40 +43,40 @@ struct Thing {
     const char *key; // of a value; of a table the words that head it; "" else
     Kind kind;
     bool required;
-    Finding (*check)(const Thing &thing); // of what is there, and may be read
-    const char *readers;                  // verbs of zorvctl that show what they make of it
-    const char *without;                  // what is off, or holds instead
+    Condition (*check)(const Thing &thing); // of what is there, and may be read
+    const char *readers;                    // verbs of zorvctl that show what they make of it
+    const char *without;                    // what is off, or holds instead
 };
 
 extern const std::span<const Thing> kThings;
 
-Finding examine(const Thing &thing);
+Condition examine(const Thing &thing);
 
 // The checks. Each reads with the library's own readers where there are some.
-Finding check_presence(const Thing &thing);
-Finding check_line(const Thing &thing);       // a first line
-Finding check_heading(const Thing &thing);    // a first line that holds the key's words
-Finding check_text(const Thing &thing);       // a value, of any UTF-8
-Finding check_hex(const Thing &thing);        // a value, of hexadecimal digits
-Finding check_decimal(const Thing &thing);    // a value, of decimal digits
-Finding check_number(const Thing &thing);     // a file that begins with a number
-Finding check_digit(const Thing &thing);      // a file that begins with a digit
-Finding check_flag(const Thing &thing);       // "true" or "false"
-Finding check_address(const Thing &thing);    // an IPv4 address
-Finding check_interface(const Thing &thing);  // the name of an interface
-Finding check_config(const Thing &thing);     // entries in the format of system.cfg
-Finding check_system_cfg(const Thing &thing); // the same, by its mode as well
-Finding check_board(const Thing &thing);      // the ids of a known board
-Finding check_serial(const Thing &thing);     // 12 hexadecimal digits, at least
-Finding check_mac(const Thing &thing);        // the main MAC address
-Finding check_country(const Thing &thing);    // any of the keys for it
-Finding check_bomrev(const Thing &thing);     // revision of the bill of materials
-Finding check_site_key(const Thing &thing);   // of discovery
-Finding check_site_group(const Thing &thing); // of discovery
-Finding check_lease(const Thing &thing);      // a word of the DHCP client
-Finding check_version(const Thing &thing);    // of the firmware
-Finding check_build(const Thing &thing);      // a release, or not
-Finding check_script(const Thing &thing);     // the system script
+Condition check_presence(const Thing &thing);
+Condition check_line(const Thing &thing);       // a first line
+Condition check_heading(const Thing &thing);    // a first line that holds the key's words
+Condition check_text(const Thing &thing);       // a value, of any UTF-8
+Condition check_hex(const Thing &thing);        // a value, of hexadecimal digits
+Condition check_decimal(const Thing &thing);    // a value, of decimal digits
+Condition check_number(const Thing &thing);     // a file that begins with a number
+Condition check_digit(const Thing &thing);      // a file that begins with a digit
+Condition check_flag(const Thing &thing);       // "true" or "false"
+Condition check_address(const Thing &thing);    // an IPv4 address
+Condition check_interface(const Thing &thing);  // the name of an interface
+Condition check_config(const Thing &thing);     // entries in the format of system.cfg
+Condition check_system_cfg(const Thing &thing); // the same, by its mode as well
+Condition check_board(const Thing &thing);      // the ids of a known board
+Condition check_serial(const Thing &thing);     // 12 hexadecimal digits, at least
+Condition check_mac(const Thing &thing);        // the main MAC address
+Condition check_country(const Thing &thing);    // any of the keys for it
+Condition check_bomrev(const Thing &thing);     // revision of the bill of materials
+Condition check_site_key(const Thing &thing);   // of discovery
+Condition check_site_group(const Thing &thing); // of discovery
+Condition check_lease(const Thing &thing);      // a word of the DHCP client
+Condition check_version(const Thing &thing);    // of the firmware
+Condition check_build(const Thing &thing);      // a release, or not
+Condition check_script(const Thing &thing);     // the system script
 
 // The page in brief, lines of it.
 struct Summary {

@@ -28,17 +28,17 @@ constexpr size_t kLine = 256;        // more than any of these values
 constexpr size_t kSerialDigits = 12; // the sender of a message is six bytes
 constexpr size_t kKeyDigits = 32;    // AES-128
 
-Finding ok(const std::string &detail = "")
+Condition ok(const std::string &detail = "")
 {
     return {State::ok, detail};
 }
 
-Finding absent(const std::string &detail)
+Condition absent(const std::string &detail)
 {
     return {State::absent, detail};
 }
 
-Finding unfit(const std::string &detail)
+Condition unfit(const std::string &detail)
 {
     return {State::unfit, detail};
 }
@@ -71,7 +71,7 @@ bool all_of(const std::string &text, Predicate holds)
     });
 }
 
-Finding check_value(const Thing &thing, bool (*is_sane)(const std::string &), const char *wanted)
+Condition check_value(const Thing &thing, bool (*is_sane)(const std::string &), const char *wanted)
 {
     const std::string value = value_of(thing);
     if (value.empty())
@@ -103,7 +103,7 @@ bool is_mac(const std::string &text)
 }
 
 // A key of the site's file, as discovery reads it.
-Finding check_site(const Thing &thing, Finding (*judge)(const std::string &value))
+Condition check_site(const Thing &thing, Condition (*judge)(const std::string &value))
 {
     const Config site(parse(thing.path));
     const char *const value = get_value(site.get(), nullptr, "%s", thing.key);
@@ -122,7 +122,7 @@ bool is_of(Kind kind, mode_t mode)
     }
 }
 
-Finding look_at_path(const Thing &thing)
+Condition look_at_path(const Thing &thing)
 {
     constexpr const char *kWanted[] = {"file", "folder", "device"};
     struct stat info;
@@ -135,7 +135,7 @@ Finding look_at_path(const Thing &thing)
     return thing.check(thing);
 }
 
-Finding look_at(const Thing &thing)
+Condition look_at(const Thing &thing)
 {
     switch (thing.kind) {
     case Kind::tool:
@@ -164,25 +164,25 @@ const char *word(State state)
     return "unfit";
 }
 
-Finding examine(const Thing &thing)
+Condition examine(const Thing &thing)
 {
-    Finding finding;
+    Condition condition;
     try {
-        finding = look_at(thing);
+        condition = look_at(thing);
     } catch (const Failure &failure) {
-        finding = unfit(failure.what());
+        condition = unfit(failure.what());
     }
-    if (finding.state == State::absent && thing.required)
-        finding.state = State::missing;
-    return finding;
+    if (condition.state == State::absent && thing.required)
+        condition.state = State::missing;
+    return condition;
 }
 
-Finding check_presence(const Thing & /*thing*/)
+Condition check_presence(const Thing & /*thing*/)
 {
     return ok();
 }
 
-Finding check_line(const Thing &thing)
+Condition check_line(const Thing &thing)
 {
     const std::string line = first_line(thing.path);
     if (line.empty())
@@ -190,7 +190,7 @@ Finding check_line(const Thing &thing)
     return all_of(line, isprint) ? ok(line) : unfit(line + ": not a text");
 }
 
-Finding check_heading(const Thing &thing)
+Condition check_heading(const Thing &thing)
 {
     const std::string line = first_line(thing.path);
     if (line.empty())
@@ -200,34 +200,34 @@ Finding check_heading(const Thing &thing)
                : unfit(format("its first line lacks \"%s\"", thing.key));
 }
 
-Finding check_text(const Thing &thing)
+Condition check_text(const Thing &thing)
 {
     return check_value(thing, is_utf8, "UTF-8");
 }
 
-Finding check_hex(const Thing &thing)
+Condition check_hex(const Thing &thing)
 {
     return check_value(thing, is_hex, "hexadecimal");
 }
 
-Finding check_decimal(const Thing &thing)
+Condition check_decimal(const Thing &thing)
 {
     return check_value(thing, is_decimal, "decimal");
 }
 
-Finding check_number(const Thing &thing)
+Condition check_number(const Thing &thing)
 {
     const UnitSetting setting = tell(thing.path, freadlong(thing.path, 0));
     return setting.is_told ? ok(std::to_string(setting.value)) : unfit("no number");
 }
 
-Finding check_digit(const Thing &thing)
+Condition check_digit(const Thing &thing)
 {
     const std::string line = first_line(thing.path);
     return is_decimal(line.substr(0, 1)) ? ok(line.substr(0, 1)) : unfit("no digit");
 }
 
-Finding check_flag(const Thing &thing)
+Condition check_flag(const Thing &thing)
 {
     const std::string line = first_line(thing.path);
     if (line == "true" || line == "false")
@@ -235,7 +235,7 @@ Finding check_flag(const Thing &thing)
     return unfit(line.empty() ? "empty" : line + ": neither true nor false");
 }
 
-Finding check_address(const Thing &thing)
+Condition check_address(const Thing &thing)
 {
     const std::string line = first_line(thing.path);
     in_addr address;
@@ -244,7 +244,7 @@ Finding check_address(const Thing &thing)
     return address.s_addr == INADDR_ANY ? unfit(line + ": no address yet") : ok(line);
 }
 
-Finding check_interface(const Thing &thing)
+Condition check_interface(const Thing &thing)
 {
     const std::string name = first_line(thing.path);
     if (name.empty())
@@ -252,7 +252,7 @@ Finding check_interface(const Thing &thing)
     return if_nametoindex(name.c_str()) != 0 ? ok(name) : unfit(name + ": no such interface");
 }
 
-Finding check_config(const Thing &thing)
+Condition check_config(const Thing &thing)
 {
     const std::string text = read_file(thing.path);
     if (text.find('\0') != text.npos)
@@ -264,7 +264,7 @@ Finding check_config(const Thing &thing)
     return count > 0 ? ok(format("%zu entries", count)) : unfit("no entries");
 }
 
-Finding check_system_cfg(const Thing &thing)
+Condition check_system_cfg(const Thing &thing)
 {
     struct stat info;
     if (stat(thing.path, &info) == 0 && info.st_mode == (S_IFREG | 0777))
@@ -272,7 +272,7 @@ Finding check_system_cfg(const Thing &thing)
     return check_config(thing);
 }
 
-Finding check_board(const Thing & /*thing*/)
+Condition check_board(const Thing & /*thing*/)
 {
     uint16_t vendor = 0, system = 0;
     if (board_identify_ids(&vendor, &system) != 0)
@@ -283,12 +283,12 @@ Finding check_board(const Thing & /*thing*/)
     return unfit(format("vendor 0x%04x, system id 0x%04x: no board of the table", vendor, system));
 }
 
-Finding check_serial(const Thing &thing)
+Condition check_serial(const Thing &thing)
 {
     return check_value(thing, is_serial, "12 hexadecimal digits");
 }
 
-Finding check_mac(const Thing &thing)
+Condition check_mac(const Thing &thing)
 {
     Thing other = thing;
     other.key = "wifi0.macaddr";
@@ -298,19 +298,19 @@ Finding check_mac(const Thing &thing)
     return is_mac(mac) ? ok(mac) : unfit(mac + ": not a MAC address");
 }
 
-Finding check_country(const Thing & /*thing*/)
+Condition check_country(const Thing & /*thing*/)
 {
     const unsigned code = board_identify()->country_code;
     return code != 0 ? ok(std::to_string(code)) : absent("nor a regdmn[]");
 }
 
-Finding check_bomrev(const Thing & /*thing*/)
+Condition check_bomrev(const Thing & /*thing*/)
 {
     const uint32_t bomrev = pluvo_get_bomrev();
     return bomrev != 0 ? ok(format("0x%08x", bomrev)) : unfit("no bomrev in it");
 }
 
-Finding check_site_key(const Thing &thing)
+Condition check_site_key(const Thing &thing)
 {
     return check_site(thing, [](const std::string &value) {
         if (value.size() != kKeyDigits)
@@ -319,7 +319,7 @@ Finding check_site_key(const Thing &thing)
     });
 }
 
-Finding check_site_group(const Thing &thing)
+Condition check_site_group(const Thing &thing)
 {
     return check_site(thing, [](const std::string &value) {
         in_addr group;
@@ -329,14 +329,14 @@ Finding check_site_group(const Thing &thing)
     });
 }
 
-Finding check_lease(const Thing &thing)
+Condition check_lease(const Thing &thing)
 {
     const std::string line = first_line(thing.path);
     return system_dhcp_status() != 0 ? ok(line) : unfit(line + ": no state of the DHCP client");
 }
 
 // Either half; the whole is told at both.
-Finding check_version(const Thing &thing)
+Condition check_version(const Thing &thing)
 {
     const std::string line = first_line(thing.path);
     if (!is_decimal(line.substr(0, 1)) || !all_of(line, isprint))
@@ -344,7 +344,7 @@ Finding check_version(const Thing &thing)
     return ok(line);
 }
 
-Finding check_build(const Thing &thing)
+Condition check_build(const Thing &thing)
 {
     const std::string type = value_of(thing);
     if (type == "atag")
@@ -352,7 +352,7 @@ Finding check_build(const Thing &thing)
     return type.empty() ? unfit("no such key") : ok(type + ": no release");
 }
 
-Finding check_script(const Thing & /*thing*/)
+Condition check_script(const Thing & /*thing*/)
 {
     const char *const script = zorv::find_system_script();
     if (!script)

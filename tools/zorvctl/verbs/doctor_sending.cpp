@@ -66,7 +66,13 @@ Row oops_row()
     const bool was_reported = access(zorv::kKernelCrashSent, F_OK) == 0;
     if (!is_on_path("oopsdump"))
         return {"kernel crash", "oopsdump", "unknown", "no oopsdump to tell", true};
-    if (has_oops() == 0)
+    bool is_there;
+    try {
+        is_there = holds_oops();
+    } catch (const Failure &failure) {
+        return {"kernel crash", "oopsdump", "unknown", failure.what(), true};
+    }
+    if (!is_there)
         return {"kernel crash", zorv::kKernelCrashSent, "none",
                 was_reported ? "marked as reported: no other is reported before the next reboot"
                              : "none to report",

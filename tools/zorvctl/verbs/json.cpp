@@ -85,7 +85,7 @@ void get(const GetArgs &args, Reply &reply)
     if (!json)
         return reply.miss(args.file + ": no member " + path);
     const Value value = args.integer ? integer_value(json, path) : Value::take(json_incref(json));
-    reply.document.set("file", args.file).set("value", value);
+    reply.document.set("value", value);
     reply.line(json_is_string(value.get()) ? json_string_value(value.get()) : value.dump());
 }
 

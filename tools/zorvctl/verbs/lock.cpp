@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
@@ -180,6 +181,14 @@ int find_holder(const struct stat &file)
     return 0;
 }
 
+// Whether somebody holds it whom that table does not show: a container's has other numbers of
+// devices, and leaves out processes. A process that wants the lock at this very moment tries again.
+bool is_taken(const char *path)
+{
+    const zorv::Fd file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return file && flock(file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
 Value process_name(int pid)
 {
     const zorv::File file(fopen(format("/proc/%d/comm", pid).c_str(), "re"));
@@ -196,7 +205,9 @@ bool add_lock(const Lock &lock, Value &list)
     const bool exists = stat(lock.path, &file) == 0;
     if (!exists && errno != ENOENT)
         throw io_failure(lock.path, errno);
-    const int holder = exists ? find_holder(file) : 0;
+    int holder = exists ? find_holder(file) : 0;
+    if (holder == 0 && is_taken(lock.path))
+        holder = -1;
     const char *const state = holder != 0 ? "held" : exists ? "free" : "free, no such path";
     Value row = Value::object().set("lock", lock.name).set("path", lock.path).set("state", state);
     if (holder > 0)

@@ -111,12 +111,12 @@ std::vector<const zorv_ps_record *> sorted(const zorv_ps_list &list, std::option
 {
     std::vector<const zorv_ps_record *> records;
     const zorv_ps_record *record;
-    for (zorv_ps_each(record, &list))
-        records.push_back(record);
-    if (key)
-        std::stable_sort(records.begin(), records.end(), [&key](const auto *a, const auto *b) {
-            return stands_before(*key, *a, *b);
-        });
+    for (zorv_ps_each(record, &list)) {
+        const auto place = std::upper_bound(
+            records.begin(), records.end(), record,
+            [&key](const auto *a, const auto *b) { return key && stands_before(*key, *a, *b); });
+        records.insert(place, record);
+    }
     return records;
 }
 

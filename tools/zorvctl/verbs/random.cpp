@@ -38,7 +38,7 @@ void make_bytes(const RandomArgs &args, Reply &reply)
 void make_random(const RandomArgs &args, Reply &reply)
 {
     if (args.count == 0 || args.count > kMost)
-        throw Misuse(format("COUNT: from 1 to %zu", kMost));
+        throw Misuse(format("COUNT: \"%zu\" is not from 1 to %zu", args.count, kMost));
     if (args.text)
         make_text(args.count, reply);
     else
