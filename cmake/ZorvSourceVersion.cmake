@@ -9,11 +9,13 @@ if(Git_FOUND AND EXISTS ${PROJECT_SOURCE_DIR}/.git)
                     OUTPUT_VARIABLE ZORV_SOURCE_HASH OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
     execute_process(COMMAND ${git} describe --tags --abbrev=0
                     OUTPUT_VARIABLE ZORV_SOURCE_TAG OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
-    execute_process(COMMAND ${git} rev-parse --path-format=absolute --git-path logs/HEAD
-                    OUTPUT_VARIABLE head_log OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
-    if(EXISTS "${head_log}") # a new commit configures anew, so that the strings stay true
-        set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${head_log})
-    endif()
+    foreach(name IN ITEMS logs/HEAD refs/tags) # a new commit or tag configures anew
+        execute_process(COMMAND ${git} rev-parse --path-format=absolute --git-path ${name}
+                        OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+        if(EXISTS "${path}")
+            set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${path})
+        endif()
+    endforeach()
 else()
     file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/source-hash ZORV_SOURCE_HASH LIMIT_COUNT 1)
     file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/source-tag ZORV_SOURCE_TAG LIMIT_COUNT 1)

@@ -6,7 +6,7 @@ traces go to https://trace.zorv.example
 WHAT          STATE       WHERE                               DETAIL
 ...
 
-THING                                    STATE    DETAIL              WITHOUT
+THING                                    STATE    DETAIL              CONSEQUENCE
 /proc/zorvhal/system.info systemid       ok       Tarn Console        -
 ...
 

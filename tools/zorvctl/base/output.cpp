@@ -133,11 +133,18 @@ std::string align(const std::vector<Row> &rows, const std::vector<bool> &numeric
     return text;
 }
 
-std::string title(std::string name)
+// A column is "member", or "member=title".
+std::string member_of(std::string_view column)
 {
-    for (char &c : name)
+    return std::string(column.substr(0, column.find('=')));
+}
+
+std::string title_of(std::string_view column)
+{
+    std::string title(column.substr(column.find('=') + 1)); // npos + 1 is 0
+    for (char &c : title)
         c = c == '_' ? ' ' : static_cast<char>(toupper(static_cast<unsigned char>(c)));
-    return name;
+    return title;
 }
 
 const char *word(Exit exit)
@@ -222,12 +229,13 @@ void Reply::table(const char *name, const Value &list, std::initializer_list<con
     std::vector<Row> rows(header_ ? 1 : 0);
     if (header_)
         for (const char *column : columns)
-            rows[0].push_back(title(column));
+            rows[0].push_back(title_of(column));
     std::vector<bool> numeric(columns.size(), true);
     for (size_t index = 0; index < list.size(); index++) {
         Row row;
         for (const char *column : columns) {
-            const json_t *member = json_object_get(json_array_get(list.get(), index), column);
+            const json_t *member =
+                json_object_get(json_array_get(list.get(), index), member_of(column).c_str());
             numeric[row.size()] =
                 numeric[row.size()] && (!member || json_is_null(member) || json_is_number(member));
             row.push_back(cell(member));

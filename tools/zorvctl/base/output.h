@@ -87,7 +87,8 @@ public:
     // An empty reply of the same kind, for text that goes into this one.
     Reply blank() const { return Reply(json_, header_); }
 
-    // A list of objects: document member `name`, and a table of the columns (member names) in text.
+    // A list of objects: document member `name`, and in text a table of the columns, which are
+    // names of members; "member=title" where the title is another word.
     void table(const char *name, const Value &list, std::initializer_list<const char *> columns);
 
     // An object's members: into the document, and as aligned "name  value" lines.

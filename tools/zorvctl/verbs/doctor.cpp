@@ -67,7 +67,7 @@ void show_things(Summary &summary, Reply &reply)
     }
     summary.right.push_back(format("%zu of %zu things are right", right, kThings.size()));
     reply.line("");
-    reply.table("things", list, {"thing", "state", "detail", "without"});
+    reply.table("things", list, {"thing", "state", "detail", "without=consequence"});
 }
 
 // What is off, a line each, and one line of what is right.

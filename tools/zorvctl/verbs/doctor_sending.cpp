@@ -68,7 +68,7 @@ Row oops_row()
         return {"kernel crash", "oopsdump", "unknown", "no oopsdump to tell", true};
     if (has_oops() == 0)
         return {"kernel crash", zorv::kKernelCrashSent, "none",
-                was_reported ? "marked as reported: another one before the next reboot is not"
+                was_reported ? "marked as reported: no other is reported before the next reboot"
                              : "none to report",
                 false};
     return {"kernel crash", zorv::kKernelCrashSent, was_reported ? "reported" : "pending",

@@ -48,7 +48,7 @@ constexpr Thing kTable[] = {
     {zorv::kManagementCfg, "", file, kOptional, check_config,
      "status, crash, trace", "management keys are those of system.cfg alone"},
     {kSiteFile, "pluvo.key", file, kRequired, check_site_key,
-     "discovery", "discovery does not start, or is understood by nobody"},
+     "discovery", "discovery does not start, or nobody understands it"},
     {kSiteFile, "pluvo.mcip", file, kRequired, check_site_group,
      "discovery", "discovery does not start, or joins no group"},
 
@@ -94,7 +94,7 @@ constexpr Thing kTable[] = {
     {"/etc/syswrapper.sh", "", anywhere, kRequired, check_script,
      "exec, crash", "no system command runs, what survives a reboot is not saved to flash"},
     {"syswrapper.sh", "", tool, kRequired, check_presence,
-     "crash", "reports hold no log and no configuration, which nobody filters"},
+     "crash", "reports hold no log and no configuration: nothing filters them"},
     {"oopsdump", "", tool, kRequired, check_presence,
      "crash status, crash report", "a crash of the kernel is not found"},
     {"tar", "", tool, kRequired, check_presence,
