@@ -20,9 +20,10 @@ $ seq 20 | xargs -P 8 -I % zorvctl file add many 1 >sums; cat many; echo 9999999
 20
 zorvctl: many: the sum has more than 15 characters
 999999999999999
-$ head -c 70000 /dev/zero | tr '\0' x >long; zorvctl file get long | wc -c; zorvctl file get table none --json
+$ head -c 70000 /dev/zero | tr '\0' x >long; zorvctl file get long | wc -c; zorvctl file get table none --json; zorvctl file get table ""
 70001
 {"file":"table","found":false,"value":null}
+zorvctl: table: no value for 
 [1]
 $ echo 10 10 10 10 10 1000 10 10 10 10 10 | zorvctl avg --json; zorvctl avg </dev/null
 {"count":11,"mean":100,"kept":10,"mean_of_kept":10,"outliers":[1000]}

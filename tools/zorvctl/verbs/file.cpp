@@ -24,8 +24,8 @@ constexpr size_t kSeen = 15;       // characters of a number that the library re
 constexpr int kPatience = 1000;    // times 10 ms at a counter's lock
 
 struct GetArgs {
-    std::string file, key;
-    std::optional<std::string> fallback;
+    std::string file;
+    std::optional<std::string> key, fallback;
 };
 
 struct SetArgs {
@@ -76,7 +76,7 @@ std::optional<std::string> find(const GetArgs &args)
         expect_answer(args.file, errno);
         return {};
     }
-    return args.key.empty() ? first_line(args.file) : keyed_value(args.file, args.key);
+    return args.key ? keyed_value(args.file, *args.key) : first_line(args.file);
 }
 
 void get(const GetArgs &args, Reply &reply)
@@ -84,7 +84,7 @@ void get(const GetArgs &args, Reply &reply)
     const auto value = find(args);
     reply.document.set("file", args.file).set("found", value.has_value());
     if (!value && !args.fallback)
-        return reply.miss(args.file + ": no value for " + args.key);
+        return reply.miss(args.file + ": no value for " + args.key.value_or(""));
     reply.document.set("value", value ? *value : *args.fallback);
     reply.line(value ? *value : *args.fallback);
 }
