@@ -63,7 +63,7 @@ link_of() {
 # hosts_state: a line for each host of the cloud, "HOST STATUS SECONDS-LEFT".
 hosts_state() {
     outages_in_force "$SITE/cloud/outages" |
-        awk 'NR == FNR { state[$1] = $2 " " $3; next }
+        awk -v hosts="$SITE/cloud/hosts" 'FILENAME != hosts { state[$1] = $2 " " $3; next }
             { print $2, ($2 in state ? state[$2] : "up 0") }' - "$SITE/cloud/hosts"
 }
 

@@ -155,6 +155,7 @@ test_a_cable_is_poor_or_pulled() {
     expect 0 =200 report trace.zorv.example
     sim link ap2 down
     expect 0 0 sim exec ap2 cat /sys/class/net/eth0/carrier
+    expect 0 'crash.zorv.example              up' sim status
     expect 0 '"link":"down"}],"cloud":{"address":"192.0.2.2","requests":1,' sim status --json
     expect 0 '[{"number":1,"method":"POST","host":"trace.zorv.example","path":"/v1/crash"}]' \
         sim received --json
