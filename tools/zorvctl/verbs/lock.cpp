@@ -186,7 +186,13 @@ int find_holder(const struct stat &file)
 bool is_taken(const char *path)
 {
     const zorv::Fd file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    return file && flock(file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    if (!file && errno == ENOENT)
+        return false;
+    if (file && flock(file.get(), LOCK_SH | LOCK_NB) == 0)
+        return false;
+    if (errno != EWOULDBLOCK)
+        throw io_failure(path, errno);
+    return true;
 }
 
 Value process_name(int pid)
