@@ -55,21 +55,23 @@ public:
             throw Failure(Exit::unavailable, std::string(lock.path) + ": " + strerror(errno));
         if (lock.take() != 0)
             throw Failure(Exit::refused, std::string(lock.path) + ": not to be had");
-        fcntl(descriptor_of(lock.path), F_SETFD, 0);
+        if (fcntl(descriptor_of(lock.path), F_SETFD, 0) != 0)
+            throw io_failure(lock.path, errno);
     }
     Held(const Held &) = delete;
     Held &operator=(const Held &) = delete;
     ~Held() { lock_.release(); }
 
 private:
-    // The library's own: no other one of that path is closed by exec, since we came by it.
+    // The library's own: no other one of that path is closed by exec, since we came by it. It took
+    // the lowest number that was free, so the next one is beyond it.
     static int descriptor_of(const char *path)
     {
         struct stat wanted, info;
         if (stat(path, &wanted) != 0)
             return -1;
-        const long most = sysconf(_SC_OPEN_MAX);
-        for (int fd = STDERR_FILENO + 1; fd < most; fd++)
+        const zorv::Fd next(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
+        for (int fd = STDERR_FILENO + 1; fd < next.get(); fd++)
             if (fstat(fd, &info) == 0 && info.st_dev == wanted.st_dev &&
                 info.st_ino == wanted.st_ino && fcntl(fd, F_GETFD) == FD_CLOEXEC)
                 return fd;
